@@ -1,0 +1,14 @@
+# jex_flags: what every target of this project is compiled with.
+add_library(jex_flags INTERFACE)
+target_compile_options(jex_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+                       -Wno-sign-conversion -Wnon-virtual-dtor -fno-omit-frame-pointer)
+# Programs without a place of the build folder in them.
+target_compile_options(jex_flags INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(JEX_WERROR)
+  target_compile_options(jex_flags INTERFACE -Werror)
+endif()
+if(JEX_SANITIZE)
+  target_compile_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE}
+                         -fno-sanitize-recover=all)
+  target_link_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE})
+endif()
