@@ -33,7 +33,7 @@ struct TableFacts {
 /// order.
 jx_status_t readTableFacts(jx_dev_id_t dev_id, std::vector<TableFacts>* tables);
 
-/// "direct", "action_data", ...: the table types as programs print them.
+/// "match_direct", "action_data", ...: the table types as programs print them.
 const char* tableKindName(jx_rt_table_type_t type);
 
 /// The SDK's text for a status.
