@@ -44,14 +44,16 @@ typedef enum pipe_mat_update_type {
   PIPE_MAT_UPDATE_MOD = 5,
   PIPE_MAT_UPDATE_MOV = 6,
   PIPE_MAT_UPDATE_RELOAD = 7,
-  PIPE_MAT_UPDATE_SETTLE = 8
+  PIPE_MAT_UPDATE_SETTLE = 8,
+  PIPE_MAT_UPDATE_32_BITS = 0x7FFFFFFF /* width of the type, no kind */
 } pipe_mat_update_type;
 
 /** Updates of an action-data table. */
 typedef enum pipe_adt_update_type {
   PIPE_ADT_UPDATE_ADD = 0,
   PIPE_ADT_UPDATE_DEL = 1,
-  PIPE_ADT_UPDATE_MOD = 2
+  PIPE_ADT_UPDATE_MOD = 2,
+  PIPE_ADT_UPDATE_32_BITS = 0x7FFFFFFF
 } pipe_adt_update_type;
 
 /** Updates of a selector table. */
@@ -63,7 +65,8 @@ typedef enum pipe_sel_update_type {
   PIPE_SEL_UPDATE_ACTIVATE = 4,
   PIPE_SEL_UPDATE_DEACTIVATE = 5,
   PIPE_SEL_UPDATE_SET_FALLBACK = 6,
-  PIPE_SEL_UPDATE_CLR_FALLBACK = 7
+  PIPE_SEL_UPDATE_CLR_FALLBACK = 7,
+  PIPE_SEL_UPDATE_32_BITS = 0x7FFFFFFF
 } pipe_sel_update_type;
 
 #pragma pack(push, 4)

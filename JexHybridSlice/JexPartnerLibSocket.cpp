@@ -1,0 +1,281 @@
+#include "JexPartnerLibSocket.h"
+
+#include <nanomsg/pair.h>
+#include <nanomsg/pipeline.h>
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "JexPartnerLibMatchTypes.h"
+#include "JexPartnerLibServer.h"
+#include "JexPartnerLibStop.h"
+#include "JexPartnerLibWire.h"
+
+// nanomsg exports this without declaring it: it takes back what nn_term did. Weak, so that a
+// nanomsg without it still loads; there a start after a shut-down stops at its first socket.
+extern "C" __attribute__((weak)) void nn_init(void);
+
+namespace PartnerLib {
+namespace {
+
+constexpr char REVERSE_NAME_PREFIX[] = "ipc:///tmp/Partner_";
+constexpr char GRPC_ADDRESS[] = "0.0.0.0:50053";
+constexpr int MAX_SEND_RETRY = 100000;
+constexpr int CLIENT_POLL_TIMEOUT_MS = 100;
+constexpr unsigned SHUTDOWN_PAUSE_S = 1;
+// A sender that closes in mid-stream can leave a socket that polls readable with nothing to
+// receive; this bounds the wait of the receive that follows.
+constexpr int RECV_TIMEOUT_MS = 100;
+
+/// nanomsg sets its revents only when it found something.
+bool polled(int result, const nn_pollfd& entry, short event) {
+  return result > 0 && (entry.revents & event) != 0;
+}
+
+/// Whether the thread's last nanomsg error says that a socket is dead.
+bool lastErrorIsFatal() {
+  switch (nn_errno()) {
+    case EBADF:
+    case EFAULT:
+    case EOPNOTSUPP:
+    case ETERM:
+    case EFSM:
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// A socket whose receives cannot wait for ever; negative if nanomsg gives none.
+int openReceivingSocket(int protocol) {
+  const int sock = nn_socket(AF_SP, protocol);
+  if (sock >= 0) {
+    nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
+  }
+  return sock;
+}
+
+/// A reverse-path name of this process: its id and the local time of day.
+std::string makeUniqueName(int pid) {
+  const time_t now = time(nullptr);
+  struct tm local = {};
+  localtime_r(&now, &local);
+  char timeOfDay[sizeof("HHMMSS")] = "";
+  strftime(timeOfDay, sizeof(timeOfDay), "%H%M%S", &local);
+  return REVERSE_NAME_PREFIX + std::to_string(pid) + "_" + timeOfDay;
+}
+
+void closeEndpoint(int sock, int endpoint) {
+  if (endpoint == -1) {
+    return;
+  }
+  nn_shutdown(sock, endpoint);
+  nn_close(sock);
+}
+
+}  // namespace
+
+static_assert(offsetof(PartnerSocket, socket_) == 0);
+static_assert(offsetof(PartnerSocket, numFds) == 4);
+static_assert(offsetof(PartnerSocket, pollFds) == 8);
+static_assert(offsetof(PartnerSocket, endpoints) == 32);
+static_assert(offsetof(PartnerSocket, clientMode) == 44);
+static_assert(offsetof(PartnerSocket, clientThread) == 48);
+
+bool PartnerSocket::init(std::string name, bool testMode) {
+  if (nn_init != nullptr) {
+    nn_init();  // nothing to do unless an earlier shutdown() terminated nanomsg
+  }
+  numFds = 0;
+  return clientMode == 0 ? initAgent(name) : initClient(name, testMode);
+}
+
+bool PartnerSocket::initAgent(const std::string& name) {
+  socket_ = openReceivingSocket(NN_PULL);
+  if (socket_ < 0) {
+    return false;
+  }
+  endpoints[0] = nn_bind(socket_, name.c_str());
+  if (endpoints[0] < 0) {
+    nn_close(socket_);
+    return false;
+  }
+  numFds = 1;
+  pollFds[0] = {socket_, NN_POLLIN, 0};
+  return true;
+}
+
+bool PartnerSocket::initClient(const std::string& name, bool testMode) {
+  socket_ = nn_socket(AF_SP, NN_PUSH);
+  PARTNER_REQUIRE(socket_ >= 0, "( socket_ >= 0 )", "Unable to open Client socket");
+  endpoints[0] = nn_connect(socket_, name.c_str());
+  if (endpoints[0] < 0) {
+    nn_close(socket_);
+    return false;
+  }
+  numFds = 1;
+  pollFds[0] = {socket_, NN_POLLOUT, 0};
+
+  const int reverse = openReceivingSocket(NN_PAIR);
+  myPid = getpid();
+  const std::string uniqueName = makeUniqueName(myPid);
+  PARTNER_REQUIRE(reverse >= 0, "( reverse >= 0 )", "Cannot open socket for reverse path");
+  endpoints[1] = nn_bind(reverse, uniqueName.c_str());
+  if (endpoints[1] < 0) {
+    nn_close(reverse);
+    PARTNER_STOP("( endpoints[1] >= 0 )", "Cannot bind socket for reverse path");
+  }
+  numFds = 2;
+  pollFds[1] = {reverse, NN_POLLIN | NN_POLLOUT, 0};
+  PARTNER_REQUIRE(uniqueName.length() < MAX_SOCKET_NAME_LEN,
+                  "uniqueName.length() < MAX_SOCKET_NAME_LEN",
+                  "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
+  sendSocketNameToSliceAgent(socket_, myPid, uniqueName.c_str());
+  if (testMode) {
+    startgRPCServer();
+  }
+  clientThread = new std::thread(clientThreadFunc, this);
+  return true;
+}
+
+bool PartnerSocket::send(const void* buf, size_t size) { return socketSend(socket_, buf, size); }
+
+bool PartnerSocket::readyToSend() { return socketReady(socket_); }
+
+bool PartnerSocket::receive(void** buf, int* nbytes) {
+  const int n = nn_recv(pollFds[0].fd, buf, NN_MSG, 0);
+  if (n < 1) {
+    return false;
+  }
+  *nbytes = n;
+  return true;
+}
+
+bool PartnerSocket::recv(void** buf, int* nbytes) {
+  return dataAvailable() && receive(buf, nbytes);
+}
+
+bool PartnerSocket::recvWithTimeout(void** buf, int* nbytes, int timeoutMs) {
+  const int r = nn_poll(&pollFds[0], 1, timeoutMs);
+  if (r == 0) {
+    return false;
+  }
+  PARTNER_REQUIRE(r > 0, "r >= 0", "Socket recvWithTimeout failed - remote disconnect/dead ",
+                  error());
+  if (!polled(r, pollFds[0], NN_POLLIN)) {
+    return false;
+  }
+  return dataAvailable() && receive(buf, nbytes);
+}
+
+bool PartnerSocket::dataAvailable() {
+  const int r = nn_poll(&pollFds[0], 1, 0);
+  if (polled(r, pollFds[0], NN_POLLIN)) {
+    return true;
+  }
+  PARTNER_REQUIRE(!lastErrorIsFatal(), "false",
+                  "Socket dataAvailable failed - remote disconnect/dead ", error());
+  return false;
+}
+
+void PartnerSocket::freeBuffer(void* buf) { nn_freemsg(buf); }
+
+int PartnerSocket::getFd() {
+  if (endpoints[0] < 0) {
+    return -1;
+  }
+  int fd = -1;
+  size_t size = sizeof(fd);
+  return nn_getsockopt(socket_, NN_SOL_SOCKET, NN_RCVFD, &fd, &size) < 0 ? -1 : fd;
+}
+
+std::string PartnerSocket::error() { return nn_strerror(nn_errno()); }
+
+void PartnerSocket::shutdown(bool terminate) {
+  if (socket_ != -1) {
+    if (clientMode != 0) {
+      if (clientThread != nullptr) {
+        pthread_cancel(clientThread->native_handle());
+        clientThread->join();
+        delete clientThread;
+        clientThread = nullptr;
+      }
+      sleep(SHUTDOWN_PAUSE_S);
+      closeEndpoint(pollFds[1].fd, endpoints[1]);
+      closeEndpoint(pollFds[2].fd, endpoints[2]);
+    }
+    closeEndpoint(socket_, endpoints[0]);
+  }
+  if (terminate) {
+    nn_term();
+  }
+}
+
+void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
+  // A thread that is cancelled inside nanomsg, the allocator or a queue would take their locks with
+  // it: cancellation waits for the one place where none is held.
+  pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  for (;;) {
+    const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
+    if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
+      void* msg = nullptr;
+      const int n = nn_recv(s->pollFds[1].fd, &msg, NN_MSG, 0);
+      if (n > 0) {
+        processClientMessageFromSocket(msg, n, s);
+        nn_freemsg(msg);
+      }
+    } else {
+      // The push socket is nearly always writable, so the poll returns at once: leave the core to
+      // the senders, which are what makes it writable.
+      sched_yield();
+    }
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_testcancel();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  }
+}
+
+bool socketReady(int sock) {
+  nn_pollfd entry = {sock, NN_POLLOUT, 0};
+  const int r = nn_poll(&entry, 1, 0);
+  if (polled(r, entry, NN_POLLOUT)) {
+    return true;
+  }
+  PARTNER_REQUIRE(!lastErrorIsFatal(), "false",
+                  "Socket readyToSend failed - remote disconnect/dead", nn_strerror(nn_errno()));
+  return false;
+}
+
+bool socketSend(int sock, const void* buf, size_t size) {
+  for (int attempt = 0; attempt < MAX_SEND_RETRY; ++attempt) {
+    if (socketReady(sock)) {
+      const int sent = nn_send(sock, buf, size, 0);
+      PARTNER_REQUIRE(sent >= 0 && static_cast<size_t>(sent) == size, "( size_t )sent == size",
+                      "Cannot send ", size, " bytes. Sent: ", sent);
+      return true;
+    }
+    const timespec none = {0, 0};
+    nanosleep(&none, nullptr);
+  }
+  PARTNER_STOP("false", "SOCKET Send ERROR(max retry) ", nn_strerror(nn_errno()));
+}
+
+void sendSocketNameToSliceAgent(int sock, int pid, const char* name) {
+  RegisterMsg_t msg;
+  msg.header = {MSG_REGISTER, static_cast<uint32_t>(pid), sizeof(msg)};
+  snprintf(msg.name, sizeof(msg.name), "%s", name);
+  nn_send(sock, &msg, sizeof(msg), 0);
+}
+
+void startgRPCServer() {
+  const jx_status_t jx_status = jx_rt_grpc_server_run_with_addr(GRPC_ADDRESS);
+  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
+                  "Cannot spawn gRPC server socket on 50053");
+}
+
+}  // namespace PartnerLib
