@@ -1,0 +1,59 @@
+// The control service: answers about devices, programs and tables, from the runtime API alone.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "jxsdk/rt.hpp"
+#include "switch.grpc.pb.h"
+
+namespace jxmodel::control {
+
+/// Thread safety: calls run side by side on the server's threads. They share nothing but the
+/// session; each piece of work on a device is done under the device gate (device_gate.h), and
+/// nothing is sent while it is held.
+class SwitchService final : public jx::control::v1::Switch::Service {
+ public:
+  explicit SwitchService(std::shared_ptr<jxrt::JxRtSession> session)
+      : session_(std::move(session)) {}
+
+  grpc::Status ListPrograms(grpc::ServerContext* context,
+                            const jx::control::v1::ListProgramsRequest* request,
+                            jx::control::v1::ListProgramsReply* reply) override;
+  grpc::Status ListTables(grpc::ServerContext* context,
+                          const jx::control::v1::ListTablesRequest* request,
+                          jx::control::v1::ListTablesReply* reply) override;
+  grpc::Status CountTable(grpc::ServerContext* context,
+                          const jx::control::v1::TableRequest* request,
+                          jx::control::v1::CountTableReply* reply) override;
+  grpc::Status ReadTable(grpc::ServerContext* context, const jx::control::v1::TableRequest* request,
+                         grpc::ServerWriter<jx::control::v1::EntryChunk>* writer) override;
+
+ private:
+  /// A program on a device.
+  struct ProgramPlace {
+    jx_dev_id_t device;
+    std::string name;
+    const jxrt::JxRtInfo* info;
+  };
+  /// A table by names, and the object that the names meant when it was looked up.
+  struct TablePlace {
+    jx_dev_id_t device;
+    std::string program;
+    std::string name;
+    const jxrt::JxRtTable* table;
+  };
+
+  grpc::Status findPrograms(std::optional<jx_dev_id_t> device,
+                            const std::optional<std::string>& program,
+                            std::vector<ProgramPlace>* places) const;
+  grpc::Status findTable(const jx::control::v1::TableRequest& request, TablePlace* place) const;
+  grpc::Status describeTable(const ProgramPlace& program, const jxrt::JxRtTable& table,
+                             jx::control::v1::Table* out) const;
+
+  const std::shared_ptr<jxrt::JxRtSession> session_;
+};
+
+}  // namespace jxmodel::control

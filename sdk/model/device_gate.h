@@ -1,0 +1,17 @@
+// Keeps devices in place while somebody who did not get them from the application looks at them.
+//
+// The application knows which devices it removes and when; the control server does not. It holds
+// the gate shared for each short piece of work on a device, and looks the device up anew under it;
+// jx_device_remove holds it exclusively. The gate comes before every other lock of the model.
+#pragma once
+
+#include <shared_mutex>
+
+namespace jxmodel {
+
+inline std::shared_mutex& deviceGate() {
+  static auto* const gate = new std::shared_mutex;  // outlives every thread that uses it
+  return *gate;
+}
+
+}  // namespace jxmodel
