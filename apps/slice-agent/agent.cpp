@@ -1,0 +1,72 @@
+#include "agent.h"
+
+#include <thread>
+
+#include "JexHybridSlice/JexPartnerLib.h"
+#include "jxmodel/control.h"
+#include "jxsdk/drv.h"
+#include "jxsdk/pipe_mgr.h"
+
+namespace slice_agent {
+namespace {
+
+void check(jx_status_t status, const std::string& what) {
+  if (status == JX_SUCCESS) return;
+  const char* text = "";
+  jx_rt_err_str(status, &text);
+  throw StartError(what + ": " + text);
+}
+
+}  // namespace
+
+void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& program_files) {
+  check(jx_drv_init(), "cannot bring up the driver");
+  check(pipe_mgr_init(), "cannot bring up the pipeline manager");
+  check(jx_rt_module_init(0, 0, nullptr, nullptr), "cannot bring up the runtime");
+  std::vector<const char*> files;
+  for (const std::string& file : program_files) files.push_back(file.c_str());
+  jx_device_profile_t profile{};
+  profile.num_programs = static_cast<uint32_t>(files.size());
+  profile.program_files = files.data();
+  check(jx_device_add(device, &profile, JX_DEV_TYPE_ANY),
+        "cannot add device " + std::to_string(device));
+}
+
+size_t countTables(jx_dev_id_t device) {
+  const jxrt::JxRtDevMgr& manager = jxrt::JxRtDevMgr::getInstance();
+  std::vector<std::string> programs;
+  check(manager.jxRtInfoP4NamesGet(device, &programs), "cannot list the programs");
+  size_t count = 0;
+  for (const std::string& program : programs) {
+    const jxrt::JxRtInfo* info = nullptr;
+    check(manager.jxRtInfoGet(device, program, &info), "cannot look into program " + program);
+    std::vector<const jxrt::JxRtTable*> tables;
+    check(info->tablesGet(&tables), "cannot list the tables of program " + program);
+    count += tables.size();
+  }
+  return count;
+}
+
+std::string startControlServer(const std::string& address) {
+  check(jx_rt_grpc_server_run_with_addr(address.c_str()), "cannot serve control on " + address);
+  return address.substr(0, address.rfind(':') + 1) + std::to_string(jx_model_grpc_port());
+}
+
+void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms) {
+  jx_rt_session_hdl* session = nullptr;  // the loop's for as long as the process lives
+  check(jx_rt_session_create(&session), "cannot create a session");
+  std::thread([=] {
+    PartnerLibServerStartup(session, static_cast<uint8_t>(device), timeout_ms);
+  }).detach();
+}
+
+void startHeartbeat(std::chrono::milliseconds interval) {
+  std::thread([interval] {
+    for (auto next = std::chrono::steady_clock::now() + interval;; next += interval) {
+      std::this_thread::sleep_until(next);
+      PartnerLib::PeriodicHeartbeatUpdate();
+    }
+  }).detach();
+}
+
+}  // namespace slice_agent

@@ -1,0 +1,41 @@
+// The agent's work behind its command line: the physical device, the control server, the loop.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "jxsdk/rt.hpp"
+
+namespace slice_agent {
+
+/// A start that failed: a line for the person, saying what and why.
+class StartError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Where partners find the agent: the address, and the file that stands behind it.
+inline constexpr const char* kAgentAddress = "ipc:///tmp/Partner0";
+inline constexpr const char* kAgentSocketFile = "/tmp/Partner0";
+
+/// Brings the SDK up and adds the physical device with these programs. Throws StartError.
+void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& program_files);
+
+/// Tables of all programs on the device. Throws StartError.
+size_t countTables(jx_dev_id_t device);
+
+/// Serves the control service on `address` ("host:port") until the process ends. Returns the
+/// address with the port that was taken. Throws StartError.
+std::string startControlServer(const std::string& address);
+
+/// Starts the agent loop on a thread of its own, which never ends. Throws StartError.
+void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms);
+
+/// Sends heartbeats on a thread of its own, which never ends; the first after one interval.
+void startHeartbeat(std::chrono::milliseconds interval);
+
+}  // namespace slice_agent

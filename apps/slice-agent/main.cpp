@@ -1,0 +1,136 @@
+// slice-agent: owns a physical device and replays on it what partners do on their virtual ones.
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent.h"
+#include "socket_probe.h"
+
+namespace slice_agent {
+namespace {
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr int kMaxMilliseconds = std::numeric_limits<int>::max();
+
+struct Options {
+  std::vector<std::string> programs;
+  int device = 0;
+  int timeout_ms = 100;
+  int heartbeat_ms = 1000;
+  int counter_update_ms = 1000;
+  std::string control = "127.0.0.1:50051";
+};
+
+/// Signals that end the agent. They are blocked in every thread, and main waits for them.
+sigset_t endSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+/// The exit status, where the command line ends the program already.
+std::optional<int> parse(int argc, char** argv, Options* options) {
+  const CLI::Range milliseconds(0, kMaxMilliseconds);
+  CLI::App app{
+      "Owns a physical device and replays on it what partners do on their virtual devices.\n"
+      "Serves partners on ipc:///tmp/Partner0 until SIGINT or SIGTERM.",
+      "slice-agent"};
+  app.set_version_flag("--version", "slice-agent " JEX_VERSION);
+  app.add_option("--program", options->programs, "P4 program description to load; repeatable")
+      ->required()
+      ->type_name("FILE")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--device", options->device, "Number of the device")
+      ->check(CLI::Range(0, 255))
+      ->capture_default_str();
+  app.add_option("--timeout-ms", options->timeout_ms, "Longest wait for one request")
+      ->check(milliseconds)
+      ->capture_default_str();
+  app.add_option("--heartbeat-ms", options->heartbeat_ms,
+                 "Interval of heartbeats to partners; 0: none")
+      ->check(milliseconds)
+      ->capture_default_str();
+  app.add_option("--counter-update-ms", options->counter_update_ms,
+                 "Interval of counter updates; 0: none (accepted; counters follow)")
+      ->check(milliseconds)
+      ->capture_default_str();
+  app.add_option("--control", options->control,
+                 "Address of the control server, HOST:PORT (port 0: a free one), or off")
+      ->capture_default_str();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::Success& wanted) {
+    return app.exit(wanted);  // --help, --version
+  } catch (const CLI::ParseError& error) {
+    std::fprintf(stderr, "slice-agent: %s (see slice-agent --help)\n", error.what());
+    return kExitUsage;
+  }
+  return std::nullopt;
+}
+
+/// Waits until the loop serves. False when a signal asked for the end before.
+bool awaitServing(const sigset_t& signals) {
+  const timespec pause{0, 1'000'000};
+  while (!socketAccepts(kAgentSocketFile)) {
+    if (sigtimedwait(&signals, nullptr, &pause) > 0) return false;
+  }
+  return true;
+}
+
+/// Nobody tells the loop to end, so the process ends around it: no destructor runs under the
+/// threads that are still at work.
+[[noreturn]] void leave() {
+  unlink(kAgentSocketFile);
+  std::fflush(nullptr);
+  _exit(EXIT_SUCCESS);
+}
+
+[[noreturn]] void serve(const Options& options, const sigset_t& signals) {
+  if (socketAccepts(kAgentSocketFile)) {
+    throw StartError(std::string("another agent serves ") + kAgentAddress);
+  }
+  addPhysicalDevice(options.device, options.programs);
+  const size_t tables = countTables(options.device);
+  if (options.control != "off") {
+    const std::string address = startControlServer(options.control);
+    std::fprintf(stderr, "slice-agent: control server on %s\n", address.c_str());
+  }
+  startAgentLoop(options.device, options.timeout_ms);
+  if (!awaitServing(signals)) leave();
+  if (options.heartbeat_ms > 0) startHeartbeat(std::chrono::milliseconds(options.heartbeat_ms));
+  std::printf("slice-agent: ready, device %d, %zu tables, %s\n", options.device, tables,
+              kAgentAddress);
+  std::fflush(stdout);
+  int signal_number = 0;
+  while (sigwait(&signals, &signal_number) != 0) continue;
+  leave();
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  if (const std::optional<int> status = parse(argc, argv, &options)) return *status;
+  const sigset_t signals = endSignals();
+  sigprocmask(SIG_BLOCK, &signals, nullptr);
+  try {
+    serve(options, signals);
+  } catch (const StartError& error) {
+    std::fprintf(stderr, "slice-agent: %s\n", error.what());
+    return kExitFailure;
+  }
+}
+
+}  // namespace
+}  // namespace slice_agent
+
+int main(int argc, char** argv) { return slice_agent::run(argc, argv); }
