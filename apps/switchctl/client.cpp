@@ -109,8 +109,13 @@ void Client::entries(const std::string& table, const Place& place,
   grpc::ClientContext context;  // without deadline: a big table takes the time it takes
   const auto reader = stubs_->control.ReadTable(&context, tableRequest(table, place));
   pb::EntryChunk chunk;
-  while (reader->Read(&chunk)) consumer(chunk);
-  check(reader->Finish(), target_);
+  bool answered = false;
+  for (; reader->Read(&chunk); answered = true) consumer(chunk);
+  const grpc::Status status = reader->Finish();
+  if (answered && status.error_code() == grpc::StatusCode::UNAVAILABLE) {
+    throw CallError("lost " + target_ + " while reading: " + status.error_message());
+  }
+  check(status, target_);
 }
 
 }  // namespace switchctl

@@ -120,6 +120,7 @@ CLI::App* addCommand(CLI::App* app, const char* name, const char* help, Command 
                      Command* chosen) {
   CLI::App* const sub = app->add_subcommand(name, help);
   sub->fallthrough();  // options stand before or after the command
+  sub->footer("Options of switchctl stand before or after the command, see switchctl --help.");
   sub->callback([=] { *chosen = command; });
   return sub;
 }
@@ -130,7 +131,7 @@ int run(int argc, char** argv) {
   CLI::App app{"Looks into the devices of a slice agent, or of a partner in test mode, over gRPC.",
                "switchctl"};
   app.set_version_flag("--version", "switchctl " JEX_VERSION);
-  app.require_subcommand(1);
+  app.require_subcommand(0, 1);  // a missing one is reported below, after an unknown one
   app.add_option("--target", options.target, "Address of the control server, HOST:PORT")
       ->capture_default_str();
   app.add_flag("--json", options.json, "Print JSON");
@@ -148,6 +149,7 @@ int run(int argc, char** argv) {
       ->required();
   try {
     app.parse(argc, argv);
+    if (command == nullptr) throw CLI::RequiredError("A command");
   } catch (const CLI::Success& wanted) {
     return app.exit(wanted);  // --help, --version
   } catch (const CLI::ParseError& error) {
