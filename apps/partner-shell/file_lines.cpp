@@ -1,0 +1,48 @@
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "input.h"
+
+namespace jexapps {
+namespace {
+
+constexpr size_t kReadSize = 1 << 16;  // bytes
+
+}  // namespace
+
+LineSource::Read FileLines::next(std::string* line) {
+  for (;;) {
+    if (stop_.requested()) return Read::kStopped;
+    if (takeLine(line)) return Read::kLine;
+    if (!stop_.waitReadable(fd_)) return Read::kStopped;
+    if (fill()) continue;
+    if (begin_ == buffer_.size()) return Read::kEnd;
+    buffer_.push_back('\n');  // the last line has none
+  }
+}
+
+bool FileLines::takeLine(std::string* line) {
+  const size_t end = buffer_.find('\n', begin_);
+  if (end == std::string::npos) return false;
+  line->assign(buffer_, begin_, end - begin_);
+  bytes_read_ += end + 1 - begin_;
+  begin_ = end + 1;
+  return true;
+}
+
+// False at the end of the file, or where it cannot be read on.
+bool FileLines::fill() {
+  buffer_.erase(0, begin_);
+  begin_ = 0;
+  const size_t kept = buffer_.size();
+  buffer_.resize(kept + kReadSize);
+  ssize_t count = 0;
+  do {
+    count = read(fd_, buffer_.data() + kept, kReadSize);
+  } while (count < 0 && errno == EINTR);
+  buffer_.resize(kept + static_cast<size_t>(count > 0 ? count : 0));
+  return count > 0;
+}
+
+}  // namespace jexapps

@@ -1,0 +1,190 @@
+// partner-shell: a partner application that a person or a script drives line by line.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <memory>
+
+#include "JexHybridSlice/JexPartnerLib.h"
+#include "input.h"
+#include "program_check.h"
+#include "progress.h"
+#include "shell.h"
+
+namespace jexapps {
+namespace {
+
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+
+struct Options {
+  std::vector<std::string> program_files;
+  jx_dev_id_t device = 1;
+  uint32_t handle_base = 0;
+  bool json = false;
+  std::string script;
+};
+
+constexpr char kFooter[] =
+    "Commands come from standard input, or from a script; `help` lists them. Each is answered by\n"
+    "one line, `ok ...` or `error: ...` (or a JSON object), after the lines that it lists.\n"
+    "End of input, `quit`, SIGINT and SIGTERM end the shell with status 0. A script goes on after\n"
+    "an error, and the status is 1 if there was any.";
+
+// The process's status if it is to end at once, else nothing.
+std::optional<int> parseOptions(int argc, char** argv, Options* options) {
+  CLI::App app("Programs tables of a slice of a switch, line by line.", "partner-shell");
+  app.footer(kFooter);
+  app.set_version_flag("--version", "partner-shell " JEX_VERSION);
+  app.add_option("--program", options->program_files, "P4 program description; may be repeated")
+      ->required()
+      ->allow_extra_args(false)
+      ->type_name("FILE");
+  app.add_option("--device", options->device, "number of the virtual device")
+      ->check(CLI::Range(0, 255))
+      ->type_name("N")
+      ->capture_default_str();
+  app.add_option("--handle-base", options->handle_base,
+                 "first entry handle; partners that share a table need ranges of their own")
+      ->type_name("N");
+  app.add_flag("--json", options->json, "one JSON object a line instead of text");
+  app.add_option("--script", options->script, "read commands from a file")->type_name("FILE");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kExitUsage;
+  }
+  return std::nullopt;
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+int failErrno(const std::string& subject) {
+  std::fprintf(stderr, "partner-shell: %s: %s\n", subject.c_str(), std::strerror(errno));
+  return kExitFailure;
+}
+
+// Runs lines until they end, or somebody wants the shell to.
+void runLines(LineSource& lines, Shell& shell, const Output& output) {
+  std::string line;
+  while (output.good() && lines.next(&line) == LineSource::Read::kLine) {
+    if (shell.run(line) == Shell::Outcome::kQuit) return;
+  }
+}
+
+void showProgress(Progress& progress, uint64_t line_number, uint64_t bytes, uint64_t size) {
+  if (!progress.due() || size == 0) return;
+  progress.show("line " + std::to_string(line_number) + ", " + std::to_string(bytes * 100 / size) +
+                " %");
+}
+
+// True if no command failed.
+bool runScript(int fd, const StopSignal& stop, Shell& shell, const Output& output) {
+  struct stat facts {};
+  const uint64_t size = fstat(fd, &facts) == 0 ? static_cast<uint64_t>(facts.st_size) : 0;
+  FileLines lines(fd, stop);
+  Progress progress;
+  std::string line;
+  uint64_t line_number = 0;
+  bool succeeded = true;
+  while (output.good() && lines.next(&line) == LineSource::Read::kLine) {
+    const Shell::Outcome outcome = shell.run(line, ++line_number);
+    if (outcome == Shell::Outcome::kQuit) break;
+    if (outcome == Shell::Outcome::kError) succeeded = false;
+    showProgress(progress, line_number, lines.bytesRead(), size);
+  }
+  return succeeded;
+}
+
+// True if the process is to end with status 0.
+bool runInput(int script_fd, const StopSignal& stop, Shell& shell, const Output& output) {
+  if (script_fd >= 0) return runScript(script_fd, stop, shell, output);
+  if (isatty(STDIN_FILENO) == 1) {
+    TerminalLines lines(stop, [&](std::string_view text) { return shell.completions(text); });
+    runLines(lines, shell, output);
+  } else {
+    FileLines lines(STDIN_FILENO, stop);
+    runLines(lines, shell, output);
+  }
+  return true;
+}
+
+// Brings the library up, runs the commands, takes it down. The library stops the process where it
+// cannot start.
+int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
+  const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
+  if (!session) {
+    std::fprintf(stderr, "partner-shell: no session to be had\n");
+    return kExitFailure;
+  }
+  std::vector<const char*> paths;
+  for (const std::string& path : options.program_files) paths.push_back(path.c_str());
+  jx_device_profile_t profile{};
+  profile.num_programs = static_cast<uint32_t>(paths.size());
+  profile.program_files = paths.data();
+  profile.handle_base = options.handle_base;
+  const jx_rt_target_t target{options.device, JX_PIPE_ALL, 0, 0};
+  {
+    const EndWhileStarting watch(stop);
+    if (!PartnerLibStartup(*session, target, JX_DEV_TYPE_MODEL, &profile)) return kExitFailure;
+  }
+
+  bool succeeded = false;
+  {
+    std::vector<TableFacts> tables;
+    const jx_status_t status = readTableFacts(options.device, &tables);
+    Output output(std::cout, options.json);
+    Shell shell(*session, target, std::move(tables), output, [&] { return stop.requested(); });
+    if (status != JX_SUCCESS) {
+      std::fprintf(stderr, "partner-shell: tables: %s\n", statusText(status).c_str());
+    } else {
+      std::cout << "partner-shell: ready" << std::endl;
+      succeeded = runInput(script_fd, stop, shell, output) && output.good();
+    }
+  }
+  PartnerLibShutdown(options.device);
+  return succeeded ? 0 : kExitFailure;
+}
+
+int run(int argc, char** argv) {
+  Options options;
+  if (const std::optional<int> status = parseOptions(argc, argv, &options)) return *status;
+  std::ios::sync_with_stdio(false);
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that goes away is the end of input, not of the process
+  const Descriptor script(
+      options.script.empty() ? -1 : open(options.script.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!options.script.empty() && script.get() < 0) return failErrno(options.script);
+  if (!programsAreLoadable(options.program_files)) return kExitFailure;
+  const StopSignal stop;
+  return runPartner(options, script.get(), stop);
+}
+
+}  // namespace
+}  // namespace jexapps
+
+int main(int argc, char** argv) {
+  try {
+    return jexapps::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "partner-shell: %s\n", error.what());
+    return EXIT_FAILURE;
+  }
+}
