@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Shows the whole path: installs what is needed, builds, starts a slice agent and a partner, loads a
+# full Internet routing table into the partner's virtual device, and compares what the physical
+# device then holds, entry by entry.
+#
+#   scripts/demo.sh [--build-dir DIR] [--no-build] [--limit N]
+#
+# --limit N loads at most N routes of each address family. What happens is told by a table at the
+# end; status 0 means that both devices hold the same.
+set -euo pipefail
+cd "$(dirname "$(readlink -f "$0")")/.."
+
+usage() {
+  sed -n '2,/^set /{/^set /d;s/^# \{0,1\}//;p}' scripts/demo.sh
+}
+
+build_dir=$PWD/build/release
+build=yes
+run_args=()
+while [[ $# -gt 0 ]]; do
+  case $1 in
+    --build-dir) build_dir=$(readlink -m "$2"); shift 2 ;;
+    --no-build) build=no; shift ;;
+    --limit) run_args+=(--limit "$2"); shift 2 ;;
+    --help) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+  esac
+done
+
+if [[ $build == yes ]]; then
+  scripts/setup
+  echo "demo: building (a few minutes the first time)"
+  mkdir -p "$build_dir"
+  scripts/configure release "$build_dir" >"$build_dir/configure.log" || {
+    cat "$build_dir/configure.log" >&2
+    exit 1
+  }
+  cmake --build "$build_dir" --target slice-agent partner-shell switchctl
+fi
+
+run=(python3 scripts/demo_run.py --bin "$build_dir/bin" --out "$PWD/build/demo" "${run_args[@]}")
+status=0
+scripts/in-private-namespaces --keep "$build_dir" true 2>/dev/null || status=$?
+if [[ $status -eq 0 ]]; then
+  exec scripts/in-private-namespaces --keep "$build_dir" "${run[@]}"
+fi
+# The agent itself refuses to start where another one serves.
+echo "demo: no private namespaces to be had here; runs in the open, if no agent is running" >&2
+exec "${run[@]}"
