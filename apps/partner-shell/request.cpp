@@ -23,11 +23,11 @@ void setParam(const TableFacts& facts, const jxrt::JxRtFieldInfo& param, const s
   check(data->setValue(param.id, rawBytes(value), value.size()), facts.name + ": " + param.name);
 }
 
-// A parameter may be left out if the program gives it a default.
+// A parameter may be left out if the program gives it a default: then it has a value already.
 void checkHasDefault(const jxrt::JxRtFieldInfo& param, const jxrt::JxRtActionInfo& action,
                      const jxrt::JxRtTableData& data) {
-  bool active = false;
-  if (data.isActive(param.id, &active) == JX_SUCCESS && active) return;
+  std::vector<uint8_t> value(bytesOf(param.width));
+  if (data.getValue(param.id, value.size(), value.data()) == JX_SUCCESS) return;
   throw CommandError("parameter '" + param.name + "' of action " + action.name + " is missing");
 }
 
