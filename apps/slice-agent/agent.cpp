@@ -28,8 +28,10 @@ void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& progr
   jx_device_profile_t profile{};
   profile.num_programs = static_cast<uint32_t>(files.size());
   profile.program_files = files.data();
-  check(jx_device_add(device, &profile, JX_DEV_TYPE_ANY),
-        "cannot add device " + std::to_string(device));
+  const jx_status_t status = jx_device_add(device, &profile, JX_DEV_TYPE_ANY);
+  // The SDK has said which file is wrong, where and why; nothing else here can be invalid.
+  if (status == JX_INVALID_ARGUMENTS) throw ProgramError();
+  check(status, "cannot add device " + std::to_string(device));
 }
 
 size_t countTables(jx_dev_id_t device) {

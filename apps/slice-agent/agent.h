@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -18,11 +19,15 @@ class StartError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A start that failed over a program description, which the SDK has explained on standard error.
+class ProgramError : public std::exception {};
+
 /// Where partners find the agent: the address, and the file that stands behind it.
 inline constexpr const char* kAgentAddress = "ipc:///tmp/Partner0";
 inline constexpr const char* kAgentSocketFile = "/tmp/Partner0";
 
-/// Brings the SDK up and adds the physical device with these programs. Throws StartError.
+/// Brings the SDK up and adds the physical device with these programs. Throws StartError, or
+/// ProgramError.
 void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& program_files);
 
 /// Tables of all programs on the device. Throws StartError.

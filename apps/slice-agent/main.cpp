@@ -127,6 +127,8 @@ int run(int argc, char** argv) {
   } catch (const StartError& error) {
     std::fprintf(stderr, "slice-agent: %s\n", error.what());
     return kExitFailure;
+  } catch (const ProgramError&) {
+    return kExitFailure;
   }
 }
 

@@ -15,6 +15,7 @@
 #include "jxmodel/control.h"
 #include "jxsdk/rt.hpp"
 #include "model/control/service.h"
+#include "model/faults.h"
 
 namespace jxmodel::control {
 namespace {
@@ -97,6 +98,7 @@ jx_status_t start(const char* address) {
 }  // namespace jxmodel::control
 
 jx_status_t jx_rt_grpc_server_run_with_addr(const char* address) {
+  JXMODEL_ENTRY("jx_rt_grpc_server_run_with_addr");
   return jxmodel::control::start(address);
 }
 
