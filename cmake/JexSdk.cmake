@@ -2,7 +2,6 @@
 find_path(JEX_SDK_INCLUDE_DIR jxsdk/rt.hpp PATHS ${JEX_SDK_ROOT}/include NO_DEFAULT_PATH REQUIRED)
 find_library(JEX_SDK_LIBRARY driver PATHS ${JEX_SDK_ROOT}/lib ${JEX_SDK_ROOT}/${CMAKE_INSTALL_LIBDIR}
              NO_DEFAULT_PATH REQUIRED)
-add_library(jex_sdk SHARED IMPORTED GLOBAL)
-set_target_properties(jex_sdk PROPERTIES IMPORTED_LOCATION ${JEX_SDK_LIBRARY}
+add_library(jex::sdk SHARED IMPORTED GLOBAL)
+set_target_properties(jex::sdk PROPERTIES IMPORTED_LOCATION ${JEX_SDK_LIBRARY}
                       INTERFACE_INCLUDE_DIRECTORIES ${JEX_SDK_INCLUDE_DIR})
-add_library(jex::sdk ALIAS jex_sdk)

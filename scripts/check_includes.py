@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+"""Checks who includes whom. Status 1, and a line for each, where an include goes the wrong way.
+
+The library knows the switch SDK's interface and its four libraries; the model never knows the
+library; what people install or write against uses public headers only; nothing outside tests/
+includes from tests/.
+"""
+import os
+import re
+import sys
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]')
+SOURCES = (".h", ".hpp", ".c", ".cpp")
+
+# The C++17 and C standard libraries, POSIX and the C library's Linux headers.
+STANDARD = re.compile(r"[a-z_]+|(assert|complex|ctype|errno|fenv|float|inttypes|iso646|limits|locale|"
+                      r"math|setjmp|signal|stdalign|stdarg|stdatomic|stdbool|stddef|stdint|stdio|"
+                      r"stdlib|stdnoreturn|string|tgmath|threads|time|uchar|wchar|wctype)\.h|"
+                      r"(aio|dirent|dlfcn|fcntl|getopt|grp|netdb|poll|pthread|pwd|sched|semaphore|"
+                      r"spawn|strings|syslog|termios|unistd|cxxabi|execinfo)\.h|"
+                      r"(sys|net|netinet|arpa|linux)/[a-z_]+\.h")
+
+# Area -> what it may include besides the standard libraries and the headers beside the source.
+# Longest prefix counts. None: anything.
+AREAS = {
+    "JexHybridSlice/": r"jxsdk/.*|nanomsg/.*|boost/.*|concurrentqueue/.*",
+    "sdk/include/jxsdk/": r"jxsdk/.*",
+    "sdk/include/jxmodel/": r"jxsdk/.*|jxmodel/.*",
+    "sdk/model/": r"jxsdk/.*|jxmodel/.*|model/.*|nlohmann/.*|absl/.*|zlib\.h|grpc(pp)?/.*|"
+                  r"google/protobuf/.*|switch(\.grpc)?\.pb\.h|pcap(/.*)?\.h|benchmark/.*",
+    "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
+             r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h",
+    "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
+    "bench/": None,
+    "tests/": None,
+}
+# Headers that an area shares with those below the same folder.
+SHARED = {"apps/": ("apps/common",), "sdk/model/": ("sdk/model", "sdk/model/control")}
+
+
+def sources(root):
+    for area in AREAS:
+        for folder, _, files in os.walk(os.path.join(root, area)):
+            for file in sorted(files):
+                if file.endswith(SOURCES):
+                    yield os.path.relpath(os.path.join(folder, file), root)
+
+
+def area_of(path):
+    fitting = [area for area in AREAS if path.startswith(area)]
+    return max(fitting, key=len)
+
+
+def is_own(root, path, area, header):
+    folders = (os.path.dirname(path),) + SHARED.get(area, ())
+    return "/" not in header and any(os.path.exists(os.path.join(root, folder, header))
+                                     for folder in folders)
+
+
+def wrong_includes(root):
+    """Yields (path, line number, header) of each include that goes the wrong way."""
+    for path in sorted(set(sources(root))):
+        area = area_of(path)
+        allowed = AREAS[area]
+        with open(os.path.join(root, path), encoding="utf-8") as lines:
+            for number, line in enumerate(lines, 1):
+                match = INCLUDE.match(line)
+                if not match:
+                    continue
+                quote, header = match.groups()
+                if allowed is None:
+                    continue
+                if quote == '"' and is_own(root, path, area, header):
+                    continue
+                if quote == "<" and STANDARD.fullmatch(header):
+                    continue
+                if re.fullmatch(allowed, header):
+                    continue
+                yield path, number, header
+
+
+def main():
+    root = sys.argv[1] if len(sys.argv) > 1 else ROOT
+    if not any(True for _ in sources(root)):
+        print(f"check_includes: no sources below {root}", file=sys.stderr)
+        return 2
+    wrong = list(wrong_includes(root))
+    for path, number, header in wrong:
+        print(f"{path}:{number}: {area_of(path)} must not include {header}")
+    return 1 if wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
