@@ -22,27 +22,52 @@ std::string pointerStep(std::string_view name) {
   return step;
 }
 
-// Follows the parser through the document.
-class DocumentWatch {
+// The parser counts bytes; people count lines and columns from 1. `byte` is how many bytes were
+// read, the offending one included.
+LoadFailure syntaxFailure(std::string_view text, size_t byte, std::string_view what) {
+  const size_t before = std::min(byte == 0 ? 0 : byte - 1, text.size());
+  const std::string_view read = text.substr(0, before);
+  const size_t line = 1 + static_cast<size_t>(std::count(read.begin(), read.end(), '\n'));
+  const size_t line_start = read.rfind('\n') + 1;  // npos + 1 is 0
+  const size_t reason = what.find("syntax error");
+  return {"line " + std::to_string(line) + ", column " + std::to_string(before - line_start + 1),
+          std::string(reason == std::string_view::npos ? what : what.substr(reason))};
+}
+
+// Follows a parser through the document, ahead of the pass that builds it.
+class DocumentWatch final : public nlohmann::json_sax<Json> {
  public:
-  void operator()(Json::parse_event_t event, const Json& parsed) {
-    switch (event) {
-      case Json::parse_event_t::object_start:
-      case Json::parse_event_t::array_start:
-        beginValue();
-        open(event == Json::parse_event_t::array_start);
-        break;
-      case Json::parse_event_t::object_end:
-      case Json::parse_event_t::array_end:
-        levels_.pop_back();
-        break;
-      case Json::parse_event_t::key:
-        beginMember(parsed.get_ref<const std::string&>());
-        break;
-      case Json::parse_event_t::value:
-        beginValue();
-        break;
+  explicit DocumentWatch(std::string_view text) : text_(text) {}
+
+  bool null() override { return beginValue(); }
+  bool boolean(bool) override { return beginValue(); }
+  bool number_integer(number_integer_t) override { return beginValue(); }
+  bool number_unsigned(number_unsigned_t) override { return beginValue(); }
+  bool number_float(number_float_t, const string_t&) override { return beginValue(); }
+  bool string(string_t&) override { return beginValue(); }
+  bool binary(binary_t&) override { return beginValue(); }
+  bool start_object(size_t) override { return open(false); }
+  bool start_array(size_t) override { return open(true); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+
+  bool key(string_t& name) override {
+    Level& level = levels_.back();
+    level.step.clear();
+    if (!level.names.insert(name).second) {
+      throw LoadFailure{place(), "member " + inQuotes(name) + " is given twice"};
     }
+    level.step = pointerStep(name);
+    return true;
+  }
+
+  bool parse_error(size_t position, const std::string&,
+                   const nlohmann::detail::exception& error) override {
+    if (dynamic_cast<const Json::parse_error*>(&error) != nullptr) {
+      throw syntaxFailure(text_, position, error.what());
+    }
+    beginValue();  // of a list's number, which was not reported
+    throw LoadFailure{place(), "a number is greater than any that can be read"};
   }
 
  private:
@@ -53,26 +78,25 @@ class DocumentWatch {
     std::string step;             // to the value that is being read
   };
 
-  void open(bool list) {
+  bool open(bool list) {
+    beginValue();
     if (levels_.size() == kMaxNesting) {
       throw LoadFailure{place(), "nested deeper than " + std::to_string(kMaxNesting) + " levels"};
     }
     levels_.emplace_back();
     levels_.back().list = list;
+    return true;
   }
 
-  void beginValue() {
-    if (levels_.empty() || !levels_.back().list) return;
+  bool close() {
+    levels_.pop_back();
+    return true;
+  }
+
+  bool beginValue() {
+    if (levels_.empty() || !levels_.back().list) return true;
     levels_.back().step = pointerStep(std::to_string(levels_.back().items++));
-  }
-
-  void beginMember(const std::string& name) {
-    Level& level = levels_.back();
-    level.step.clear();
-    if (!level.names.insert(name).second) {
-      throw LoadFailure{place(), "member " + inQuotes(name) + " is given twice"};
-    }
-    level.step = pointerStep(name);
+    return true;
   }
 
   std::string place() const {
@@ -81,21 +105,9 @@ class DocumentWatch {
     return text;
   }
 
+  std::string_view text_;
   std::vector<Level> levels_;
 };
-
-// The parser counts bytes; people count lines and columns from 1. `byte` is how many bytes were
-// read, the offending one included.
-LoadFailure syntaxFailure(std::string_view text, const Json::parse_error& error) {
-  const size_t before = std::min(error.byte == 0 ? 0 : error.byte - 1, text.size());
-  const std::string_view read = text.substr(0, before);
-  const size_t line = 1 + static_cast<size_t>(std::count(read.begin(), read.end(), '\n'));
-  const size_t line_start = read.rfind('\n') + 1;  // npos + 1 is 0
-  const std::string_view what = error.what();
-  const size_t reason = what.find("syntax error");
-  return {"line " + std::to_string(line) + ", column " + std::to_string(before - line_start + 1),
-          std::string(reason == std::string_view::npos ? what : what.substr(reason))};
-}
 
 bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 
@@ -110,17 +122,9 @@ std::string inQuotes(std::string_view text) {
 }
 
 Json parseDocument(std::string_view text) {
-  DocumentWatch watch;
-  try {
-    return Json::parse(text, [&watch](int, Json::parse_event_t event, const Json& parsed) {
-      watch(event, parsed);
-      return true;
-    });
-  } catch (const Json::parse_error& error) {
-    throw syntaxFailure(text, error);
-  } catch (const Json::out_of_range&) {  // the one that a parser meets
-    throw LoadFailure{"", "a number is greater than any that can be read"};
-  }
+  DocumentWatch watch(text);
+  Json::sax_parse(text, &watch);
+  return Json::parse(text);
 }
 
 void Node::fail(std::string reason) const { throw LoadFailure{place_, std::move(reason)}; }

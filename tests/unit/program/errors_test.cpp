@@ -352,7 +352,9 @@ TEST(ProgramErrors, RefusesWhatAParserAloneLetsPass) {
   EXPECT_EQ(errorOf(R"({"tables": [{"a": 1}, {"key": [0, {"b": 1, "c": {"b": 1}, "b": 1}]}]})"),
             "base.json: /tables/1/key/1: member 'b' is given twice");
   EXPECT_EQ(errorOf(R"({"id": 1e999})"),
-            "base.json: /: a number is greater than any that can be read");
+            "base.json: /id: a number is greater than any that can be read");
+  EXPECT_EQ(errorOf(R"({"fields": [1, 2, 1e999]})"),
+            "base.json: /fields/2: a number is greater than any that can be read");
 }
 
 TEST(ProgramErrors, NestingIsBounded) {
