@@ -24,6 +24,7 @@ void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& progr
   check(pipe_mgr_init(), "cannot bring up the pipeline manager");
   check(jx_rt_module_init(0, 0, nullptr, nullptr), "cannot bring up the runtime");
   std::vector<const char*> files;
+  files.reserve(program_files.size());
   for (const std::string& file : program_files) files.push_back(file.c_str());
   jx_device_profile_t profile{};
   profile.num_programs = static_cast<uint32_t>(files.size());

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <limits>
 #include <optional>
 #include <string>
@@ -124,10 +125,10 @@ int run(int argc, char** argv) {
   sigprocmask(SIG_BLOCK, &signals, nullptr);
   try {
     serve(options, signals);
-  } catch (const StartError& error) {
-    std::fprintf(stderr, "slice-agent: %s\n", error.what());
-    return kExitFailure;
   } catch (const ProgramError&) {
+    return kExitFailure;
+  } catch (const std::exception& error) {  // a StartError, or memory is out
+    std::fprintf(stderr, "slice-agent: %s\n", error.what());
     return kExitFailure;
   }
 }

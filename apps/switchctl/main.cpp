@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <string>
 
 #include "client.h"
@@ -161,7 +162,7 @@ int run(int argc, char** argv) {
     const int status = command(options, client);
     finishOutput();
     return status;
-  } catch (const CallError& error) {
+  } catch (const std::exception& error) {
     std::fprintf(stderr, "switchctl: %s\n", error.what());
     return kExitFailure;
   }

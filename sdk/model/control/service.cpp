@@ -67,7 +67,7 @@ grpc::Status SwitchService::ListPrograms(grpc::ServerContext* /*context*/,
                                          pb::ListProgramsReply* reply) {
   const Gate gate(deviceGate());
   std::vector<ProgramPlace> places;
-  const grpc::Status found = findPrograms(deviceOf(*request), std::nullopt, &places);
+  grpc::Status found = findPrograms(deviceOf(*request), std::nullopt, &places);
   if (!found.ok()) return found;
   for (const ProgramPlace& place : places) {
     bool is_virtual = false;
@@ -90,14 +90,14 @@ grpc::Status SwitchService::ListTables(grpc::ServerContext* /*context*/,
                                        pb::ListTablesReply* reply) {
   const Gate gate(deviceGate());
   std::vector<ProgramPlace> places;
-  const grpc::Status found = findPrograms(deviceOf(*request), programOf(*request), &places);
+  grpc::Status found = findPrograms(deviceOf(*request), programOf(*request), &places);
   if (!found.ok()) return found;
   for (const ProgramPlace& place : places) {
     std::vector<const jxrt::JxRtTable*> tables;
     const jx_status_t status = place.info->tablesGet(&tables);
     if (status != JX_SUCCESS) return unexpected("tables of program " + place.name, status);
     for (const jxrt::JxRtTable* table : tables) {
-      const grpc::Status described = describeTable(place, *table, reply->add_tables());
+      grpc::Status described = describeTable(place, *table, reply->add_tables());
       if (!described.ok()) return described;
     }
   }
@@ -109,7 +109,7 @@ grpc::Status SwitchService::CountTable(grpc::ServerContext* /*context*/,
                                        pb::CountTableReply* reply) {
   const Gate gate(deviceGate());
   TablePlace place{};
-  const grpc::Status found = findTable(*request, &place);
+  grpc::Status found = findTable(*request, &place);
   if (!found.ok()) return found;
   uint32_t count = 0;
   const jx_status_t status =
@@ -125,7 +125,7 @@ grpc::Status SwitchService::ReadTable(grpc::ServerContext* context, const pb::Ta
   std::optional<EntryReader> reader;
   {
     const Gate gate(deviceGate());
-    const grpc::Status found = findTable(*request, &place);
+    grpc::Status found = findTable(*request, &place);
     if (!found.ok()) return found;
     reader.emplace(*place.table, *session_, wholeDevice(place.device));
     if (reader->status() != JX_SUCCESS) return unexpected("table " + place.name, reader->status());
@@ -190,7 +190,7 @@ grpc::Status SwitchService::findPrograms(std::optional<jx_dev_id_t> device,
 
 grpc::Status SwitchService::findTable(const pb::TableRequest& request, TablePlace* place) const {
   std::vector<ProgramPlace> programs;
-  const grpc::Status found = findPrograms(deviceOf(request), programOf(request), &programs);
+  grpc::Status found = findPrograms(deviceOf(request), programOf(request), &programs);
   if (!found.ok()) return found;
   std::vector<TablePlace> fitting;
   for (ProgramPlace& program : programs) {
