@@ -2,9 +2,9 @@
 #include <JexHybridSlice/JexPartnerLib.h>
 #include <jxsdk/drv.h>
 #include <jxsdk/pipe_mgr.h>
-#include <jxsdk/rt.hpp>
 
 #include <cstdio>
+#include <jxsdk/rt.hpp>
 #include <string>
 #include <vector>
 
