@@ -1,0 +1,72 @@
+// The members of one action-data table: actions with parameters that entries, groups and fallbacks
+// refer to.
+//
+// Not synchronised: the device's mutex is held. All writes check first and change nothing on
+// failure.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "model/handle_space.h"
+#include "model/id_index.h"
+#include "model/program.h"
+#include "model/slot_store.h"
+
+namespace jxmodel {
+
+/// An action of a program and its packed parameters.
+struct BoundAction {
+  const Action* action = nullptr;
+  const uint8_t* params = nullptr;  // action->param_bytes of them
+};
+
+/// The most parameter bytes that an action of the table has.
+uint32_t maxParamBytes(const Program& program, const Table& table);
+
+class ActionDataTable {
+ public:
+  ActionDataTable(const Program& program, const Table& table, std::optional<uint32_t> handle_base);
+
+  /// Adds a member. `handle` is 0 where the device gives handles out. Ids are the writer's own
+  /// numbers: unique where there is one writer, that is where the device gives handles out;
+  /// elsewhere writers may use the same.
+  jx_status_t add(uint32_t handle, uint32_t member_id, const BoundAction& action, uint32_t* slot);
+  void modify(uint32_t slot, const BoundAction& action);
+  /// JX_ACTION_DATA_REFERENCED while something refers to the member.
+  jx_status_t remove(uint32_t slot);
+
+  void reference(uint32_t slot) { ++member(slot).references; }
+  void dereference(uint32_t slot) { --member(slot).references; }
+
+  /// kNoSlot if there is none.
+  uint32_t findHandle(uint32_t handle) const;
+  uint32_t findId(uint32_t member_id) const { return ids_.find(member_id); }
+
+  uint32_t handleOf(uint32_t slot) const { return store_.record(slot).handle; }
+  uint32_t idOf(uint32_t slot) const { return member(slot).id; }
+  BoundAction actionOf(uint32_t slot) const { return {member(slot).action, params(slot)}; }
+
+  bool used(uint32_t slot) const { return store_.used(slot); }
+  uint32_t end() const { return store_.end(); }
+  uint32_t count() const { return store_.count(); }
+
+ private:
+  struct Member : Record {
+    uint32_t id;
+    uint32_t references;
+    const Action* action;
+    // the packed parameters follow
+  };
+  Member& member(uint32_t slot) { return *reinterpret_cast<Member*>(store_.at(slot)); }
+  const Member& member(uint32_t slot) const {
+    return *reinterpret_cast<const Member*>(store_.at(slot));
+  }
+  const uint8_t* params(uint32_t slot) const { return store_.at(slot) + sizeof(Member); }
+
+  SlotStore store_;
+  HandleSpace handles_;
+  IdIndex ids_;
+};
+
+}  // namespace jxmodel

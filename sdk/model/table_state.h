@@ -1,0 +1,48 @@
+// One table of one device: its description, its entries, and who is told of its updates.
+#pragma once
+
+#include <memory>
+
+#include "jxsdk/pipe_mgr.h"
+#include "model/action_data_table.h"
+#include "model/match_table.h"
+#include "model/program.h"
+#include "model/selector_table.h"
+
+namespace jxmodel {
+
+/// A placement callback with its cookie; a null function tells nobody.
+template <typename Function>
+struct UpdateCallback {
+  Function function = nullptr;
+  void* cookie = nullptr;
+};
+
+struct TableState {
+  const Program* program = nullptr;
+  const Table* table = nullptr;
+
+  // Exactly one of these, or none for a counter table.
+  std::unique_ptr<MatchTable> match;
+  std::unique_ptr<ActionDataTable> members;
+  std::unique_ptr<SelectorTable> groups;
+
+  // The tables behind this one, null where there are none.
+  TableState* member_state = nullptr;
+  TableState* group_state = nullptr;
+
+  // At most the one of the table's kind.
+  UpdateCallback<pipe_mat_update_cb> on_match;
+  UpdateCallback<pipe_adt_update_cb> on_member;
+  UpdateCallback<pipe_sel_update_cb> on_group;
+
+  /// The table's action with this id, null if it has none such.
+  const Action* actionById(uint32_t id) const {
+    for (const uint32_t index : table->actions) {
+      if (program->actions[index].id == id) return &program->actions[index];
+    }
+    return nullptr;
+  }
+};
+
+}  // namespace jxmodel
