@@ -1,0 +1,63 @@
+// The hook that every SDK entry begins with, so that faults (jxmodel/faults.h) can be armed on it.
+//
+// A plain function that goes through a method of the same meaning passes both hooks: a fault armed
+// on the method hits it too.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "jxmodel/faults.h"
+
+namespace jxmodel::fault {
+
+/// What the entry has to do about this call. A delay has passed already.
+struct Hit {
+  enum class Kind { kNone, kStatus, kNull, kCount };
+  Kind kind = Kind::kNone;
+  uint32_t value = 0;  // the status, the count
+
+  bool isStatus() const { return kind == Kind::kStatus; }
+  bool isNull() const { return kind == Kind::kNull; }
+  bool isCount() const { return kind == Kind::kCount; }
+  jx_status_t status() const { return static_cast<jx_status_t>(value); }
+};
+
+extern std::atomic<bool> any_armed;
+
+/// Counts one call of the entry and looks for faults that hit it; `entry` has to be one of
+/// jx_model_fault_entries().
+Hit hit(const char* entry);
+
+/// The same, for next to nothing as long as no fault is armed.
+inline Hit check(const char* entry) {
+  if (__builtin_expect(any_armed.load(std::memory_order_relaxed), 0)) return hit(entry);
+  return {};
+}
+
+/// What an entry can be made to do, beside being late.
+enum EffectSet : uint8_t { kDelayOnly = 0, kStatusEffect = 1, kNullEffect = 2, kCountEffect = 4 };
+struct Entry {
+  const char* name;
+  uint8_t effects;  // of EffectSet
+};
+/// All entries; `*count` of them.
+const Entry* entries(size_t* count);
+
+}  // namespace jxmodel::fault
+
+/// Begins an entry that returns a status.
+#define JXMODEL_ENTRY(name)                                \
+  if (const auto fault_hit_ = jxmodel::fault::check(name); \
+      __builtin_expect(fault_hit_.isStatus(), 0))          \
+  return fault_hit_.status()
+
+/// Begins an entry that returns a status and hands a pointer out through `out`.
+#define JXMODEL_ENTRY_OUT(name, out)                                              \
+  if (const auto fault_hit_ = jxmodel::fault::check(name);                        \
+      __builtin_expect(fault_hit_.kind != jxmodel::fault::Hit::Kind::kNone, 0)) { \
+    if (fault_hit_.isStatus()) return fault_hit_.status();                        \
+    *(out) = nullptr;                                                             \
+    return JX_SUCCESS;                                                            \
+  }                                                                               \
+  static_assert(true, "takes the semicolon")
