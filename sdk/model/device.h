@@ -1,0 +1,91 @@
+// Devices: the programs that each carries, the tables of those, and the lock over all of them.
+//
+// Thread safety: the mutex of a device is held over every access to its tables, on a virtual device
+// until the placement callback of the write has returned. So writes take effect and are reported in
+// one order. Descriptions, and the objects that show them, never change and need no lock.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+
+#include <array>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <string>
+#include <vector>
+
+#include "jxsdk/rt.hpp"
+#include "model/table_state.h"
+
+namespace jxmodel {
+
+class RtInfo;
+
+class Device {
+ public:
+  enum class Kind { kPhysical, kVirtual };
+
+  /// Loads the profile's programs. Null if it cannot be loaded; the reason is written to *error.
+  static std::shared_ptr<Device> create(jx_dev_id_t id, Kind kind,
+                                        const jx_device_profile_t& profile, std::string* error);
+  /// A device with programs that are loaded already.
+  static std::shared_ptr<Device> create(jx_dev_id_t id, Kind kind,
+                                        std::vector<std::shared_ptr<const Program>> programs,
+                                        uint32_t handle_base, std::string* error);
+  ~Device();
+
+  jx_dev_id_t id() const { return id_; }
+  bool isVirtual() const { return kind_ == Kind::kVirtual; }
+  std::mutex& mutex() const { return mutex_; }
+
+  /// In the profile's order.
+  const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
+  const RtInfo* findInfo(const std::string& p4_name) const;
+  /// Null if there is none.
+  TableState* findTable(pipe_tbl_hdl_t handle) const;
+
+ private:
+  Device(jx_dev_id_t id, Kind kind);
+  void addProgram(std::shared_ptr<const Program> program, uint32_t handle_base);
+
+  jx_dev_id_t id_;
+  Kind kind_;
+  mutable std::mutex mutex_;
+  std::vector<std::unique_ptr<RtInfo>> infos_;
+  absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
+};
+
+/// The devices of this process.
+class DeviceRegistry final : public jxrt::JxRtDevMgr {
+ public:
+  static DeviceRegistry& instance();
+
+  /// JX_ALREADY_EXISTS if the number is taken, JX_INVALID_ARGUMENTS if there is no such number.
+  jx_status_t add(std::shared_ptr<Device> device);
+  /// JX_OBJECT_NOT_FOUND if there is none.
+  jx_status_t remove(jx_dev_id_t id);
+  /// Null if there is none.
+  std::shared_ptr<Device> find(jx_dev_id_t id) const;
+
+  jx_status_t jxRtInfoGet(jx_dev_id_t dev_id, const std::string& p4_name,
+                          const jxrt::JxRtInfo** info) const override;
+  jx_status_t jxRtInfoP4NamesGet(jx_dev_id_t dev_id,
+                                 std::vector<std::string>* names) const override;
+  jx_status_t devicesGet(std::vector<jx_dev_id_t>* dev_ids) const override;
+  jx_status_t deviceIsVirtual(jx_dev_id_t dev_id, bool* is_virtual) const override;
+
+ private:
+  static constexpr jx_dev_id_t kMaxDevices = 256;
+
+  mutable std::shared_mutex mutex_;
+  std::array<std::shared_ptr<Device>, kMaxDevices> devices_;
+};
+
+/// How far the process has been brought up.
+enum class BringUp { kNothing, kDriver, kPipeManager, kRuntime };
+bool broughtUp(BringUp stage);
+/// Reaches `stage` if the one before it has been reached.
+jx_status_t bringUp(BringUp stage);
+
+}  // namespace jxmodel

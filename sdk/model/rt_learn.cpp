@@ -1,0 +1,72 @@
+#include "model/rt_learn.h"
+
+#include "model/faults.h"
+
+namespace jxmodel {
+
+const PacketField* RtLearn::field(uint32_t field_id) const {
+  if (field_id == 0 || field_id > learn_.fields.size()) return nullptr;
+  return &program_.fields[learn_.fields[field_id - 1].field];
+}
+
+jx_status_t RtLearn::learnIdGet(uint32_t* id) const {
+  JXMODEL_ENTRY("JxRtLearn::learnIdGet");
+  if (id == nullptr) return JX_INVALID_ARGUMENTS;
+  *id = learn_.id;
+  return JX_SUCCESS;
+}
+
+jx_status_t RtLearn::learnNameGet(std::string* name) const {
+  JXMODEL_ENTRY("JxRtLearn::learnNameGet");
+  if (name == nullptr) return JX_INVALID_ARGUMENTS;
+  *name = learn_.name;
+  return JX_SUCCESS;
+}
+
+jx_status_t RtLearn::learnFieldIdListGet(std::vector<uint32_t>* ids) const {
+  JXMODEL_ENTRY("JxRtLearn::learnFieldIdListGet");
+  if (ids == nullptr) return JX_INVALID_ARGUMENTS;
+  ids->clear();
+  for (const LearnField& learn_field : learn_.fields) ids->push_back(learn_field.id);
+  return JX_SUCCESS;
+}
+
+jx_status_t RtLearn::learnFieldNameGet(uint32_t field_id, std::string* name) const {
+  JXMODEL_ENTRY("JxRtLearn::learnFieldNameGet");
+  if (name == nullptr) return JX_INVALID_ARGUMENTS;
+  const PacketField* const found = field(field_id);
+  if (found == nullptr) return JX_OBJECT_NOT_FOUND;
+  *name = found->name;
+  return JX_SUCCESS;
+}
+
+jx_status_t RtLearn::learnFieldSizeGet(uint32_t field_id, size_t* bits) const {
+  JXMODEL_ENTRY("JxRtLearn::learnFieldSizeGet");
+  if (bits == nullptr) return JX_INVALID_ARGUMENTS;
+  const PacketField* const found = field(field_id);
+  if (found == nullptr) return JX_OBJECT_NOT_FOUND;
+  *bits = found->width;
+  return JX_SUCCESS;
+}
+
+// Digests come with packets, which the model does not process yet.
+
+jx_status_t RtLearn::callbackRegister(const std::shared_ptr<jxrt::JxRtSession>&,
+                                      const jx_rt_target_t&, const jxrt::JxRtLearnCb&,
+                                      const void*) {
+  JXMODEL_ENTRY("JxRtLearn::callbackRegister");
+  return JX_NOT_IMPLEMENTED;
+}
+
+jx_status_t RtLearn::callbackDeregister(const std::shared_ptr<jxrt::JxRtSession>&,
+                                        const jx_rt_target_t&) {
+  JXMODEL_ENTRY("JxRtLearn::callbackDeregister");
+  return JX_NOT_IMPLEMENTED;
+}
+
+jx_status_t RtLearn::notifyAck(const std::shared_ptr<jxrt::JxRtSession>&, jx_rt_learn_msg_hdl*) {
+  JXMODEL_ENTRY("JxRtLearn::notifyAck");
+  return JX_NOT_IMPLEMENTED;
+}
+
+}  // namespace jxmodel
