@@ -207,7 +207,7 @@ TEST_F(ShellTest, MistakesAreNamed) {
       {"group-add ecmp_groups group=1", "member=ID is missing"},
       {"move dmac ethernet.dst=1 priority=3", "entries of dmac have no priority"},
       {"modify acl priority=3 -> deny", "modify leaves the priority as it is; move changes it"},
-      {"quit now=1", "unknown 'now=' of quit"},
+      {"quit now=1", "quit stands alone"},
   };
   for (const auto& [line, reason] : kMistakes) {
     EXPECT_EQ(answer(line), std::string("error: ") + reason);
