@@ -50,8 +50,7 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
   app.add_option("--program", options->programs, "P4 program description to load; repeatable")
       ->required()
       ->type_name("FILE")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+      ->allow_extra_args(false);  // one file an option
   app.add_option("--device", options->device, "Number of the device")
       ->check(CLI::Range(0, 255))
       ->capture_default_str();

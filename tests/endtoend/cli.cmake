@@ -1,6 +1,7 @@
-# slice-agent and switchctl as people run them.
+# slice-agent, switchctl and the control server as people run them.
 find_package(nlohmann_json 3.11 REQUIRED)
-add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp ../support/test_main.cpp)
+add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp control_server_test.cpp
+               ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
   JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>")
