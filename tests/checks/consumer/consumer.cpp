@@ -4,9 +4,22 @@
 #include <jxsdk/pipe_mgr.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <jxsdk/rt.hpp>
 #include <string>
 #include <vector>
+
+namespace {
+
+void check(jx_status_t status, const char* what) {
+  if (status == JX_SUCCESS) return;
+  const char* text = "";
+  jx_rt_err_str(status, &text);
+  std::fprintf(stderr, "consumer: %s: %s\n", what, text);
+  std::exit(EXIT_FAILURE);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 2) {
@@ -17,14 +30,14 @@ int main(int argc, char** argv) {
   jx_device_profile_t profile = {};
   profile.num_programs = 1;
   profile.program_files = programs;
-  if (jx_drv_init() != JX_SUCCESS || pipe_mgr_init() != JX_SUCCESS ||
-      jx_virtual_device_add(1, &profile, JX_DEV_TYPE_ANY) != JX_SUCCESS) {
-    return 1;
-  }
+  check(jx_drv_init(), "driver");
+  check(pipe_mgr_init(), "pipeline manager");
+  check(jx_rt_module_init(0, 0, nullptr, nullptr), "runtime");
+  check(jx_virtual_device_add(1, &profile, JX_DEV_TYPE_ANY), "device");
   // No partner is registered, so nobody gets a heartbeat: the call is what is tried.
-  if (!PartnerLib::PeriodicHeartbeatUpdate()) return 1;
+  if (!PartnerLib::PeriodicHeartbeatUpdate()) return EXIT_FAILURE;
   std::vector<std::string> names;
-  if (jxrt::JxRtDevMgr::getInstance().jxRtInfoP4NamesGet(1, &names) != JX_SUCCESS) return 1;
+  check(jxrt::JxRtDevMgr::getInstance().jxRtInfoP4NamesGet(1, &names), "programs");
   std::printf("consumer: device 1 carries %s\n", names.at(0).c_str());
-  return 0;
+  return EXIT_SUCCESS;
 }
