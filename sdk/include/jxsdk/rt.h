@@ -59,19 +59,20 @@ typedef enum jx_rt_key_match_type {
 } jx_rt_key_match_type_t;
 
 /* Names of the fields that are no fields of a program. */
-#define JX_RT_FIELD_MEMBER_ID                             \
-  "$MEMBER_ID" /* key of an action-data table; data of an \
-                  entry that refers to a member. 32 bits */
-#define JX_RT_FIELD_GROUP_ID                                                                       \
-  "$GROUP_ID"                                         /* key of a selector table; data of an entry \
-                                                         that refers to a group. 32 bits */
-#define JX_RT_FIELD_MAX_MEMBERS "$MAX_MEMBERS"        /* data of a group. 32 bits */
-#define JX_RT_FIELD_MEMBERS "$MEMBERS"                /* data of a group: list of member ids */
-#define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE"  /* data of a group: list of states */
-#define JX_RT_FIELD_TTL "$TTL"                        /* data of an entry that ages: ms. 32 bits */
-#define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX"    /* key of a counter table. 32 bits */
-#define JX_RT_FIELD_COUNTER_PKTS "$COUNTER_SPEC_PKTS" /* data of a counter table. 64 bits */
-#define JX_RT_FIELD_COUNTER_BYTES "$COUNTER_SPEC_BYTES" /* data of a counter table. 64 bits */
+/* Key of an action-data table; data of an entry that refers to a member. 32 bits. */
+#define JX_RT_FIELD_MEMBER_ID "$MEMBER_ID"
+/* Key of a selector table; data of an entry that refers to a group. 32 bits. */
+#define JX_RT_FIELD_GROUP_ID "$GROUP_ID"
+/* Data of a group: 32 bits; a list of member ids; a list of states. */
+#define JX_RT_FIELD_MAX_MEMBERS "$MAX_MEMBERS"
+#define JX_RT_FIELD_MEMBERS "$MEMBERS"
+#define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE"
+/* Data of an entry that ages: milliseconds, 32 bits. */
+#define JX_RT_FIELD_TTL "$TTL"
+/* Counter tables: key of 32 bits, data of 64 bits each. */
+#define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX"
+#define JX_RT_FIELD_COUNTER_PKTS "$COUNTER_SPEC_PKTS"
+#define JX_RT_FIELD_COUNTER_BYTES "$COUNTER_SPEC_BYTES"
 
 /** Flags of reads: ask the hardware instead of the software copy. */
 #define JX_RT_FLAG_FROM_HARDWARE UINT64_C(1)
