@@ -19,7 +19,7 @@ scripts/configure fuzz >build/fuzz/configure.log || {
 cmake --build build/fuzz
 
 shopt -s nullglob
-targets=(build/fuzz/bin/*_fuzzer build/fuzz/bin/fuzz_*)
+targets=(build/fuzz/bin/*_fuzz)
 if [[ ${#targets[@]} -eq 0 ]]; then
   echo "fuzz.sh: the build made no fuzz target" >&2
   exit 1
