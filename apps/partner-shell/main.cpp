@@ -101,7 +101,7 @@ bool runScript(int fd, const StopSignal& stop, Shell& shell, const Output& outpu
   struct stat facts {};
   const uint64_t size = fstat(fd, &facts) == 0 ? static_cast<uint64_t>(facts.st_size) : 0;
   FileLines lines(fd, stop);
-  Progress progress;
+  Progress progress(isatty(STDOUT_FILENO) != 1);  // there, the results show how far it is
   std::string line;
   uint64_t line_number = 0;
   bool succeeded = true;
