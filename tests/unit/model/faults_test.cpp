@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <chrono>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -107,35 +108,50 @@ TEST_F(FaultsTest, AFailedWriteLeavesTheTableAlone) {
   EXPECT_EQ(exact.add(exact.key(1), exact.data("nop", {})), JX_SUCCESS);
 }
 
+/// A header of the SDK without its comments.
+std::string header(const std::string& name) {
+  std::ifstream file(JEX_SDK_INCLUDE_DIR "/jxsdk/" + name);
+  std::stringstream read;
+  read << file.rdbuf();
+  std::string text = read.str();
+  for (size_t begin; (begin = text.find("//")) != std::string::npos;) {
+    text.erase(begin, text.find('\n', begin) - begin);
+  }
+  for (size_t begin; (begin = text.find("/*")) != std::string::npos;) {
+    text.erase(begin, text.find("*/", begin) + 2 - begin);
+  }
+  return text;
+}
+
+/// The word that stands before the first parenthesis from `begin` on.
+std::string nameOfCall(const std::string& text, size_t begin) {
+  const size_t end = text.find('(', begin);
+  size_t first = end;
+  while (first > begin && (std::isalnum(text[first - 1]) != 0 || text[first - 1] == '_')) --first;
+  return text.substr(first, end - first);
+}
+
 /// Names that the SDK's headers declare: functions, and methods by class and name.
 std::set<std::string> declared() {
+  const std::string mark = "JXSDK_API ";
   std::set<std::string> names;
-  const auto read = [](const std::string& name) {
-    std::ifstream file(JEX_SDK_INCLUDE_DIR "/jxsdk/" + name);
-    std::stringstream text;
-    text << file.rdbuf();
-    // Without comments.
-    std::string plain = std::regex_replace(text.str(), std::regex("//[^\\n]*"), "");
-    for (size_t begin; (begin = plain.find("/*")) != std::string::npos;) {
-      plain.erase(begin, plain.find("*/", begin) + 2 - begin);
-    }
-    return plain;
-  };
-  for (const char* header : {"drv.h", "pipe_mgr.h", "rt.h"}) {
-    const std::string text = read(header);
-    const std::regex function("JXSDK_API\\s+(?:const\\s+)?\\w+\\s*\\*?\\s*(\\w+)\\(");
-    for (std::sregex_iterator at(text.begin(), text.end(), function), end; at != end; ++at) {
-      names.insert((*at)[1]);
+  for (const char* file : {"drv.h", "pipe_mgr.h", "rt.h"}) {
+    const std::string text = header(file);
+    for (size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += mark.size()) {
+      names.insert(nameOfCall(text, at));
     }
   }
-  std::istringstream lines(read("rt.hpp"));
+  std::istringstream lines(header("rt.hpp"));
   std::string line, owner;
-  std::smatch match;
   while (std::getline(lines, line)) {
-    if (std::regex_search(line, match, std::regex("^class JXSDK_API (\\w+)"))) owner = match[1];
-    const std::regex method("^  (?:virtual|static) [^(]*?(\\w+)\\(");
-    if (std::regex_search(line, match, method)) {
-      if (line.find('~') == std::string::npos) names.insert(owner + "::" + match[1].str());
+    const std::string begins_class = "class " + mark;
+    if (line.rfind(begins_class, 0) == 0) {
+      owner = line.substr(begins_class.size(),
+                          line.find(' ', begins_class.size()) - begins_class.size());
+    }
+    const bool method = line.rfind("  virtual ", 0) == 0 || line.rfind("  static ", 0) == 0;
+    if (method && line.find('~') == std::string::npos) {
+      names.insert(owner + "::" + nameOfCall(line, 0));
     }
   }
   return names;

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <random>
 
@@ -46,7 +46,7 @@ Bytes somePacked() {
 /// Decodes from a block of exactly these bytes, so that a sanitizer sees a read behind them.
 bool decodes(const Bytes& bytes) {
   const auto exact = std::make_unique<uint8_t[]>(bytes.size());
-  std::memcpy(exact.get(), bytes.data(), bytes.size());
+  std::copy(bytes.begin(), bytes.end(), exact.get());
   Placement placement;
   return decodePlacement(exact.get(), bytes.size(), &placement);
 }
