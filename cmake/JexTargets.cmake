@@ -12,3 +12,7 @@ if(JEX_SANITIZE)
                          -fno-sanitize-recover=all)
   target_link_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE})
 endif()
+if(JEX_BUILD_FUZZERS)
+  # Lets a fuzzer see which way its input took through the code.
+  target_compile_options(jex_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
