@@ -35,6 +35,7 @@ TEST(NanomsgFacts, PollLeavesReventsAloneWhenItFails) {
 }
 
 TEST(NanomsgFacts, NoSocketAfterTermUntilInitTakesItBack) {
+  nn_close(nn_socket(AF_SP, NN_PUSH));  // a library that was never used cannot be ended
   nn_term();
   EXPECT_EQ(nn_socket(AF_SP, NN_PUSH), -1);
   EXPECT_EQ(nn_errno(), ETERM);
