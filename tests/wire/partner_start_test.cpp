@@ -1,6 +1,8 @@
 // Start-up and shut-down of a Partner process, against a raw agent.
 #include <gtest/gtest.h>
+#include <nanomsg/nn.h>
 #include <netinet/in.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <time.h>
 #include <unistd.h>
@@ -8,12 +10,14 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <set>
 #include <thread>
 
 #include "JexPartnerLib.h"
 #include "support/helper.h"
+#include "support/private_world.h"
 #include "support/processes.h"
 #include "support/raw_socket.h"
 #include "support/stop.h"
@@ -166,6 +170,24 @@ TEST(PartnerStart, InstallsNothingOnADeviceWithoutPrograms) {
 TEST(PartnerStart, SaysWhichTablesItIgnores) {
   StartedPair pair;  // limits has two counter tables
   EXPECT_EQ(pair.partner.standardError(), "Ignoring Table type: 5\nIgnoring Table type: 5\n");
+}
+
+TEST(PartnerStart, RegistersNothingOnAProgramOfOtherTables) {
+  PartnerOptions options;
+  options.programs = {runDirectory() + "/counters.json"};
+  std::ofstream(options.programs[0]) << R"({"name": "counters", "id": 9, "fields": [],
+      "actions": [], "learn": [], "control": [],
+      "tables": [{"name": "first", "kind": "counter", "size": 4},
+                 {"name": "second", "kind": "counter", "size": 4},
+                 {"name": "third", "kind": "counter", "size": 4}]})";
+  RawAgent agent;
+  // No registration of a callback is tried: each of them would stop the Partner.
+  Child partner = startedPartner(options, {{"JX_MODEL_FAULTS",
+                                            "JxRtTable::matUpdateCbRegister:0:status=1;"
+                                            "JxRtTable::adtUpdateCbRegister:0:status=1;"
+                                            "JxRtTable::selUpdateCbRegister:0:status=1"}});
+  EXPECT_EQ(partner.standardError(),
+            "Ignoring Table type: 5\nIgnoring Table type: 5\nIgnoring Table type: 5\n");
 }
 
 bool listens(uint16_t port) {
@@ -419,6 +441,36 @@ TEST(PartnerShutdown, LosesNothingThatWasSent) {
   EXPECT_FALSE(pair.agent.tryReceive(&more)) << "the removal of a device is no update";
   pair.partner.closeInput();
   EXPECT_EQ(pair.partner.waitForExit().code, 0);
+}
+
+// The receive thread is cancelled while it is busy; whatever it was in, nothing stays locked.
+TEST(PartnerShutdown, EndsUnderAFloodOnTheReversePath) {
+  for (int round = 0; round < 3; ++round) {
+    StartedPair pair;
+    std::atomic<bool> over{false};
+    std::atomic<int> pings{0};
+    std::thread flood([&] {
+      RawSocket reverse = RawAgent::connectTo(pair.address);
+      const Bytes heartbeat = {255, 0, 0, 0};
+      while (!over) {
+        nn_send(reverse.fd(), heartbeat.data(), heartbeat.size(), NN_DONTWAIT);
+        sched_yield();
+      }
+    });
+    std::thread agent([&] {
+      Bytes message;
+      while (!over) {
+        if (pair.agent.tryReceive(&message)) ++pings;
+      }
+    });
+    EXPECT_TRUE(waitUntil([&] { return pings > 100; }));
+    EXPECT_EQ(pair.partner.ask("shutdown"), "done") << pair.partner.standardError();
+    over = true;
+    flood.join();
+    agent.join();
+    pair.partner.closeInput();
+    EXPECT_EQ(pair.partner.waitForExit().code, 0);
+  }
 }
 
 TEST(PartnerShutdown, UsesTheWordsOfAddingWhenTheDeviceCannotBeRemoved) {

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "JexPartnerLibSocket.h"
 #include "support/helper.h"
@@ -320,6 +322,38 @@ TEST(SocketSend, SendsOneMessage) {
   errno = 0;
   EXPECT_TRUE(PartnerLib::socketSend(pusher.fd(), "hello", 5));
   EXPECT_EQ(puller.receive(), (Bytes{'h', 'e', 'l', 'l', 'o'}));
+}
+
+// Threads may share a socket: whole messages interleave, bytes never.
+TEST(SocketSend, KeepsMessagesOfSeveralThreadsWhole) {
+  constexpr int kThreads = 4;
+  constexpr int kMessages = 500;
+  RawSocket puller(NN_PULL);
+  puller.bind(kAddress);
+  RawSocket pusher(NN_PUSH);
+  pusher.connect(kAddress);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&pusher, i] {
+      const Bytes message(100 + static_cast<size_t>(i) * 400, static_cast<uint8_t>(i));
+      errno = 0;
+      for (int n = 0; n < kMessages; ++n) {
+        PartnerLib::socketSend(pusher.fd(), message.data(), message.size());
+      }
+    });
+  }
+  int received[kThreads] = {};
+  for (int n = 0; n < kThreads * kMessages && !HasFailure(); ++n) {
+    const Bytes message = puller.receive();
+    if (message.empty() || message[0] >= kThreads) {
+      ADD_FAILURE() << "no message of any thread";
+      break;
+    }
+    EXPECT_EQ(message, Bytes(100 + size_t{message[0]} * 400, message[0]));
+    ++received[message[0]];
+  }
+  for (std::thread& thread : threads) thread.join();
+  for (const int count : received) EXPECT_EQ(count, kMessages);
 }
 
 JEX_HELPER(send_less_than_all) {
