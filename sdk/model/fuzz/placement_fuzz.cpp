@@ -25,6 +25,7 @@ using jxmodel::Device;
 using jxmodel::Placement;
 
 constexpr jx_dev_id_t kDevice = 1;
+constexpr pipe_tbl_hdl_t kMembers = 0x40010004, kGroups = 0x50010005;
 constexpr size_t kHeaderBytes = sizeof(jxmodel::PlacementHeader);
 
 constexpr const char* kProgram = R"({
@@ -63,6 +64,11 @@ struct Switch {
       std::abort();
     }
     session = jxrt::JxRtSession::sessionCreate();
+    // Groups come without placement data: there have to be some for members to join.
+    for (uint32_t handle = 1; handle <= 5; ++handle) {
+      uint32_t slot = 0;
+      device->findTable(kGroups)->groups->create(handle, handle, 0, {}, &slot);
+    }
   }
   std::shared_ptr<Device> device;
   std::shared_ptr<jxrt::JxRtSession> session;
@@ -77,21 +83,23 @@ Switch& theSwitch() {
 void setOperation(pipe_plcmt_info* info, const Placement& placement, uint8_t choice,
                   const void* data) {
   const uint32_t handle = 1 + choice % 5;
+  const uint32_t member = choice >= 128 ? handle : 0;  // for the table that refers to members
   switch (placement.header.kind) {
     case jxmodel::PlacementKind::kMatch:
-      if (choice % 3 == 0) pipe_set_one_plcmt_op_mat_add(info, handle, 0, choice % 4, 0, 0, data);
-      if (choice % 3 == 1) pipe_set_one_plcmt_op_mat_mod(info, handle, 0, 0, data);
-      if (choice % 3 == 2) pipe_set_one_plcmt_op_mat_mov(info, handle, choice % 4, 0, 0, data);
+      if (choice % 3 == 0)
+        pipe_set_one_plcmt_op_mat_add(info, handle, 0, choice % 4, 0, member, data);
+      if (choice % 3 == 1) pipe_set_one_plcmt_op_mat_mod(info, handle, 0, member, data);
+      if (choice % 3 == 2) pipe_set_one_plcmt_op_mat_mov(info, handle, choice % 4, 0, member, data);
       return;
     case jxmodel::PlacementKind::kMatchDefault:
-      pipe_set_one_plcmt_op_mat_set_dflt(info, handle, 0, 0, 0, data);
+      pipe_set_one_plcmt_op_mat_set_dflt(info, handle, 0, 0, member, data);
       return;
     case jxmodel::PlacementKind::kMember:
       choice % 2 == 0 ? pipe_set_one_plcmt_op_adt_add(info, handle, 0, data)
                       : pipe_set_one_plcmt_op_adt_mod(info, handle, data);
       return;
     case jxmodel::PlacementKind::kGroupMember:
-      pipe_set_one_plcmt_op_sel_add(info, handle, handle, 0, 0x40010004, choice % 2, data);
+      pipe_set_one_plcmt_op_sel_add(info, handle, handle, 0, kMembers, choice % 2, data);
       return;
     case jxmodel::PlacementKind::kFallback:
       pipe_set_one_plcmt_op_sel_set_fallback(info, handle, 0, data);
