@@ -57,8 +57,11 @@ std::optional<int> parseOptions(int argc, char** argv, Options* options) {
   app.add_option("--script", options->script, "read commands from a file")->type_name("FILE");
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& wanted) {
+    return app.exit(wanted);  // --help, --version
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kExitUsage;
+    std::fprintf(stderr, "partner-shell: %s (see partner-shell --help)\n", error.what());
+    return kExitUsage;
   }
   return std::nullopt;
 }
