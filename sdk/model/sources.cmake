@@ -26,3 +26,4 @@ target_sources(jxmodel_core PRIVATE
   model/tuple_space.cpp
   model/update_reporter.cpp
 )
+include(${CMAKE_CURRENT_LIST_DIR}/packet/sources.cmake)
