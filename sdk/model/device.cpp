@@ -5,6 +5,7 @@
 #include <set>
 
 #include "model/faults.h"
+#include "model/pipeline/compiled.h"
 #include "model/placement.h"
 #include "model/rt_info.h"
 
@@ -43,6 +44,11 @@ bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
       *error = "program " + program->name + ": id or name taken by another program of the device";
       return false;
     }
+    const std::string packets = packetRefusal(*program);
+    if (!packets.empty()) {
+      *error = "program " + program->name + ": " + packets;
+      return false;
+    }
     for (const Table& table : program->tables) {
       const std::string reason = refusal(*program, table, handle_base);
       if (reason.empty()) continue;
@@ -57,8 +63,15 @@ std::atomic<int> brought_up{static_cast<int>(BringUp::kNothing)};
 
 }  // namespace
 
-Device::Device(jx_dev_id_t id, Kind kind) : id_(id), kind_(kind) {}
-Device::~Device() = default;
+Device::Device(jx_dev_id_t id, Kind kind)
+    : id_(id),
+      kind_(kind),
+      reclaimer_(kind == Kind::kPhysical ? std::make_unique<Reclaimer>() : nullptr) {}
+
+Device::~Device() {
+  // What is left to do is about the tables, which go next.
+  if (reclaimer_ != nullptr) reclaimer_->drain();
+}
 
 std::shared_ptr<Device> Device::create(jx_dev_id_t id, Kind kind,
                                        const jx_device_profile_t& profile, std::string* error) {

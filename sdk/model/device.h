@@ -1,8 +1,9 @@
 // Devices: the programs that each carries, the tables of those, and the lock over all of them.
 //
-// Thread safety: the mutex of a device is held over every access to its tables, on a virtual device
-// until the placement callback of the write has returned. So writes take effect and are reported in
-// one order. Descriptions, and the objects that show them, never change and need no lock.
+// Thread safety: the mutex of a device is held over every access to its tables but a packet's
+// look-up (see MatchTable), on a virtual device until the placement callback of the write has
+// returned. So writes take effect and are reported in one order. Descriptions, and the objects that
+// show them, never change and need no lock.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/read_copy_update.h"
 #include "model/table_state.h"
 
 namespace jxmodel {
@@ -39,6 +41,9 @@ class Device {
   bool isVirtual() const { return kind_ == Kind::kVirtual; }
   std::mutex& mutex() const { return mutex_; }
 
+  /// Of a physical device; null on a virtual one, whose tables no packet reads.
+  Reclaimer* reclaimer() const { return reclaimer_.get(); }
+
   /// In the profile's order.
   const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
   const RtInfo* findInfo(const std::string& p4_name) const;
@@ -52,6 +57,7 @@ class Device {
   jx_dev_id_t id_;
   Kind kind_;
   mutable std::mutex mutex_;
+  std::unique_ptr<Reclaimer> reclaimer_;
   std::vector<std::unique_ptr<RtInfo>> infos_;
   absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
 };
