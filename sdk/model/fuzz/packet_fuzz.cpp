@@ -88,7 +88,7 @@ void checkFields(PacketView packet, PacketView original) {
 }
 
 std::unique_ptr<uint8_t[]> copyOf(const uint8_t* data, size_t size) {
-  auto copy = std::make_unique<uint8_t[]>(size);
+  std::unique_ptr<uint8_t[]> copy(new uint8_t[size]);
   std::copy(data, data + size, copy.get());
   return copy;
 }

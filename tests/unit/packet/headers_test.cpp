@@ -20,7 +20,7 @@ struct Parsed {
 
 // From a copy of just that size, so that a sanitizer sees each byte read behind it.
 Parsed parsed(const Bytes& frame) {
-  const auto exact = std::make_unique<uint8_t[]>(frame.size());
+  const std::unique_ptr<uint8_t[]> exact(new uint8_t[frame.size()]);
   std::copy(frame.begin(), frame.end(), exact.get());
   Parsed result{};
   result.status = parse(exact.get(), frame.size(), &result.headers);
