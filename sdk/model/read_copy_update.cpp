@@ -5,6 +5,8 @@
 #include <urcu/urcu-memb.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
@@ -21,6 +23,16 @@ void orderedAfter(void* tag) { __tsan_acquire(tag); }
 void orderedBefore(void*) {}
 void orderedAfter(void*) {}
 #endif
+
+// Who drains waits here for a batch.
+struct Passing {
+  std::mutex mutex;
+  std::condition_variable changed;
+};
+Passing& passing() {
+  static auto* const made = new Passing;  // outlives the thread of the grace periods
+  return *made;
+}
 
 char sections_tag;  // the end of a section comes before the grace periods that wait for it
 
@@ -69,7 +81,9 @@ struct Reclaimer::Batch {
     Batch* const batch = caa_container_of(head, Batch, head);
     orderedAfter(batch);
     orderedAfter(&sections_tag);
-    batch->passed.store(true, std::memory_order_release);
+    const std::lock_guard<std::mutex> lock(passing().mutex);
+    batch->passed.store(true, std::memory_order_release);  // now it may be gone
+    passing().changed.notify_all();
   }
 };
 
@@ -110,7 +124,12 @@ void Reclaimer::runPassed() {
 void Reclaimer::drain() {
   if (open_ != nullptr) handOver();
   if (waiting_.empty()) return;
-  urcu_memb_barrier();
+  {
+    // The last batch passes after all others: they are in one queue.
+    std::unique_lock<std::mutex> lock(passing().mutex);
+    const Batch& last = *waiting_.back();
+    passing().changed.wait(lock, [&last] { return last.passed.load(std::memory_order_acquire); });
+  }
   runPassed();
 }
 
