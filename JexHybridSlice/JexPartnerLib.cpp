@@ -37,7 +37,9 @@ const jxrt::JxRtTable* findJxRtTableFromName(uint8_t dev, std::string p4Name,
   PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
                   "Unable to get any jxrtInfo for ", p4Name, " returns: ", jx_status);
   const jxrt::JxRtTable* table = nullptr;
-  info->tableFromNameGet(tableName, &table);
+  if (info != nullptr) {
+    info->tableFromNameGet(tableName, &table);
+  }
   return table;
 }
 

@@ -94,6 +94,12 @@ const void* lastPointer(const void* params, size_t words) {
   return pointer;
 }
 
+/// Bytes of the elements of a group that is created.
+uint64_t elementsSize(const void* params) {
+  const auto* create = static_cast<const pipe_sel_create_params*>(params);
+  return uint64_t{create->num_elements} * sizeof(pipe_sel_element);
+}
+
 /// A table-update message of any length.
 struct UpdateBuffer {
   UpdateMsg_t head;
@@ -106,18 +112,18 @@ static_assert(sizeof(UpdateBuffer) == PACK_BUFFER_SIZE);
 void sendUpdate(PartnerMsgType type, const UpdateHeader_t& update, const UpdateRow& row,
                 const void* params, const void* cookie, const StopPlace& place) {
   const void* data = row.tail == Tail::NONE ? nullptr : lastPointer(params, row.words);
-  size_t tailSize = 0;
+  size_t packedSize = 0;
   if (row.tail == Tail::PACKED) {
-    const jx_status_t sts = jx_drv_plcmt_pack_data_size(data, &tailSize);
+    const jx_status_t sts = jx_drv_plcmt_pack_data_size(data, &packedSize);
     if (sts != JX_SUCCESS) {
       PARTNER_STOP_AT(place, "sts == JX_SUCCESS", row.sizeText, statusText(sts));
     }
-  } else if (row.tail == Tail::ELEMENTS) {
-    const auto* create = static_cast<const pipe_sel_create_params*>(params);
-    tailSize = size_t{create->num_elements} * sizeof(pipe_sel_element);
   }
-  const size_t len = sizeof(UpdateMsg_t) + row.words * WORD_SIZE + tailSize;
-  if (len > PACK_BUFFER_SIZE) {
+  const uint64_t tailSize =
+      row.tail == Tail::ELEMENTS ? elementsSize(params) : uint64_t{packedSize};
+  const size_t fixed = sizeof(UpdateMsg_t) + row.words * WORD_SIZE;
+  const uint64_t len = fixed + tailSize;
+  if (tailSize > PACK_BUFFER_SIZE - fixed) {
     PARTNER_STOP_AT(place, "len <= PACK_BUFFER_SIZE", row.lengthText, len);
   }
 
@@ -140,29 +146,33 @@ void sendUpdate(PartnerMsgType type, const UpdateHeader_t& update, const UpdateR
   static_cast<const PartnerMessage*>(cookie)->pSocket_->send(&msg, len);
 }
 
-/// Registers the callback that fits the table's type; tables of other types are named and skipped.
+/// Registers the callback that fits `type`. Tables of other types are named and left alone.
+jx_status_t registerCallback(const jxrt::JxRtTable& table, jx_rt_table_type_t type,
+                             const jxrt::JxRtSession& session, const jx_rt_target_t& target,
+                             PartnerMessage* message) {
+  switch (type) {
+    case JX_RT_TABLE_MATCH_DIRECT:
+    case JX_RT_TABLE_MATCH_ACTION_DATA:
+    case JX_RT_TABLE_MATCH_SELECTOR:
+      return table.matUpdateCbRegister(session, target, packMatchCallback, message);
+    case JX_RT_TABLE_ACTION_DATA:
+      return table.adtUpdateCbRegister(session, target, packAdtCallback, message);
+    case JX_RT_TABLE_SELECTOR:
+      return table.selUpdateCbRegister(session, target, packSelCallback, message);
+    default:
+      writeLine("Ignoring Table type: " + std::to_string(type) + '\n');
+      return JX_SUCCESS;
+  }
+}
+
 void captureTable(const jxrt::JxRtTable& table, const jxrt::JxRtSession& session,
                   const jx_rt_target_t& target, PartnerMessage* message, const StopPlace& place) {
   std::string name;
   table.tableNameGet(&name);
   jx_rt_table_type_t type = {};
-  table.tableTypeGet(&type);
-  jx_status_t status = JX_SUCCESS;
-  switch (type) {
-    case JX_RT_TABLE_MATCH_DIRECT:
-    case JX_RT_TABLE_MATCH_ACTION_DATA:
-    case JX_RT_TABLE_MATCH_SELECTOR:
-      status = table.matUpdateCbRegister(session, target, packMatchCallback, message);
-      break;
-    case JX_RT_TABLE_ACTION_DATA:
-      status = table.adtUpdateCbRegister(session, target, packAdtCallback, message);
-      break;
-    case JX_RT_TABLE_SELECTOR:
-      status = table.selUpdateCbRegister(session, target, packSelCallback, message);
-      break;
-    default:
-      writeLine("Ignoring Table type: " + std::to_string(type) + '\n');
-      return;
+  jx_status_t status = table.tableTypeGet(&type);
+  if (status == JX_SUCCESS) {
+    status = registerCallback(table, type, session, target, message);
   }
   if (status != JX_SUCCESS) {
     PARTNER_STOP_AT(place, "false", "Failed callback setup on ", name,
@@ -181,12 +191,14 @@ void callbackSetUp(const jxrt::JxRtSession& session, jx_rt_target_t target,
                   target.dev_id, " returns: ", sts);
   for (const std::string& name : names) {
     const jxrt::JxRtInfo* info = nullptr;
-    const jx_status_t jx_status = devMgr.jxRtInfoGet(target.dev_id, name, &info);
+    jx_status_t jx_status = devMgr.jxRtInfoGet(target.dev_id, name, &info);
     PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
                     "Unable to get any jxrtInfo for ", name, " returns: ", jx_status);
     PARTNER_REQUIRE(info != nullptr, "false", "Unable to get jxRTInfo for ", name);
     std::vector<const jxrt::JxRtTable*> tables;
-    info->tablesGet(&tables);
+    jx_status = info->tablesGet(&tables);
+    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
+                    "Unable to get any jxrtInfo for ", name, " returns: ", jx_status);
     for (const jxrt::JxRtTable* table : tables) {
       captureTable(*table, session, target, &message, PARTNER_HERE);
     }

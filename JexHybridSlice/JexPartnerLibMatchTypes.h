@@ -10,6 +10,7 @@
 namespace PartnerLib {
 namespace {
 
+// NOLINTNEXTLINE(misc-definitions-in-headers): one for each source area, as said above
 [[maybe_unused]] const std::map<jx_rt_key_match_type_t, std::string> keyMatchTypeNames = {
     {JX_RT_MATCH_INVALID, "INVALID"}, {JX_RT_MATCH_EXACT, "EXACT"},
     {JX_RT_MATCH_TERNARY, "TERNARY"}, {JX_RT_MATCH_RANGE, "RANGE"},

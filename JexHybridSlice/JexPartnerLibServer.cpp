@@ -75,6 +75,7 @@ void registerPartner(uint32_t pid, const char* payload, size_t size, const StopP
   if (sock < 0) {
     return;
   }
+  boundSends(sock);
   // A payload without terminator ends where the message ends.
   const std::string address(payload, strnlen(payload, size));
   if (nn_connect(sock, address.c_str()) < 0) {

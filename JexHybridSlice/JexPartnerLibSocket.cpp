@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
@@ -31,6 +32,9 @@ constexpr unsigned SHUTDOWN_PAUSE_S = 1;
 // A sender that closes in mid-stream can leave a socket that polls readable with nothing to
 // receive; this bounds the wait of the receive that follows.
 constexpr int RECV_TIMEOUT_MS = 100;
+// Two threads can both see room for the one message that fits; this bounds the wait of the second,
+// whose attempt then counts as one that found no room.
+constexpr int SEND_TIMEOUT_MS = 100;
 
 /// nanomsg sets its revents only when it found something.
 bool polled(int result, const nn_pollfd& entry, short event) {
@@ -58,6 +62,36 @@ int openReceivingSocket(int protocol) {
     nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
   }
   return sock;
+}
+
+/// Whether this thread is a receive thread, the kind that shutdown() cancels.
+thread_local bool isReceiveThread = false;
+
+/// Where a receive thread may end: no lock of nanomsg, the allocator or a queue is held here. A
+/// thread that is cancelled anywhere else would take those locks with it.
+void cancellationPoint() {
+  if (isReceiveThread) {
+    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
+    pthread_testcancel();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  }
+}
+
+/// Gives a received buffer back, also when the thread ends in between.
+struct FreeMessage {
+  void operator()(void* msg) const { nn_freemsg(msg); }
+};
+using ReceivedMessage = std::unique_ptr<void, FreeMessage>;
+
+/// Receives one message; null when there is none, or when it is empty.
+ReceivedMessage receiveMessage(int sock, int* nbytes) {
+  void* buf = nullptr;
+  *nbytes = nn_recv(sock, &buf, NN_MSG, 0);
+  ReceivedMessage msg(*nbytes < 0 ? nullptr : buf);
+  if (*nbytes < 1) {
+    msg.reset();  // an empty message has a buffer too
+  }
+  return msg;
 }
 
 /// A reverse-path name of this process: its id and the local time of day.
@@ -92,7 +126,7 @@ bool PartnerSocket::init(std::string name, bool testMode) {
     nn_init();  // nothing to do unless an earlier shutdown() terminated nanomsg
   }
   numFds = 0;
-  return clientMode == 0 ? initAgent(name) : initClient(name, testMode);
+  return clientMode == 0 ? initAgent(name) : initClient(name, testMode, PARTNER_HERE);
 }
 
 bool PartnerSocket::initAgent(const std::string& name) {
@@ -110,9 +144,11 @@ bool PartnerSocket::initAgent(const std::string& name) {
   return true;
 }
 
-bool PartnerSocket::initClient(const std::string& name, bool testMode) {
+bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
   socket_ = nn_socket(AF_SP, NN_PUSH);
-  PARTNER_REQUIRE(socket_ >= 0, "( socket_ >= 0 )", "Unable to open Client socket");
+  if (socket_ < 0) {
+    PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
+  }
   endpoints[0] = nn_connect(socket_, name.c_str());
   if (endpoints[0] < 0) {
     nn_close(socket_);
@@ -124,18 +160,22 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode) {
   const int reverse = openReceivingSocket(NN_PAIR);
   myPid = getpid();
   const std::string uniqueName = makeUniqueName(myPid);
-  PARTNER_REQUIRE(reverse >= 0, "( reverse >= 0 )", "Cannot open socket for reverse path");
+  if (reverse < 0) {
+    PARTNER_STOP_AT(place, "( reverse >= 0 )", "Cannot open socket for reverse path");
+  }
   endpoints[1] = nn_bind(reverse, uniqueName.c_str());
   if (endpoints[1] < 0) {
     nn_close(reverse);
-    PARTNER_STOP("( endpoints[1] >= 0 )", "Cannot bind socket for reverse path");
+    PARTNER_STOP_AT(place, "( endpoints[1] >= 0 )", "Cannot bind socket for reverse path");
   }
   numFds = 2;
   pollFds[1] = {reverse, NN_POLLIN | NN_POLLOUT, 0};
-  PARTNER_REQUIRE(uniqueName.length() < MAX_SOCKET_NAME_LEN,
-                  "uniqueName.length() < MAX_SOCKET_NAME_LEN",
-                  "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
+  if (uniqueName.length() >= MAX_SOCKET_NAME_LEN) {
+    PARTNER_STOP_AT(place, "uniqueName.length() < MAX_SOCKET_NAME_LEN",
+                    "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
+  }
   sendSocketNameToSliceAgent(socket_, myPid, uniqueName.c_str());
+  boundSends(socket_);  // from here on: the registration waits for a SliceAgent to come up
   if (testMode) {
     startgRPCServer();
   }
@@ -148,10 +188,12 @@ bool PartnerSocket::send(const void* buf, size_t size) { return socketSend(socke
 bool PartnerSocket::readyToSend() { return socketReady(socket_); }
 
 bool PartnerSocket::receive(void** buf, int* nbytes) {
-  const int n = nn_recv(pollFds[0].fd, buf, NN_MSG, 0);
-  if (n < 1) {
+  int n = 0;
+  ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n);
+  if (msg == nullptr) {
     return false;
   }
+  *buf = msg.release();
   *nbytes = n;
   return true;
 }
@@ -212,32 +254,36 @@ void PartnerSocket::shutdown(bool terminate) {
     closeEndpoint(socket_, endpoints[0]);
   }
   if (terminate) {
+    // It closes what is not open, and must not leave the error of that behind: the next start's
+    // sends look at the thread's last error.
+    const int before = errno;
     nn_term();
+    errno = before;
   }
 }
 
 void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
-  // A thread that is cancelled inside nanomsg, the allocator or a queue would take their locks with
-  // it: cancellation waits for the one place where none is held.
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  isReceiveThread = true;
   for (;;) {
     const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
     if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
-      void* msg = nullptr;
-      const int n = nn_recv(s->pollFds[1].fd, &msg, NN_MSG, 0);
-      if (n > 0) {
-        processClientMessageFromSocket(msg, n, s);
-        nn_freemsg(msg);
+      int n = 0;
+      const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n);
+      if (msg != nullptr) {
+        processClientMessageFromSocket(msg.get(), n, s);
       }
     } else {
       // The push socket is nearly always writable, so the poll returns at once: leave the core to
       // the senders, which are what makes it writable.
       sched_yield();
     }
-    pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
-    pthread_testcancel();
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    cancellationPoint();
   }
+}
+
+void boundSends(int sock) {
+  nn_setsockopt(sock, NN_SOL_SOCKET, NN_SNDTIMEO, &SEND_TIMEOUT_MS, sizeof(SEND_TIMEOUT_MS));
 }
 
 bool socketReady(int sock) {
@@ -255,12 +301,16 @@ bool socketSend(int sock, const void* buf, size_t size) {
   for (int attempt = 0; attempt < MAX_SEND_RETRY; ++attempt) {
     if (socketReady(sock)) {
       const int sent = nn_send(sock, buf, size, 0);
-      PARTNER_REQUIRE(sent >= 0 && static_cast<size_t>(sent) == size, "( size_t )sent == size",
-                      "Cannot send ", size, " bytes. Sent: ", sent);
-      return true;
+      if (sent >= 0 && static_cast<size_t>(sent) == size) {
+        return true;
+      }
+      const bool tookTooLong = sent < 0 && nn_errno() == ETIMEDOUT;
+      PARTNER_REQUIRE(tookTooLong, "( size_t )sent == size", "Cannot send ", size,
+                      " bytes. Sent: ", sent);
     }
     const timespec none = {0, 0};
     nanosleep(&none, nullptr);
+    cancellationPoint();
   }
   PARTNER_STOP("false", "SOCKET Send ERROR(max retry) ", nn_strerror(nn_errno()));
 }
@@ -269,7 +319,9 @@ void sendSocketNameToSliceAgent(int sock, int pid, const char* name) {
   RegisterMsg_t msg;
   msg.header = {MSG_REGISTER, static_cast<uint32_t>(pid), sizeof(msg)};
   snprintf(msg.name, sizeof(msg.name), "%s", name);
-  nn_send(sock, &msg, sizeof(msg), 0);
+  // It may wait long for a SliceAgent; a signal that comes meanwhile must not lose it.
+  while (nn_send(sock, &msg, sizeof(msg), 0) < 0 && nn_errno() == EINTR) {
+  }
 }
 
 void startgRPCServer() {

@@ -8,6 +8,9 @@
 #include <thread>
 
 #include "JexPartnerLib.h"
+#include "JexPartnerLibStop.h"
+
+#define JEX_HIDDEN __attribute__((visibility("hidden")))
 
 namespace PartnerLib {
 
@@ -50,7 +53,8 @@ class JEX_API PartnerSocket {
   /// Partner's takes a second, in which queued messages leave: nanomsg has no linger.
   void shutdown(bool terminate);
 
-  /// Body of the receive thread: a busy loop, left by cancellation between two messages only.
+  /// Body of the receive thread: a busy loop, left by cancellation between two messages, or between
+  /// two attempts to send an answer.
   static void clientThreadFunc(PartnerSocket* s);
 
   int socket_ = -1;                     ///< main socket: pull (SliceAgent) or push (Partner)
@@ -61,14 +65,17 @@ class JEX_API PartnerSocket {
   std::thread* clientThread = nullptr;  ///< receive thread, owned
 
  private:
-  bool initAgent(const std::string& name);
-  bool initClient(const std::string& name, bool testMode);
-  bool receive(void** buf, int* nbytes);
+  JEX_HIDDEN bool initAgent(const std::string& name);
+  JEX_HIDDEN bool initClient(const std::string& name, bool testMode, const StopPlace& place);
+  JEX_HIDDEN bool receive(void** buf, int* nbytes);
 };
 
 /// Whether `sock` can take a message now. Stops the process if the last nanomsg error of the thread
 /// says that the socket is dead; that error may be older than this call.
 JEX_API bool socketReady(int sock);
+
+/// Bounds the wait inside nanomsg of every later send on `sock`; see socketSend.
+void boundSends(int sock);
 
 /// Sends one message, trying 100000 times for room; stops the process when there is none, or when
 /// less than the message was taken. Returns true. Any thread.

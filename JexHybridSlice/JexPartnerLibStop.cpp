@@ -16,7 +16,7 @@ void writeLine(const std::string& text) {
     const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
     if (written > 0) {
       rest.remove_prefix(static_cast<size_t>(written));
-    } else if (written < 0 && errno != EINTR) {
+    } else if (written == 0 || errno != EINTR) {
       return;  // nobody to tell
     }
   }

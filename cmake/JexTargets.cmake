@@ -10,5 +10,11 @@ endif()
 if(JEX_SANITIZE)
   target_compile_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE}
                          -fno-sanitize-recover=all)
+  # GCC takes what a sanitizer inserts for a use of what was never set.
+  target_compile_options(jex_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE})
+endif()
+if(JEX_BUILD_FUZZERS)
+  # Lets a fuzzer see which way its input took through the code.
+  target_compile_options(jex_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()

@@ -38,7 +38,7 @@ if [[ $build == yes ]]; then
   cmake --build "$build_dir" --target slice-agent partner-shell switchctl
 fi
 
-run=(python3 scripts/demo_run.py --bin "$build_dir/bin" --out "$PWD/build/demo" "${run_args[@]}")
+run=(python3 scripts/demo_run.py --bin "$build_dir/bin" --out "$build_dir/demo" "${run_args[@]}")
 status=0
 scripts/in-private-namespaces --keep "$build_dir" true 2>/dev/null || status=$?
 if [[ $status -eq 0 ]]; then

@@ -222,19 +222,21 @@ def churn_commands(prefixes):
     yield f"add acl l4.dport=22 -> deny priority={RULES + 6000}"
 
 
-def sample_routes(limit):
-    """Every 1000th route of the file that is loaded, as the key of a command."""
+def read_routes(limit):
+    """Table -> how many routes of the file go there; and every 1000th of them, as the key of a
+    command."""
+    counts = {"ipv4_lpm": 0, "ipv6_lpm": 0}
     sample = []
     with gzip.open(ROUTES, "rt") as lines:
-        numbers = {"ipv4": 0, "ipv6": 0}
         for line in lines:
             family = "ipv6" if ":" in line else "ipv4"
-            numbers[family] += 1
-            if limit and numbers[family] > limit:
+            table = f"{family}_lpm"
+            if limit and counts[table] == limit:
                 continue
-            if numbers[family] % 1000 == 1:
-                sample.append(f"{family}_lpm {family}.dst={line.strip()}")
-    return sample
+            counts[table] += 1
+            if counts[table] % 1000 == 1:
+                sample.append(f"{table} {family}.dst={line.strip()}")
+    return counts, sample
 
 
 class Demo:
@@ -261,9 +263,10 @@ class Demo:
         print("partner-shell: ready")
         self.step("next hops, groups", list(forwarding_commands()))
         self.step("access rules", list(acl_commands()))
-        self.load("IPv4 routes", "ipv4_lpm")
-        self.load("IPv6 routes", "ipv6_lpm")
-        self.step("changes", list(churn_commands(sample_routes(self.options.limit))))
+        counts, sample = read_routes(self.options.limit)
+        self.load("IPv4 routes", "ipv4_lpm", counts["ipv4_lpm"])
+        self.load("IPv6 routes", "ipv6_lpm", counts["ipv6_lpm"])
+        self.step("changes", list(churn_commands(sample)))
         differences = self.compare(self.device.entries())
         self.partner.quit()
         self.partner = None
@@ -292,7 +295,7 @@ class Demo:
         self.rows.append((what, len(commands), self.await_same_counts(began)))
         self.progress.clear()
 
-    def load(self, what, table):
+    def load(self, what, table, routes):
         targets = (f"nexthops={words(range(1, NEXTHOPS + 1))} "
                    f"groups={words(range(1, GROUPS + 1))}")
         limit = f"limit={self.options.limit} " if self.options.limit else ""
@@ -304,13 +307,15 @@ class Demo:
 
         began = time.monotonic()
         result = self.partner.do(f"load-routes {table} {ROUTES} {limit}{targets}", show)
-        self.rows.append((what, result["loaded"], self.await_same_counts(began)))
+        if result["loaded"] != routes:
+            raise DemoError(f"{result['loaded']} routes were loaded, the file has {routes}")
+        self.rows.append((what, routes, self.await_same_counts(began)))
         self.progress.clear()
 
     def compare(self, tables):
-        """Dumps and compares all tables; the number of differences."""
+        """Dumps and compares all tables (name -> entries); the number of differences."""
         found = {}
-        for name in tables:
+        for name, entries in tables.items():
             self.progress.show(f"comparing {name}")
             paths = [os.path.join(self.options.out, f"{name}.{side}.json")
                      for side in ("virtual", "physical")]
@@ -318,6 +323,8 @@ class Demo:
             self.device.dump(name, paths[1])
             differences = []
             found[name] = compare_dumps.compare(*paths, differences.append)
+            if found[name][0] < entries:
+                raise DemoError(f"{name} has {entries} entries, {paths[0]} fewer")
             self.progress.clear()
             for difference in differences[:DIFFERENCES_SHOWN]:
                 print(f"{name}: {difference}")

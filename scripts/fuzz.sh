@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Fuzzes what reads bytes that another process sent, for SECONDS a target (default 600).
+# Fuzzes the decoder of placement data, which reads bytes that another process sent, for SECONDS
+# (default 600).
 #
 #   scripts/fuzz.sh [SECONDS]
 #
-# Starts from the inputs that are kept beside the targets; finds new ones into build/fuzz/corpus. A
+# Starts from the inputs that are kept in sdk/model/fuzz/corpus; puts new ones into build/fuzz/corpus. A
 # finding is written to build/fuzz/findings and ends the run with a status other than 0: fix it, and
 # keep its input as a test.
 set -euo pipefail
@@ -16,26 +17,8 @@ scripts/configure fuzz >build/fuzz/configure.log || {
   cat build/fuzz/configure.log >&2
   exit 1
 }
-cmake --build build/fuzz
+cmake --build build/fuzz --target placement_fuzz
 
-shopt -s nullglob
-targets=(build/fuzz/bin/*_fuzzer build/fuzz/bin/fuzz_*)
-if [[ ${#targets[@]} -eq 0 ]]; then
-  echo "fuzz.sh: the build made no fuzz target" >&2
-  exit 1
-fi
-for target in "${targets[@]}"; do
-  name=$(basename "$target")
-  corpus=build/fuzz/corpus/$name
-  mkdir -p "$corpus"
-  kept=()
-  for dir in "sdk/model/fuzz/corpus/$name" sdk/model/fuzz/corpus; do
-    if [[ -d $dir ]]; then
-      kept=("$dir")
-      break
-    fi
-  done
-  echo "fuzz.sh: $name for $seconds s"
-  "$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
-    -artifact_prefix=build/fuzz/findings/ "$corpus" "${kept[@]}"
-done
+mkdir -p build/fuzz/corpus sdk/model/fuzz/corpus
+build/fuzz/bin/placement_fuzz -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+  -artifact_prefix=build/fuzz/findings/ build/fuzz/corpus sdk/model/fuzz/corpus

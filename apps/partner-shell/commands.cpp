@@ -143,7 +143,8 @@ Result showHelp(Shell& shell, Line& line) {
   if (array.empty()) {
     throw CommandError("unknown command '" + line.operands[0] + "'; help lists them");
   }
-  return ok(countText(array.size(), "command", "commands"), {{"commands", std::move(array)}});
+  std::string text = countText(array.size(), "command", "commands");
+  return ok(std::move(text), {{"commands", std::move(array)}});
 }
 
 Result quitNever(Shell&, Line&) { throw CommandError("quit stands alone"); }

@@ -57,8 +57,11 @@ std::optional<int> parseOptions(int argc, char** argv, Options* options) {
   app.add_option("--script", options->script, "read commands from a file")->type_name("FILE");
   try {
     app.parse(argc, argv);
+  } catch (const CLI::Success& wanted) {
+    return app.exit(wanted);  // --help, --version
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kExitUsage;
+    std::fprintf(stderr, "partner-shell: %s (see partner-shell --help)\n", error.what());
+    return kExitUsage;
   }
   return std::nullopt;
 }
@@ -101,7 +104,7 @@ bool runScript(int fd, const StopSignal& stop, Shell& shell, const Output& outpu
   struct stat facts {};
   const uint64_t size = fstat(fd, &facts) == 0 ? static_cast<uint64_t>(facts.st_size) : 0;
   FileLines lines(fd, stop);
-  Progress progress;
+  Progress progress(isatty(STDOUT_FILENO) != 1);  // there, the results show how far it is
   std::string line;
   uint64_t line_number = 0;
   bool succeeded = true;

@@ -13,7 +13,8 @@ constexpr char kClearLine[] = "\r\x1b[K";
 
 }  // namespace
 
-Progress::Progress() : on_terminal_(isatty(STDERR_FILENO) == 1), next_(Clock::now() + kQuietTime) {}
+Progress::Progress(bool wanted)
+    : on_terminal_(wanted && isatty(STDERR_FILENO) == 1), next_(Clock::now() + kQuietTime) {}
 
 Progress::~Progress() {
   if (shown_) std::fputs(kClearLine, stderr);

@@ -9,7 +9,8 @@ namespace jexapps {
 
 class Progress {
  public:
-  Progress();
+  /// `wanted` false: shows nothing, whatever standard error is.
+  explicit Progress(bool wanted = true);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;

@@ -98,7 +98,7 @@ std::shared_ptr<Device> Device::create(jx_dev_id_t id, Kind kind,
   constexpr uint32_t kDefaultHandleBase = 1;
   const uint32_t base = handle_base == 0 ? kDefaultHandleBase : handle_base;
   if (!checkPrograms(programs, base, error)) return nullptr;
-  const std::shared_ptr<Device> device(new Device(id, kind));
+  std::shared_ptr<Device> device(new Device(id, kind));
   for (auto& program : programs) device->addProgram(std::move(program), base);
   return device;
 }

@@ -132,7 +132,7 @@ bool KeyCodec::inRanges(const uint8_t* key, const uint8_t* values) const {
 bool KeyCodec::matches(const uint8_t* key, const uint8_t* values) const {
   for (size_t i = 0; i < fields_.size(); ++i) {
     const KeyField& field = fields_[i];
-    uint8_t mask[kMaxValueBytes];
+    uint8_t mask[kMaxValueBytes] = {};
     equalityMask(field, key + field.offset, mask);
     for (uint32_t byte = 0; byte < field.value_bytes; ++byte) {
       const int difference = key[field.offset + byte] ^ values[value_offsets_[i] + byte];

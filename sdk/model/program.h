@@ -44,16 +44,22 @@ struct PacketField {
 
 /// An operand of an action or of the control flow: a packet field (index into Program::fields), a
 /// parameter of the action (index into Action::params), or a constant.
-struct FieldRef { uint32_t index; };
-struct ParamRef { uint32_t index; };
-struct Constant { std::vector<uint8_t> value; };  // network byte order
+struct FieldRef {
+  uint32_t index;
+};
+struct ParamRef {
+  uint32_t index;
+};
+struct Constant {
+  std::vector<uint8_t> value;
+};  // network byte order
 using Operand = std::variant<FieldRef, ParamRef, Constant>;
 
 /// One step of an action.
 enum class PrimitiveOp : uint8_t {
-  kSet,        // field := source
-  kForward,    // leave through port `source`
-  kFlood,      // leave through every port but the ingress port
+  kSet,      // field := source
+  kForward,  // leave through port `source`
+  kFlood,    // leave through every port but the ingress port
   kDrop,
   kDecrement,  // field := field - 1; drops the packet where that reaches 0 (TTL, hop limit)
   kCount,      // counter table `table` at index `source`
@@ -110,16 +116,16 @@ struct Table {
   jx_rt_table_type_t type = JX_RT_TABLE_MATCH_DIRECT;
   uint32_t size = 0;  // entries
   std::vector<KeyField> key;
-  uint32_t key_bytes = 0;           // of the packed key
-  bool has_priority = false;        // a ternary, range or optional field
-  std::vector<uint32_t> actions;    // indices into Program::actions; own, or the action-data table's
+  uint32_t key_bytes = 0;         // of the packed key
+  bool has_priority = false;      // a ternary, range or optional field
+  std::vector<uint32_t> actions;  // indices into Program::actions; own, or the action-data table's
   std::optional<uint32_t> action_data_table;  // index into Program::tables
   std::optional<uint32_t> selector_table;     // index into Program::tables
-  bool idle_timeout = false;        // entries may have a TTL
+  bool idle_timeout = false;                  // entries may have a TTL
   std::optional<ActionCall> default_action;   // direct tables
   // Selector tables.
-  uint32_t max_members = 0;             // of a group
-  std::vector<uint32_t> hash_fields;    // indices into Program::fields that choose the member
+  uint32_t max_members = 0;           // of a group
+  std::vector<uint32_t> hash_fields;  // indices into Program::fields that choose the member
 };
 
 struct LearnField {
@@ -145,7 +151,9 @@ struct ApplyTable {
   ControlBlock on_hit, on_miss;
 };
 /// True if the packet has the header ("ipv4").
-struct HeaderValid { std::string header; };
+struct HeaderValid {
+  std::string header;
+};
 struct Comparison {
   Operand left = Constant{}, right = Constant{};
   CompareOp op = CompareOp::kEqual;
@@ -168,10 +176,10 @@ struct Program {
   std::vector<Learn> learns;
   ControlBlock control;
 
-  const Table *tableByName(std::string_view name) const;
-  const Table *tableById(uint32_t id) const;
-  const Action *actionByName(std::string_view name) const;
-  const Action *actionById(uint32_t id) const;
+  const Table* tableByName(std::string_view name) const;
+  const Table* tableById(uint32_t id) const;
+  const Action* actionByName(std::string_view name) const;
+  const Action* actionById(uint32_t id) const;
 };
 
 /// What a loader found wrong: "router.json: /tables/2/key/0/match: unknown match kind 'lmp'".
@@ -181,9 +189,9 @@ struct LoadError {
 };
 
 /// Loads a description from a JSON file. Null and *error filled if it is not a right one.
-std::shared_ptr<const Program> loadProgramJson(const std::string &path, LoadError *error);
+std::shared_ptr<const Program> loadProgramJson(const std::string& path, LoadError* error);
 /// The same from text; `name` stands for the file in errors.
-std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std::string &name,
-                                                LoadError *error);
+std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std::string& name,
+                                                LoadError* error);
 
 }  // namespace jxmodel

@@ -116,9 +116,7 @@ jx_status_t RtTable::dataFieldListGet(std::vector<jxrt::JxRtFieldInfo>* fields) 
   return JX_SUCCESS;
 }
 
-jx_status_t RtTable::dataFieldIdGet(const std::string& name, uint32_t* id) const {
-  JXMODEL_ENTRY("JxRtTable::dataFieldIdGet");
-  if (id == nullptr) return JX_INVALID_ARGUMENTS;
+jx_status_t RtTable::commonFieldId(const std::string& name, uint32_t* id) const {
   for (const DataField& field : data_fields_) {
     if (name != field.name) continue;
     *id = field.id;
@@ -127,18 +125,23 @@ jx_status_t RtTable::dataFieldIdGet(const std::string& name, uint32_t* id) const
   return JX_OBJECT_NOT_FOUND;
 }
 
+jx_status_t RtTable::dataFieldIdGet(const std::string& name, uint32_t* id) const {
+  JXMODEL_ENTRY("JxRtTable::dataFieldIdGet");
+  return id == nullptr ? JX_INVALID_ARGUMENTS : commonFieldId(name, id);
+}
+
 jx_status_t RtTable::dataFieldIdGet(const std::string& name, uint32_t action_id,
                                     uint32_t* id) const {
+  JXMODEL_ENTRY("JxRtTable::dataFieldIdGet");
   if (id == nullptr) return JX_INVALID_ARGUMENTS;
   const Action* const action = ownsActions() ? state_.actionById(action_id) : nullptr;
   if (action == nullptr) return JX_OBJECT_NOT_FOUND;
   for (const Param& param : action->params) {
     if (param.name != name) continue;
-    JXMODEL_ENTRY("JxRtTable::dataFieldIdGet");
     *id = param.id;
     return JX_SUCCESS;
   }
-  return dataFieldIdGet(name, id);  // a field beside the action's, such as $TTL
+  return commonFieldId(name, id);  // a field beside the action's, such as $TTL
 }
 
 jx_status_t RtTable::actionListGet(std::vector<jxrt::JxRtActionInfo>* actions) const {

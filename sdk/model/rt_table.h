@@ -130,6 +130,8 @@ class RtTable final : public jxrt::JxRtTable {
   };
 
   bool ownsActions() const;
+  /// The id of a data field that belongs to no action.
+  jx_status_t commonFieldId(const std::string& name, uint32_t* id) const;
   jx_status_t checkTarget(const jx_rt_target_t& target) const;
   jx_status_t checkRead(const jx_rt_target_t& target, uint64_t flags) const;
   /// Also that the device is one whose tables are written directly.

@@ -3,7 +3,7 @@
 namespace jxmodel {
 namespace {
 
-constexpr size_t kChunkBytes = 64 * 1024;
+constexpr size_t kChunkBytes = size_t{64} * 1024;
 
 uint32_t chunkShift(size_t record_bytes) {
   uint32_t shift = 0;

@@ -1,11 +1,41 @@
-# slice-agent, switchctl and the control server as people run them.
+# slice-agent, partner-shell, switchctl and the control server as people run them.
+include(${CMAKE_CURRENT_LIST_DIR}/../support/JexTestLabels.cmake)
 find_package(nlohmann_json 3.11 REQUIRED)
-add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp control_server_test.cpp
-               ../support/test_main.cpp)
+find_package(ZLIB REQUIRED)
+
+# A client of the control server's reflection, which is not linked to libdriver.so.
+find_package(Protobuf REQUIRED)
+find_package(gRPC CONFIG REQUIRED)
+set(reflection_dir ${CMAKE_CURRENT_BINARY_DIR}/generated)
+set(reflection ${reflection_dir}/reflection.pb.cc ${reflection_dir}/reflection.pb.h
+               ${reflection_dir}/reflection.grpc.pb.cc ${reflection_dir}/reflection.grpc.pb.h)
+file(MAKE_DIRECTORY ${reflection_dir})
+add_custom_command(
+  OUTPUT ${reflection}
+  COMMAND protobuf::protoc --cpp_out=${reflection_dir} --grpc_out=${reflection_dir}
+          --plugin=protoc-gen-grpc=${JEX_GRPC_CPP_PLUGIN} -I ${CMAKE_CURRENT_LIST_DIR}
+          ${CMAKE_CURRENT_LIST_DIR}/reflection.proto
+  DEPENDS ${CMAKE_CURRENT_LIST_DIR}/reflection.proto
+  COMMENT "Generating the reflection service's client"
+  VERBATIM)
+add_library(reflection_client STATIC ${reflection})
+target_compile_options(reflection_client PRIVATE -w)
+target_include_directories(reflection_client SYSTEM PUBLIC ${reflection_dir})
+target_link_libraries(reflection_client PUBLIC gRPC::grpc++ protobuf::libprotobuf)
+if(JEX_SANITIZE)
+  target_compile_options(reflection_client PRIVATE -fsanitize=${JEX_SANITIZE})
+endif()
+add_executable(list-services list_services.cpp)
+target_link_libraries(list-services PRIVATE jex_flags reflection_client)
+
+add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_partner_shell_test.cpp
+               cli_run.cpp control_server_test.cpp terminal.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
-  JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>")
+  JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>"
+  JEX_LIST_SERVICES="$<TARGET_FILE:list-services>")
 target_link_libraries(endtoend_cli_test PRIVATE jex_flags jex_test_support
-                      nlohmann_json::nlohmann_json)
-add_dependencies(endtoend_cli_test slice-agent switchctl partner-shell)
+                      nlohmann_json::nlohmann_json ZLIB::ZLIB)
+add_dependencies(endtoend_cli_test slice-agent switchctl partner-shell list-services)
 gtest_discover_tests(endtoend_cli_test TEST_PREFIX endtoend. PROPERTIES TIMEOUT 300)
+jex_label_tests(endtoend_cli_test endtoend)

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "endtoend/cli_run.h"
 #include "support/child.h"
 #include "support/private_world.h"
 #include "support/switch_device.h"
@@ -18,7 +19,13 @@
 namespace {
 
 using jextest::Child;
+using jextest::finish;
+using jextest::Finished;
+using jextest::isOneLine;
+using jextest::listingOf;
 using jextest::programFile;
+using jextest::switchctl;
+using jextest::Words;
 using nlohmann::json;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -26,32 +33,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-using Words = std::vector<std::string>;
-
 constexpr const char* kSocketFile = "/tmp/Partner0";
-
-/// A run of a program from start to end.
-struct Finished {
-  Words output;  // lines
-  std::string error;
-  jextest::Exit exit;
-
-  bool endedWith(int code) const { return exit.signal == 0 && exit.code == code; }
-};
-
-Finished finish(Child child) {
-  Finished result;
-  for (;;) {
-    const std::string line = child.readLine();
-    if (line == "<end>" || line == "<silence>") break;
-    result.output.push_back(line);
-  }
-  result.exit = child.waitForExit();
-  result.error = child.standardError();
-  return result;
-}
-
-Finished switchctl(const Words& arguments) { return finish(Child(JEX_SWITCHCTL, arguments)); }
 
 /// An agent that has not said anything yet.
 Child agent(const Words& arguments, const Child::Environment& environment = {}) {
@@ -66,10 +48,6 @@ Words allPrograms() {
 
 size_t tablesIn(const std::string& program) {
   return json::parse(std::ifstream(programFile(program))).at("tables").size();
-}
-
-bool isOneLine(const std::string& text) {
-  return !text.empty() && text.find('\n') == text.size() - 1;
 }
 
 /// A copy of a program under another name and id, so that table names are there twice.
@@ -284,21 +262,6 @@ TEST(SwitchctlOfTwins, HasToBeToldTheProgramOfANameThatIsThereTwice) {
   EXPECT_THAT(clear.output, ElementsAre("0"));
 }
 
-/// Lines of `dump TABLE` of a partner shell that prints JSON, without the result line.
-Words dumpOf(Child& shell, const std::string& table) {
-  Words lines;
-  shell.say("dump " + table);
-  for (;;) {
-    const std::string line = shell.readLine();
-    if (line == "<end>" || line == "<silence>") {
-      ADD_FAILURE() << "the partner shell says " << line;
-      return lines;
-    }
-    if (line.find("\"ok\":") != std::string::npos) return lines;
-    lines.push_back(line);
-  }
-}
-
 TEST_F(Switchctl, DumpsWhatThePartnerShellDumpsByteForByte) {
   Child shell(JEX_PARTNER_SHELL, {"--program", programFile("router"), "--device", "1", "--json"});
   ASSERT_THAT(shell.readLine(), HasSubstr("ready"));
@@ -320,13 +283,13 @@ TEST_F(Switchctl, DumpsWhatThePartnerShellDumpsByteForByte) {
   ASSERT_TRUE(jextest::waitUntil([] { return switchctl({"count", "acl"}).output == Words{"1"}; }));
   for (const auto& [table, lines] : std::vector<std::pair<std::string, size_t>>{
            {"nexthops", 2}, {"ecmp_groups", 2}, {"ipv4_lpm", 2}, {"ipv6_lpm", 1}}) {
-    const Words here = dumpOf(shell, table);
+    const Words here = listingOf(shell, "dump " + table);
     EXPECT_GE(here.size(), lines) << table;
     const Finished there = switchctl({"entries", table, "--json"});
     EXPECT_TRUE(there.endedWith(0)) << there.error;
     EXPECT_EQ(there.output, here) << table;
   }
-  EXPECT_EQ(switchctl({"entries", "acl", "--json"}).output, dumpOf(shell, "acl"));
+  EXPECT_EQ(switchctl({"entries", "acl", "--json"}).output, listingOf(shell, "dump acl"));
 }
 
 }  // namespace

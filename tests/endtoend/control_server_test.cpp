@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "endtoend/cli_run.h"
 #include "jxmodel/control.h"
 #include "support/child.h"
 #include "support/helper.h"
@@ -15,10 +16,10 @@
 namespace {
 
 using jextest::Child;
+using jextest::Words;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-using Words = std::vector<std::string>;
+using testing::UnorderedElementsAre;
 
 /// A process with a virtual device: starts servers and removes the device line by line.
 JEX_HELPER(controlled_process) {
@@ -85,6 +86,15 @@ TEST(ControlServer, FailsAsAFaultSays) {
       controlledProcess({{"JX_MODEL_FAULTS", "jx_rt_grpc_server_run_with_addr:1:status=11"}});
   EXPECT_EQ(sut.ask("serve 127.0.0.1:50053"), status(JX_INITIALIZATION_ERROR));
   EXPECT_EQ(sut.ask("serve 127.0.0.1:50053"), status(JX_SUCCESS));
+}
+
+TEST(ControlServer, TellsGenericToolsWhatItServes) {
+  Child sut = controlledProcess();
+  ASSERT_EQ(sut.ask("serve 127.0.0.1:50053"), status(JX_SUCCESS));
+  const jextest::Finished listed = jextest::finish(Child(JEX_LIST_SERVICES, {"127.0.0.1:50053"}));
+  EXPECT_TRUE(listed.endedWith(0)) << listed.error;
+  EXPECT_THAT(listed.output, UnorderedElementsAre("grpc.health.v1.Health", "jx.control.v1.Switch",
+                                                  "grpc.reflection.v1alpha.ServerReflection"));
 }
 
 TEST(ControlServer, LetsItsProcessExitAndPrintsNothing) {

@@ -87,20 +87,20 @@ typedef struct pipe_mat_add_params { /* 10 words and the data pointer */
   uint32_t ttl_ms;                   /* w1: idle time of the entry, 0 = none */
   uint32_t priority;                 /* w2: greater wins */
   pipe_mat_action_words act;         /* w3 to w9 */
-  const void *data;                  /* w10 */
+  const void* data;                  /* w10 */
 } pipe_mat_add_params;
 
 typedef struct pipe_mat_set_params { /* set default and modify: 8 words and the data pointer */
   pipe_mat_ent_hdl_t ent_hdl;        /* w0 */
   pipe_mat_action_words act;         /* w1 to w7 */
-  const void *data;                  /* w8 */
+  const void* data;                  /* w8 */
 } pipe_mat_set_params;
 
 typedef struct pipe_mat_mov_params { /* 9 words and the data pointer */
   pipe_mat_ent_hdl_t ent_hdl;        /* w0 */
   uint32_t priority;                 /* w1: the new priority */
   pipe_mat_action_words act;         /* w2 to w8 */
-  const void *data;                  /* w9 */
+  const void* data;                  /* w9 */
 } pipe_mat_mov_params;
 
 typedef struct pipe_mat_hdl_params { /* clear default and delete */
@@ -120,7 +120,7 @@ typedef union pipe_mat_update_params {
 
 typedef struct pipe_adt_set_params { /* add and modify */
   pipe_adt_ent_hdl_t ent_hdl;        /* w0 */
-  const void *data;                  /* w1 */
+  const void* data;                  /* w1 */
 } pipe_adt_set_params;
 
 typedef struct pipe_adt_hdl_params { /* delete */
@@ -147,7 +147,7 @@ typedef struct pipe_sel_create_params { /* 5 words and the array pointer */
   uint32_t max_members;                 /* w2: 0 = the table's limit */
   pipe_tbl_hdl_t adt_tbl_hdl;           /* w3: table of the members */
   uint32_t num_elements;                /* w4 */
-  const pipe_sel_element *elements;     /* w5 */
+  const pipe_sel_element* elements;     /* w5 */
 } pipe_sel_create_params;
 
 typedef struct pipe_sel_member_params { /* delete, activate and deactivate: 4 words */
@@ -162,12 +162,12 @@ typedef struct pipe_sel_add_params { /* 4 words and the data pointer */
   pipe_adt_ent_hdl_t adt_ent_hdl;    /* w1 */
   pipe_tbl_hdl_t adt_tbl_hdl;        /* w2 */
   uint32_t active;                   /* w3 */
-  const void *data;                  /* w4: action and parameters of the member */
+  const void* data;                  /* w4: action and parameters of the member */
 } pipe_sel_add_params;
 
 typedef struct pipe_sel_fallback_params { /* set fallback */
   pipe_adt_ent_hdl_t adt_ent_hdl;         /* w0 */
-  const void *data;                       /* w1: action and parameters of the member */
+  const void* data;                       /* w1: action and parameters of the member */
 } pipe_sel_fallback_params;
 
 typedef struct pipe_sel_destroy_params {
@@ -192,14 +192,14 @@ typedef union pipe_sel_update_params {
  * time for a device; `params`, and all it points to, is valid until the callback returns. A
  * callback must not call into the device that reports. */
 typedef void (*pipe_mat_update_cb)(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
-                                   pipe_mat_update_type update_type,
-                                   pipe_mat_update_params *params, void *cookie);
+                                   pipe_mat_update_type update_type, pipe_mat_update_params* params,
+                                   void* cookie);
 typedef void (*pipe_adt_update_cb)(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
-                                   pipe_adt_update_type update_type,
-                                   pipe_adt_update_params *params, void *cookie);
+                                   pipe_adt_update_type update_type, pipe_adt_update_params* params,
+                                   void* cookie);
 typedef void (*pipe_sel_update_cb)(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
-                                   pipe_sel_update_type update_type,
-                                   pipe_sel_update_params *params, void *cookie);
+                                   pipe_sel_update_type update_type, pipe_sel_update_params* params,
+                                   void* cookie);
 
 /* ---- operations into a physical device ---------------------------------------------------- */
 
@@ -209,67 +209,69 @@ typedef void (*pipe_sel_update_cb)(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_h
 typedef struct pipe_plcmt_info pipe_plcmt_info;
 
 /** A fresh placement info, or null when memory is out. */
-JXSDK_API pipe_plcmt_info *pipe_create_plcmt_info(void);
+JXSDK_API pipe_plcmt_info* pipe_create_plcmt_info(void);
 
 /** Frees a placement info; null is allowed. */
-JXSDK_API void pipe_destroy_plcmt_info(pipe_plcmt_info *info);
+JXSDK_API void pipe_destroy_plcmt_info(pipe_plcmt_info* info);
 
 /* `data` is what jx_drv_plcmt_copy_unpack wrote; data of another kind than the operation's, or
  * null, is JX_INVALID_ARGUMENTS. It must outlive the processing. */
 JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_add(
-    pipe_plcmt_info *info, pipe_mat_ent_hdl_t ent_hdl, uint32_t pipe, uint32_t priority,
-    pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl, const void *data);
+    pipe_plcmt_info* info, pipe_mat_ent_hdl_t ent_hdl, uint32_t pipe, uint32_t priority,
+    pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl, const void* data);
 JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_set_dflt(
-    pipe_plcmt_info *info, pipe_mat_ent_hdl_t ent_hdl, uint32_t pipe,
-    pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl, const void *data);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_clr_dflt(pipe_plcmt_info *info,
+    pipe_plcmt_info* info, pipe_mat_ent_hdl_t ent_hdl, uint32_t pipe,
+    pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl, const void* data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_clr_dflt(pipe_plcmt_info* info,
                                                            pipe_mat_ent_hdl_t ent_hdl,
                                                            uint32_t pipe);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_del(pipe_plcmt_info *info,
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_del(pipe_plcmt_info* info,
                                                       pipe_mat_ent_hdl_t ent_hdl);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_mod(pipe_plcmt_info *info,
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_mod(pipe_plcmt_info* info,
                                                       pipe_mat_ent_hdl_t ent_hdl,
                                                       pipe_sel_grp_hdl_t sel_grp_hdl,
                                                       pipe_adt_ent_hdl_t adt_ent_hdl,
-                                                      const void *data);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_mov(
-    pipe_plcmt_info *info, pipe_mat_ent_hdl_t ent_hdl, uint32_t priority,
-    pipe_sel_grp_hdl_t sel_grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl, const void *data);
+                                                      const void* data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_mat_mov(pipe_plcmt_info* info,
+                                                      pipe_mat_ent_hdl_t ent_hdl, uint32_t priority,
+                                                      pipe_sel_grp_hdl_t sel_grp_hdl,
+                                                      pipe_adt_ent_hdl_t adt_ent_hdl,
+                                                      const void* data);
 
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_add(pipe_plcmt_info *info,
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_add(pipe_plcmt_info* info,
                                                       pipe_adt_ent_hdl_t ent_hdl, uint32_t pipe,
-                                                      const void *data);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_del(pipe_plcmt_info *info,
+                                                      const void* data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_del(pipe_plcmt_info* info,
                                                       pipe_adt_ent_hdl_t ent_hdl);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_mod(pipe_plcmt_info *info,
-                                                      pipe_adt_ent_hdl_t ent_hdl,
-                                                      const void *data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_adt_mod(pipe_plcmt_info* info,
+                                                      pipe_adt_ent_hdl_t ent_hdl, const void* data);
 
 JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_grp_create(
-    pipe_plcmt_info *info, pipe_sel_grp_hdl_t grp_hdl, uint32_t pipe, uint32_t max_members,
+    pipe_plcmt_info* info, pipe_sel_grp_hdl_t grp_hdl, uint32_t pipe, uint32_t max_members,
     uint32_t group_id, pipe_tbl_hdl_t adt_tbl_hdl, uint32_t num_elements,
-    const pipe_sel_element *elements);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_grp_destroy(pipe_plcmt_info *info,
+    const pipe_sel_element* elements);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_grp_destroy(pipe_plcmt_info* info,
                                                               pipe_sel_grp_hdl_t grp_hdl,
                                                               uint32_t pipe);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_add(
-    pipe_plcmt_info *info, pipe_sel_grp_hdl_t grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
-    uint32_t pipe, pipe_tbl_hdl_t adt_tbl_hdl, uint32_t active, const void *data);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_del(pipe_plcmt_info *info,
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_add(pipe_plcmt_info* info,
                                                       pipe_sel_grp_hdl_t grp_hdl,
-                                                      pipe_adt_ent_hdl_t adt_ent_hdl,
-                                                      uint32_t pipe, pipe_tbl_hdl_t adt_tbl_hdl,
-                                                      uint32_t active);
+                                                      pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe,
+                                                      pipe_tbl_hdl_t adt_tbl_hdl, uint32_t active,
+                                                      const void* data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_del(pipe_plcmt_info* info,
+                                                      pipe_sel_grp_hdl_t grp_hdl,
+                                                      pipe_adt_ent_hdl_t adt_ent_hdl, uint32_t pipe,
+                                                      pipe_tbl_hdl_t adt_tbl_hdl, uint32_t active);
 JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_activate(
-    pipe_plcmt_info *info, pipe_sel_grp_hdl_t grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+    pipe_plcmt_info* info, pipe_sel_grp_hdl_t grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
     uint32_t pipe, pipe_tbl_hdl_t adt_tbl_hdl, uint32_t active);
 JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_deactivate(
-    pipe_plcmt_info *info, pipe_sel_grp_hdl_t grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
+    pipe_plcmt_info* info, pipe_sel_grp_hdl_t grp_hdl, pipe_adt_ent_hdl_t adt_ent_hdl,
     uint32_t pipe, pipe_tbl_hdl_t adt_tbl_hdl, uint32_t active);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_set_fallback(pipe_plcmt_info *info,
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_set_fallback(pipe_plcmt_info* info,
                                                                pipe_adt_ent_hdl_t adt_ent_hdl,
-                                                               uint32_t pipe, const void *data);
-JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_clr_fallback(pipe_plcmt_info *info,
+                                                               uint32_t pipe, const void* data);
+JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_clr_fallback(pipe_plcmt_info* info,
                                                                uint32_t pipe);
 
 /** Applies the info's operation to table `tbl_hdl` of physical device `dev_id`, and reports how
@@ -281,8 +283,8 @@ JXSDK_API pipe_status_t pipe_set_one_plcmt_op_sel_clr_fallback(pipe_plcmt_info *
  *  use), JX_INVALID_ARGUMENTS (operation or data does not fit the table), JX_NOT_SUPPORTED (virtual
  *  device). */
 JXSDK_API pipe_status_t pipe_process_plcmt_info(pipe_sess_hdl_t sess_hdl, jx_dev_id_t dev_id,
-                                                pipe_tbl_hdl_t tbl_hdl, pipe_plcmt_info *info,
-                                                uint32_t flags, uint32_t *num_processed);
+                                                pipe_tbl_hdl_t tbl_hdl, pipe_plcmt_info* info,
+                                                uint32_t flags, uint32_t* num_processed);
 
 #ifdef __cplusplus
 }

@@ -21,14 +21,14 @@ extern "C" {
 #include <stdbool.h>
 #endif
 
-typedef struct jx_rt_info_hdl jx_rt_info_hdl;               /* jxrt::JxRtInfo */
-typedef struct jx_rt_table_hdl jx_rt_table_hdl;             /* jxrt::JxRtTable */
-typedef struct jx_rt_table_key_hdl jx_rt_table_key_hdl;     /* jxrt::JxRtTableKey */
-typedef struct jx_rt_table_data_hdl jx_rt_table_data_hdl;   /* jxrt::JxRtTableData */
-typedef struct jx_rt_session_hdl jx_rt_session_hdl;         /* jxrt::JxRtSession */
+typedef struct jx_rt_info_hdl jx_rt_info_hdl;                         /* jxrt::JxRtInfo */
+typedef struct jx_rt_table_hdl jx_rt_table_hdl;                       /* jxrt::JxRtTable */
+typedef struct jx_rt_table_key_hdl jx_rt_table_key_hdl;               /* jxrt::JxRtTableKey */
+typedef struct jx_rt_table_data_hdl jx_rt_table_data_hdl;             /* jxrt::JxRtTableData */
+typedef struct jx_rt_session_hdl jx_rt_session_hdl;                   /* jxrt::JxRtSession */
 typedef struct jx_rt_table_attributes_hdl jx_rt_table_attributes_hdl; /* JxRtTableAttributes */
 typedef struct jx_rt_table_operations_hdl jx_rt_table_operations_hdl; /* JxRtTableOperations */
-typedef struct jx_rt_learn_msg_hdl jx_rt_learn_msg_hdl;     /* a learn message to acknowledge */
+typedef struct jx_rt_learn_msg_hdl jx_rt_learn_msg_hdl; /* a learn message to acknowledge */
 
 /** Which part of which device a call is for. */
 typedef struct jx_rt_target {
@@ -59,17 +59,20 @@ typedef enum jx_rt_key_match_type {
 } jx_rt_key_match_type_t;
 
 /* Names of the fields that are no fields of a program. */
-#define JX_RT_FIELD_MEMBER_ID "$MEMBER_ID"         /* key of an action-data table; data of an
-                                                      entry that refers to a member. 32 bits */
-#define JX_RT_FIELD_GROUP_ID "$GROUP_ID"           /* key of a selector table; data of an entry
-                                                      that refers to a group. 32 bits */
-#define JX_RT_FIELD_MAX_MEMBERS "$MAX_MEMBERS"     /* data of a group. 32 bits */
-#define JX_RT_FIELD_MEMBERS "$MEMBERS"             /* data of a group: list of member ids */
-#define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE" /* data of a group: list of states */
-#define JX_RT_FIELD_TTL "$TTL"                     /* data of an entry that ages: ms. 32 bits */
-#define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX" /* key of a counter table. 32 bits */
-#define JX_RT_FIELD_COUNTER_PKTS "$COUNTER_SPEC_PKTS"   /* data of a counter table. 64 bits */
-#define JX_RT_FIELD_COUNTER_BYTES "$COUNTER_SPEC_BYTES" /* data of a counter table. 64 bits */
+/* Key of an action-data table; data of an entry that refers to a member. 32 bits. */
+#define JX_RT_FIELD_MEMBER_ID "$MEMBER_ID"
+/* Key of a selector table; data of an entry that refers to a group. 32 bits. */
+#define JX_RT_FIELD_GROUP_ID "$GROUP_ID"
+/* Data of a group: 32 bits; a list of member ids; a list of states. */
+#define JX_RT_FIELD_MAX_MEMBERS "$MAX_MEMBERS"
+#define JX_RT_FIELD_MEMBERS "$MEMBERS"
+#define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE"
+/* Data of an entry that ages: milliseconds, 32 bits. */
+#define JX_RT_FIELD_TTL "$TTL"
+/* Counter tables: key of 32 bits, data of 64 bits each. */
+#define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX"
+#define JX_RT_FIELD_COUNTER_PKTS "$COUNTER_SPEC_PKTS"
+#define JX_RT_FIELD_COUNTER_BYTES "$COUNTER_SPEC_BYTES"
 
 /** Flags of reads: ask the hardware instead of the software copy. */
 #define JX_RT_FLAG_FROM_HARDWARE UINT64_C(1)
@@ -81,224 +84,222 @@ typedef enum jx_rt_idle_table_mode {
 } jx_rt_idle_table_mode_t;
 
 /** Kinds of table operation. */
-typedef enum jx_rt_table_operations_mode { JX_RT_OPERATION_COUNTER_SYNC = 0 }
-    jx_rt_table_operations_mode_t;
+typedef enum jx_rt_table_operations_mode {
+  JX_RT_OPERATION_COUNTER_SYNC = 0
+} jx_rt_table_operations_mode_t;
 
 /** Called on the SDK's thread when an entry ages out. `key` names the entry: its first 32-bit word
  *  is the entry handle; it is valid until the callback returns. */
-typedef jx_status_t (*jx_rt_idle_tmo_cb)(jx_rt_target_t *target, const jx_rt_table_key_hdl *key,
-                                         void *cookie);
+typedef jx_status_t (*jx_rt_idle_tmo_cb)(jx_rt_target_t* target, const jx_rt_table_key_hdl* key,
+                                         void* cookie);
 
 /** Called on the SDK's thread when a counter sync has completed. */
-typedef void (*jx_rt_counter_sync_cb)(jx_rt_target_t *target, void *cookie);
+typedef void (*jx_rt_counter_sync_cb)(jx_rt_target_t* target, void* cookie);
 
 /** Brings the runtime up, after pipe_mgr_init. All four arguments are reserved and zero. A second
  *  call succeeds and does nothing. */
 JXSDK_API jx_status_t jx_rt_module_init(uint32_t reserved0, uint32_t reserved1,
-                                        const void *reserved2, const void *reserved3);
+                                        const void* reserved2, const void* reserved3);
 
 /** Stores the text of `status` in *text: static storage, "Unknown error" for an unknown one. */
-JXSDK_API void jx_rt_err_str(jx_status_t status, const char **text);
+JXSDK_API void jx_rt_err_str(jx_status_t status, const char** text);
 
 /* ---- sessions --------------------------------------------------------------------------- */
 
-JXSDK_API jx_status_t jx_rt_session_create(jx_rt_session_hdl **session);
-JXSDK_API jx_status_t jx_rt_session_destroy(jx_rt_session_hdl *session);
+JXSDK_API jx_status_t jx_rt_session_create(jx_rt_session_hdl** session);
+JXSDK_API jx_status_t jx_rt_session_destroy(jx_rt_session_hdl* session);
 /** The session's handle in pipeline-manager calls; never 0. */
-JXSDK_API uint32_t jx_rt_session_pipe_handle_get(const jx_rt_session_hdl *session);
+JXSDK_API uint32_t jx_rt_session_pipe_handle_get(const jx_rt_session_hdl* session);
 
 /* ---- programs and tables ---------------------------------------------------------------- */
 
 /** The information object of program `p4_name` on a device. JX_OBJECT_NOT_FOUND if there is no
  *  such device or program. */
-JXSDK_API jx_status_t jx_rt_info_get(jx_dev_id_t dev_id, const char *p4_name,
-                                     const jx_rt_info_hdl **info);
-JXSDK_API jx_status_t jx_rt_table_from_name_get(const jx_rt_info_hdl *info, const char *name,
-                                                const jx_rt_table_hdl **table);
-JXSDK_API jx_status_t jx_rt_table_from_id_get(const jx_rt_info_hdl *info, uint32_t table_id,
-                                              const jx_rt_table_hdl **table);
-JXSDK_API jx_status_t jx_rt_table_id_get(const jx_rt_table_hdl *table, uint32_t *id);
+JXSDK_API jx_status_t jx_rt_info_get(jx_dev_id_t dev_id, const char* p4_name,
+                                     const jx_rt_info_hdl** info);
+JXSDK_API jx_status_t jx_rt_table_from_name_get(const jx_rt_info_hdl* info, const char* name,
+                                                const jx_rt_table_hdl** table);
+JXSDK_API jx_status_t jx_rt_table_from_id_get(const jx_rt_info_hdl* info, uint32_t table_id,
+                                              const jx_rt_table_hdl** table);
+JXSDK_API jx_status_t jx_rt_table_id_get(const jx_rt_table_hdl* table, uint32_t* id);
 /** The table's name, valid as long as the table. */
-JXSDK_API jx_status_t jx_rt_table_name_get(const jx_rt_table_hdl *table, const char **name);
-JXSDK_API jx_status_t jx_rt_table_type_get(const jx_rt_table_hdl *table, jx_rt_table_type_t *type);
+JXSDK_API jx_status_t jx_rt_table_name_get(const jx_rt_table_hdl* table, const char** name);
+JXSDK_API jx_status_t jx_rt_table_type_get(const jx_rt_table_hdl* table, jx_rt_table_type_t* type);
 /** Entries that the table can hold. */
-JXSDK_API jx_status_t jx_rt_table_size_get(const jx_rt_table_hdl *table,
-                                           const jx_rt_session_hdl *session,
-                                           const jx_rt_target_t *target, uint64_t flags,
-                                           size_t *size);
+JXSDK_API jx_status_t jx_rt_table_size_get(const jx_rt_table_hdl* table,
+                                           const jx_rt_session_hdl* session,
+                                           const jx_rt_target_t* target, uint64_t flags,
+                                           size_t* size);
 /** Entries that the table holds, without the default entry. */
-JXSDK_API jx_status_t jx_rt_table_usage_get(const jx_rt_table_hdl *table,
-                                            const jx_rt_session_hdl *session,
-                                            const jx_rt_target_t *target, uint64_t flags,
-                                            uint32_t *count);
+JXSDK_API jx_status_t jx_rt_table_usage_get(const jx_rt_table_hdl* table,
+                                            const jx_rt_session_hdl* session,
+                                            const jx_rt_target_t* target, uint64_t flags,
+                                            uint32_t* count);
 /** Field and action ids by name; a data field of an action is looked up with that action. */
-JXSDK_API jx_status_t jx_rt_key_field_id_get(const jx_rt_table_hdl *table, const char *name,
-                                             uint32_t *id);
-JXSDK_API jx_status_t jx_rt_data_field_id_get(const jx_rt_table_hdl *table, const char *name,
-                                              uint32_t *id);
-JXSDK_API jx_status_t jx_rt_data_field_id_with_action_get(const jx_rt_table_hdl *table,
-                                                          const char *name, uint32_t action_id,
-                                                          uint32_t *id);
-JXSDK_API jx_status_t jx_rt_action_name_to_id(const jx_rt_table_hdl *table, const char *name,
-                                              uint32_t *id);
+JXSDK_API jx_status_t jx_rt_key_field_id_get(const jx_rt_table_hdl* table, const char* name,
+                                             uint32_t* id);
+JXSDK_API jx_status_t jx_rt_data_field_id_get(const jx_rt_table_hdl* table, const char* name,
+                                              uint32_t* id);
+JXSDK_API jx_status_t jx_rt_data_field_id_with_action_get(const jx_rt_table_hdl* table,
+                                                          const char* name, uint32_t action_id,
+                                                          uint32_t* id);
+JXSDK_API jx_status_t jx_rt_action_name_to_id(const jx_rt_table_hdl* table, const char* name,
+                                              uint32_t* id);
 
 /* ---- keys ------------------------------------------------------------------------------- */
 
-JXSDK_API jx_status_t jx_rt_table_key_allocate(const jx_rt_table_hdl *table,
-                                               jx_rt_table_key_hdl **key);
-JXSDK_API jx_status_t jx_rt_table_key_deallocate(jx_rt_table_key_hdl *key);
+JXSDK_API jx_status_t jx_rt_table_key_allocate(const jx_rt_table_hdl* table,
+                                               jx_rt_table_key_hdl** key);
+JXSDK_API jx_status_t jx_rt_table_key_deallocate(jx_rt_table_key_hdl* key);
 /** Back to the state after allocation: every exact field 0, every other one a wildcard. */
-JXSDK_API jx_status_t jx_rt_table_key_reset(const jx_rt_table_hdl *table,
-                                            jx_rt_table_key_hdl **key);
-JXSDK_API jx_status_t jx_rt_key_field_set_value(jx_rt_table_key_hdl *key, uint32_t field_id,
+JXSDK_API jx_status_t jx_rt_table_key_reset(const jx_rt_table_hdl* table,
+                                            jx_rt_table_key_hdl** key);
+JXSDK_API jx_status_t jx_rt_key_field_set_value(jx_rt_table_key_hdl* key, uint32_t field_id,
                                                 uint64_t value);
-JXSDK_API jx_status_t jx_rt_key_field_set_value_ptr(jx_rt_table_key_hdl *key, uint32_t field_id,
-                                                    const uint8_t *value, size_t size);
-JXSDK_API jx_status_t jx_rt_key_field_set_value_and_mask_ptr(jx_rt_table_key_hdl *key,
+JXSDK_API jx_status_t jx_rt_key_field_set_value_ptr(jx_rt_table_key_hdl* key, uint32_t field_id,
+                                                    const uint8_t* value, size_t size);
+JXSDK_API jx_status_t jx_rt_key_field_set_value_and_mask_ptr(jx_rt_table_key_hdl* key,
                                                              uint32_t field_id,
-                                                             const uint8_t *value,
-                                                             const uint8_t *mask, size_t size);
-JXSDK_API jx_status_t jx_rt_key_field_set_value_range_ptr(jx_rt_table_key_hdl *key,
-                                                          uint32_t field_id, const uint8_t *low,
-                                                          const uint8_t *high, size_t size);
-JXSDK_API jx_status_t jx_rt_key_field_set_value_lpm_ptr(jx_rt_table_key_hdl *key,
-                                                        uint32_t field_id, const uint8_t *value,
+                                                             const uint8_t* value,
+                                                             const uint8_t* mask, size_t size);
+JXSDK_API jx_status_t jx_rt_key_field_set_value_range_ptr(jx_rt_table_key_hdl* key,
+                                                          uint32_t field_id, const uint8_t* low,
+                                                          const uint8_t* high, size_t size);
+JXSDK_API jx_status_t jx_rt_key_field_set_value_lpm_ptr(jx_rt_table_key_hdl* key, uint32_t field_id,
+                                                        const uint8_t* value,
                                                         uint16_t prefix_length, size_t size);
-JXSDK_API jx_status_t jx_rt_key_field_set_value_optional_ptr(jx_rt_table_key_hdl *key,
+JXSDK_API jx_status_t jx_rt_key_field_set_value_optional_ptr(jx_rt_table_key_hdl* key,
                                                              uint32_t field_id,
-                                                             const uint8_t *value, bool is_valid,
+                                                             const uint8_t* value, bool is_valid,
                                                              size_t size);
-JXSDK_API jx_status_t jx_rt_key_field_get_value(const jx_rt_table_key_hdl *key, uint32_t field_id,
-                                                uint64_t *value);
-JXSDK_API jx_status_t jx_rt_key_field_get_value_ptr(const jx_rt_table_key_hdl *key,
-                                                    uint32_t field_id, uint8_t *value,
-                                                    size_t size);
-JXSDK_API jx_status_t jx_rt_key_priority_set(jx_rt_table_key_hdl *key, uint32_t priority);
-JXSDK_API jx_status_t jx_rt_key_priority_get(const jx_rt_table_key_hdl *key, uint32_t *priority);
+JXSDK_API jx_status_t jx_rt_key_field_get_value(const jx_rt_table_key_hdl* key, uint32_t field_id,
+                                                uint64_t* value);
+JXSDK_API jx_status_t jx_rt_key_field_get_value_ptr(const jx_rt_table_key_hdl* key,
+                                                    uint32_t field_id, uint8_t* value, size_t size);
+JXSDK_API jx_status_t jx_rt_key_priority_set(jx_rt_table_key_hdl* key, uint32_t priority);
+JXSDK_API jx_status_t jx_rt_key_priority_get(const jx_rt_table_key_hdl* key, uint32_t* priority);
 
 /* ---- data ------------------------------------------------------------------------------- */
 
 /** Data without an action: for entries that refer to a member or group, groups, counters. */
-JXSDK_API jx_status_t jx_rt_table_data_allocate(const jx_rt_table_hdl *table,
-                                                jx_rt_table_data_hdl **data);
-JXSDK_API jx_status_t jx_rt_table_action_data_allocate(const jx_rt_table_hdl *table,
+JXSDK_API jx_status_t jx_rt_table_data_allocate(const jx_rt_table_hdl* table,
+                                                jx_rt_table_data_hdl** data);
+JXSDK_API jx_status_t jx_rt_table_action_data_allocate(const jx_rt_table_hdl* table,
                                                        uint32_t action_id,
-                                                       jx_rt_table_data_hdl **data);
-JXSDK_API jx_status_t jx_rt_table_data_deallocate(jx_rt_table_data_hdl *data);
-JXSDK_API jx_status_t jx_rt_table_data_reset(const jx_rt_table_hdl *table,
-                                             jx_rt_table_data_hdl **data);
-JXSDK_API jx_status_t jx_rt_data_field_set_value(jx_rt_table_data_hdl *data, uint32_t field_id,
+                                                       jx_rt_table_data_hdl** data);
+JXSDK_API jx_status_t jx_rt_table_data_deallocate(jx_rt_table_data_hdl* data);
+JXSDK_API jx_status_t jx_rt_table_data_reset(const jx_rt_table_hdl* table,
+                                             jx_rt_table_data_hdl** data);
+JXSDK_API jx_status_t jx_rt_data_field_set_value(jx_rt_table_data_hdl* data, uint32_t field_id,
                                                  uint64_t value);
-JXSDK_API jx_status_t jx_rt_data_field_set_value_ptr(jx_rt_table_data_hdl *data,
-                                                     uint32_t field_id, const uint8_t *value,
-                                                     size_t size);
-JXSDK_API jx_status_t jx_rt_data_field_set_value_array(jx_rt_table_data_hdl *data,
-                                                       uint32_t field_id, const uint32_t *values,
+JXSDK_API jx_status_t jx_rt_data_field_set_value_ptr(jx_rt_table_data_hdl* data, uint32_t field_id,
+                                                     const uint8_t* value, size_t size);
+JXSDK_API jx_status_t jx_rt_data_field_set_value_array(jx_rt_table_data_hdl* data,
+                                                       uint32_t field_id, const uint32_t* values,
                                                        size_t count);
-JXSDK_API jx_status_t jx_rt_data_field_set_value_bool_array(jx_rt_table_data_hdl *data,
-                                                            uint32_t field_id, const bool *values,
+JXSDK_API jx_status_t jx_rt_data_field_set_value_bool_array(jx_rt_table_data_hdl* data,
+                                                            uint32_t field_id, const bool* values,
                                                             size_t count);
 /** Writes 8 bytes at `value`, which need not be aligned. */
-JXSDK_API jx_status_t jx_rt_data_field_get_value(const jx_rt_table_data_hdl *data,
-                                                 uint32_t field_id, uint64_t *value);
-JXSDK_API jx_status_t jx_rt_data_field_get_value_ptr(const jx_rt_table_data_hdl *data,
+JXSDK_API jx_status_t jx_rt_data_field_get_value(const jx_rt_table_data_hdl* data,
+                                                 uint32_t field_id, uint64_t* value);
+JXSDK_API jx_status_t jx_rt_data_field_get_value_ptr(const jx_rt_table_data_hdl* data,
                                                      uint32_t field_id, size_t size,
-                                                     uint8_t *value);
+                                                     uint8_t* value);
 /** The action of the data, 0 if it has none. */
-JXSDK_API jx_status_t jx_rt_data_action_id_get(const jx_rt_table_data_hdl *data, uint32_t *id);
+JXSDK_API jx_status_t jx_rt_data_action_id_get(const jx_rt_table_data_hdl* data, uint32_t* id);
 
 /* ---- entries: as the methods of jxrt::JxRtTable of the same names -------------------------- */
 
-JXSDK_API jx_status_t jx_rt_table_entry_add(const jx_rt_table_hdl *table,
-                                            const jx_rt_session_hdl *session,
-                                            const jx_rt_target_t *target, uint64_t flags,
-                                            const jx_rt_table_key_hdl *key,
-                                            const jx_rt_table_data_hdl *data);
-JXSDK_API jx_status_t jx_rt_table_entry_mod(const jx_rt_table_hdl *table,
-                                            const jx_rt_session_hdl *session,
-                                            const jx_rt_target_t *target, uint64_t flags,
-                                            const jx_rt_table_key_hdl *key,
-                                            const jx_rt_table_data_hdl *data);
-JXSDK_API jx_status_t jx_rt_table_entry_move(const jx_rt_table_hdl *table,
-                                             const jx_rt_session_hdl *session,
-                                             const jx_rt_target_t *target, uint64_t flags,
-                                             const jx_rt_table_key_hdl *key);
-JXSDK_API jx_status_t jx_rt_table_entry_del(const jx_rt_table_hdl *table,
-                                            const jx_rt_session_hdl *session,
-                                            const jx_rt_target_t *target, uint64_t flags,
-                                            const jx_rt_table_key_hdl *key);
-JXSDK_API jx_status_t jx_rt_table_entry_get(const jx_rt_table_hdl *table,
-                                            const jx_rt_session_hdl *session,
-                                            const jx_rt_target_t *target,
-                                            const jx_rt_table_key_hdl *key,
-                                            jx_rt_table_data_hdl *data, uint64_t flags);
-JXSDK_API jx_status_t jx_rt_table_entry_get_first(const jx_rt_table_hdl *table,
-                                                  const jx_rt_session_hdl *session,
-                                                  const jx_rt_target_t *target,
-                                                  jx_rt_table_key_hdl *key,
-                                                  jx_rt_table_data_hdl *data, uint64_t flags);
-JXSDK_API jx_status_t jx_rt_table_entry_get_next(const jx_rt_table_hdl *table,
-                                                 const jx_rt_session_hdl *session,
-                                                 const jx_rt_target_t *target,
-                                                 const jx_rt_table_key_hdl *key,
-                                                 jx_rt_table_key_hdl *next_key,
-                                                 jx_rt_table_data_hdl *data, uint64_t flags);
-JXSDK_API jx_status_t jx_rt_table_entry_handle_get(const jx_rt_table_hdl *table,
-                                                   const jx_rt_session_hdl *session,
-                                                   const jx_rt_target_t *target,
-                                                   const jx_rt_table_key_hdl *key,
-                                                   uint32_t *entry_handle);
-JXSDK_API jx_status_t jx_rt_table_default_entry_set(const jx_rt_table_hdl *table,
-                                                    const jx_rt_session_hdl *session,
-                                                    const jx_rt_target_t *target, uint64_t flags,
-                                                    const jx_rt_table_data_hdl *data);
-JXSDK_API jx_status_t jx_rt_table_default_entry_clear(const jx_rt_table_hdl *table,
-                                                      const jx_rt_session_hdl *session,
-                                                      const jx_rt_target_t *target,
-                                                      uint64_t flags);
-JXSDK_API jx_status_t jx_rt_table_default_entry_get(const jx_rt_table_hdl *table,
-                                                    const jx_rt_session_hdl *session,
-                                                    const jx_rt_target_t *target,
-                                                    jx_rt_table_data_hdl *data, uint64_t flags);
+JXSDK_API jx_status_t jx_rt_table_entry_add(const jx_rt_table_hdl* table,
+                                            const jx_rt_session_hdl* session,
+                                            const jx_rt_target_t* target, uint64_t flags,
+                                            const jx_rt_table_key_hdl* key,
+                                            const jx_rt_table_data_hdl* data);
+JXSDK_API jx_status_t jx_rt_table_entry_mod(const jx_rt_table_hdl* table,
+                                            const jx_rt_session_hdl* session,
+                                            const jx_rt_target_t* target, uint64_t flags,
+                                            const jx_rt_table_key_hdl* key,
+                                            const jx_rt_table_data_hdl* data);
+JXSDK_API jx_status_t jx_rt_table_entry_move(const jx_rt_table_hdl* table,
+                                             const jx_rt_session_hdl* session,
+                                             const jx_rt_target_t* target, uint64_t flags,
+                                             const jx_rt_table_key_hdl* key);
+JXSDK_API jx_status_t jx_rt_table_entry_del(const jx_rt_table_hdl* table,
+                                            const jx_rt_session_hdl* session,
+                                            const jx_rt_target_t* target, uint64_t flags,
+                                            const jx_rt_table_key_hdl* key);
+JXSDK_API jx_status_t jx_rt_table_entry_get(const jx_rt_table_hdl* table,
+                                            const jx_rt_session_hdl* session,
+                                            const jx_rt_target_t* target,
+                                            const jx_rt_table_key_hdl* key,
+                                            jx_rt_table_data_hdl* data, uint64_t flags);
+JXSDK_API jx_status_t jx_rt_table_entry_get_first(const jx_rt_table_hdl* table,
+                                                  const jx_rt_session_hdl* session,
+                                                  const jx_rt_target_t* target,
+                                                  jx_rt_table_key_hdl* key,
+                                                  jx_rt_table_data_hdl* data, uint64_t flags);
+JXSDK_API jx_status_t jx_rt_table_entry_get_next(const jx_rt_table_hdl* table,
+                                                 const jx_rt_session_hdl* session,
+                                                 const jx_rt_target_t* target,
+                                                 const jx_rt_table_key_hdl* key,
+                                                 jx_rt_table_key_hdl* next_key,
+                                                 jx_rt_table_data_hdl* data, uint64_t flags);
+JXSDK_API jx_status_t jx_rt_table_entry_handle_get(const jx_rt_table_hdl* table,
+                                                   const jx_rt_session_hdl* session,
+                                                   const jx_rt_target_t* target,
+                                                   const jx_rt_table_key_hdl* key,
+                                                   uint32_t* entry_handle);
+JXSDK_API jx_status_t jx_rt_table_default_entry_set(const jx_rt_table_hdl* table,
+                                                    const jx_rt_session_hdl* session,
+                                                    const jx_rt_target_t* target, uint64_t flags,
+                                                    const jx_rt_table_data_hdl* data);
+JXSDK_API jx_status_t jx_rt_table_default_entry_clear(const jx_rt_table_hdl* table,
+                                                      const jx_rt_session_hdl* session,
+                                                      const jx_rt_target_t* target, uint64_t flags);
+JXSDK_API jx_status_t jx_rt_table_default_entry_get(const jx_rt_table_hdl* table,
+                                                    const jx_rt_session_hdl* session,
+                                                    const jx_rt_target_t* target,
+                                                    jx_rt_table_data_hdl* data, uint64_t flags);
 
 /* ---- idle time -------------------------------------------------------------------------- */
 
 /** Attributes of a table that ages its entries. JX_NOT_SUPPORTED for a table that does not. */
 JXSDK_API jx_status_t jx_rt_table_idle_table_attributes_allocate(
-    const jx_rt_table_hdl *table, jx_rt_idle_table_mode_t mode,
-    jx_rt_table_attributes_hdl **attributes);
-JXSDK_API jx_status_t jx_rt_table_attributes_deallocate(jx_rt_table_attributes_hdl *attributes);
+    const jx_rt_table_hdl* table, jx_rt_idle_table_mode_t mode,
+    jx_rt_table_attributes_hdl** attributes);
+JXSDK_API jx_status_t jx_rt_table_attributes_deallocate(jx_rt_table_attributes_hdl* attributes);
 /** Intervals in milliseconds: how often entries are looked at, and the bounds of a TTL. */
 JXSDK_API jx_status_t jx_rt_attributes_idle_table_notify_mode_set(
-    jx_rt_table_attributes_hdl *attributes, bool enable, jx_rt_idle_tmo_cb callback,
-    uint32_t ttl_query_interval, uint32_t max_ttl, uint32_t min_ttl, void *cookie);
-JXSDK_API jx_status_t jx_rt_table_attributes_set(const jx_rt_table_hdl *table,
-                                                 const jx_rt_session_hdl *session,
-                                                 const jx_rt_target_t *target, uint64_t flags,
-                                                 const jx_rt_table_attributes_hdl *attributes);
+    jx_rt_table_attributes_hdl* attributes, bool enable, jx_rt_idle_tmo_cb callback,
+    uint32_t ttl_query_interval, uint32_t max_ttl, uint32_t min_ttl, void* cookie);
+JXSDK_API jx_status_t jx_rt_table_attributes_set(const jx_rt_table_hdl* table,
+                                                 const jx_rt_session_hdl* session,
+                                                 const jx_rt_target_t* target, uint64_t flags,
+                                                 const jx_rt_table_attributes_hdl* attributes);
 
 /* ---- operations ------------------------------------------------------------------------- */
 
-JXSDK_API jx_status_t jx_rt_table_operations_allocate(const jx_rt_table_hdl *table,
+JXSDK_API jx_status_t jx_rt_table_operations_allocate(const jx_rt_table_hdl* table,
                                                       jx_rt_table_operations_mode_t mode,
-                                                      jx_rt_table_operations_hdl **operations);
-JXSDK_API jx_status_t jx_rt_table_operations_deallocate(jx_rt_table_operations_hdl *operations);
+                                                      jx_rt_table_operations_hdl** operations);
+JXSDK_API jx_status_t jx_rt_table_operations_deallocate(jx_rt_table_operations_hdl* operations);
 /** `callback` may be null: the sync is made and nobody told. */
-JXSDK_API jx_status_t jx_rt_operations_counter_sync_set(jx_rt_table_operations_hdl *operations,
-                                                        const jx_rt_session_hdl *session,
-                                                        const jx_rt_target_t *target,
+JXSDK_API jx_status_t jx_rt_operations_counter_sync_set(jx_rt_table_operations_hdl* operations,
+                                                        const jx_rt_session_hdl* session,
+                                                        const jx_rt_target_t* target,
                                                         jx_rt_counter_sync_cb callback,
-                                                        const void *cookie);
+                                                        const void* cookie);
 /** Starts the operation; the handle may be deallocated before it completes. */
-JXSDK_API jx_status_t jx_rt_table_operations_execute(const jx_rt_table_hdl *table,
-                                                     const jx_rt_table_operations_hdl *operations);
+JXSDK_API jx_status_t jx_rt_table_operations_execute(const jx_rt_table_hdl* table,
+                                                     const jx_rt_table_operations_hdl* operations);
 
 /* ---- control server --------------------------------------------------------------------- */
 
 /** Starts the SDK's gRPC server on `address` ("host:port"; port 0 takes a free one). It serves
  *  every device of the process until the process ends. JX_ALREADY_EXISTS if it runs,
  *  JX_IO_ERROR if the address cannot be bound. */
-JXSDK_API jx_status_t jx_rt_grpc_server_run_with_addr(const char *address);
+JXSDK_API jx_status_t jx_rt_grpc_server_run_with_addr(const char* address);
 
 #ifdef __cplusplus
 }

@@ -38,13 +38,13 @@ class JXSDK_API JxRtSession {
 
   /// The C handle of the living session whose pipeline-manager handle is `sess_hdl`; null if there
   /// is none. The session stays its owner's. `flags` is 0.
-  static jx_rt_session_hdl *sessionInstantiate(uint32_t sess_hdl, uint64_t flags);
+  static jx_rt_session_hdl* sessionInstantiate(uint32_t sess_hdl, uint64_t flags);
 
   /// The session's handle in pipeline-manager calls; never 0.
   virtual uint32_t sessHandleGet() const = 0;
 
   /// The C face of this object and back; no ownership passes.
-  virtual jx_rt_session_hdl *cHandle() const = 0;
+  virtual jx_rt_session_hdl* cHandle() const = 0;
 };
 
 /// Facts about one field of a key, of data or of a learn object.
@@ -73,33 +73,33 @@ class JXSDK_API JxRtTableKey {
   // be the field's match kind's; setValue sets an exact field, and an optional or LPM or ternary
   // one to match exactly this value.
   virtual jx_status_t setValue(uint32_t field_id, uint64_t value) = 0;
-  virtual jx_status_t setValue(uint32_t field_id, const uint8_t *value, size_t size) = 0;
+  virtual jx_status_t setValue(uint32_t field_id, const uint8_t* value, size_t size) = 0;
   virtual jx_status_t setValueAndMask(uint32_t field_id, uint64_t value, uint64_t mask) = 0;
-  virtual jx_status_t setValueAndMask(uint32_t field_id, const uint8_t *value,
-                                      const uint8_t *mask, size_t size) = 0;
+  virtual jx_status_t setValueAndMask(uint32_t field_id, const uint8_t* value, const uint8_t* mask,
+                                      size_t size) = 0;
   virtual jx_status_t setValueRange(uint32_t field_id, uint64_t low, uint64_t high) = 0;
-  virtual jx_status_t setValueRange(uint32_t field_id, const uint8_t *low, const uint8_t *high,
+  virtual jx_status_t setValueRange(uint32_t field_id, const uint8_t* low, const uint8_t* high,
                                     size_t size) = 0;
   virtual jx_status_t setValueLpm(uint32_t field_id, uint64_t value, uint16_t prefix_length) = 0;
-  virtual jx_status_t setValueLpm(uint32_t field_id, const uint8_t *value, uint16_t prefix_length,
+  virtual jx_status_t setValueLpm(uint32_t field_id, const uint8_t* value, uint16_t prefix_length,
                                   size_t size) = 0;
   /// `is_valid` false matches anything and ignores the value (which may be null).
-  virtual jx_status_t setValueOptional(uint32_t field_id, const uint8_t *value, bool is_valid,
+  virtual jx_status_t setValueOptional(uint32_t field_id, const uint8_t* value, bool is_valid,
                                        size_t size) = 0;
   /// Greater wins; 0 after allocation. Only for tables with a ternary, range or optional field.
   virtual jx_status_t prioritySet(uint32_t priority) = 0;
 
-  virtual jx_status_t getValue(uint32_t field_id, uint64_t *value) const = 0;
-  virtual jx_status_t getValue(uint32_t field_id, size_t size, uint8_t *value) const = 0;
-  virtual jx_status_t getValueAndMask(uint32_t field_id, size_t size, uint8_t *value,
-                                      uint8_t *mask) const = 0;
-  virtual jx_status_t getValueRange(uint32_t field_id, size_t size, uint8_t *low,
-                                    uint8_t *high) const = 0;
-  virtual jx_status_t getValueLpm(uint32_t field_id, size_t size, uint8_t *value,
-                                  uint16_t *prefix_length) const = 0;
-  virtual jx_status_t getValueOptional(uint32_t field_id, size_t size, uint8_t *value,
-                                       bool *is_valid) const = 0;
-  virtual jx_status_t priorityGet(uint32_t *priority) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, uint64_t* value) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, size_t size, uint8_t* value) const = 0;
+  virtual jx_status_t getValueAndMask(uint32_t field_id, size_t size, uint8_t* value,
+                                      uint8_t* mask) const = 0;
+  virtual jx_status_t getValueRange(uint32_t field_id, size_t size, uint8_t* low,
+                                    uint8_t* high) const = 0;
+  virtual jx_status_t getValueLpm(uint32_t field_id, size_t size, uint8_t* value,
+                                  uint16_t* prefix_length) const = 0;
+  virtual jx_status_t getValueOptional(uint32_t field_id, size_t size, uint8_t* value,
+                                       bool* is_valid) const = 0;
+  virtual jx_status_t priorityGet(uint32_t* priority) const = 0;
 };
 
 /// What one entry of one table does or holds: an action and its parameters, a reference to a
@@ -109,34 +109,34 @@ class JXSDK_API JxRtTableData {
   virtual ~JxRtTableData() = default;
 
   virtual jx_status_t setValue(uint32_t field_id, uint64_t value) = 0;
-  virtual jx_status_t setValue(uint32_t field_id, const uint8_t *value, size_t size) = 0;
-  virtual jx_status_t setValue(uint32_t field_id, const std::vector<uint32_t> &values) = 0;
-  virtual jx_status_t setValue(uint32_t field_id, const std::vector<bool> &values) = 0;
+  virtual jx_status_t setValue(uint32_t field_id, const uint8_t* value, size_t size) = 0;
+  virtual jx_status_t setValue(uint32_t field_id, const std::vector<uint32_t>& values) = 0;
+  virtual jx_status_t setValue(uint32_t field_id, const std::vector<bool>& values) = 0;
 
   /// Writes 8 bytes, which need not be aligned.
-  virtual jx_status_t getValue(uint32_t field_id, uint64_t *value) const = 0;
-  virtual jx_status_t getValue(uint32_t field_id, size_t size, uint8_t *value) const = 0;
-  virtual jx_status_t getValue(uint32_t field_id, std::vector<uint32_t> *values) const = 0;
-  virtual jx_status_t getValue(uint32_t field_id, std::vector<bool> *values) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, uint64_t* value) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, size_t size, uint8_t* value) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, std::vector<uint32_t>* values) const = 0;
+  virtual jx_status_t getValue(uint32_t field_id, std::vector<bool>* values) const = 0;
 
   /// The action, 0 for data without one.
-  virtual jx_status_t actionIdGet(uint32_t *action_id) const = 0;
+  virtual jx_status_t actionIdGet(uint32_t* action_id) const = 0;
   /// Whether the field has been set, or filled by a read.
-  virtual jx_status_t isActive(uint32_t field_id, bool *is_active) const = 0;
+  virtual jx_status_t isActive(uint32_t field_id, bool* is_active) const = 0;
 };
 
 /// Reported on the SDK's thread when an entry ages out.
-using JxRtIdleTmoCb = std::function<jx_status_t(const jx_rt_target_t &target,
-                                                const JxRtTableKey *key, const void *cookie)>;
+using JxRtIdleTmoCb = std::function<jx_status_t(const jx_rt_target_t& target,
+                                                const JxRtTableKey* key, const void* cookie)>;
 
 /// Idle-time attributes of one table.
 class JXSDK_API JxRtTableAttributes {
  public:
   virtual ~JxRtTableAttributes() = default;
   /// Intervals in milliseconds: how often entries are looked at, and the bounds of a TTL.
-  virtual jx_status_t idleTableNotifyModeSet(bool enable, const JxRtIdleTmoCb &callback,
+  virtual jx_status_t idleTableNotifyModeSet(bool enable, const JxRtIdleTmoCb& callback,
                                              uint32_t ttl_query_interval, uint32_t max_ttl,
-                                             uint32_t min_ttl, const void *cookie) = 0;
+                                             uint32_t min_ttl, const void* cookie) = 0;
 };
 
 /// One operation on a whole table, such as a counter sync.
@@ -144,8 +144,8 @@ class JXSDK_API JxRtTableOperations {
  public:
   virtual ~JxRtTableOperations() = default;
   /// `callback` may be null.
-  virtual jx_status_t counterSyncSet(const JxRtSession &session, const jx_rt_target_t &target,
-                                     jx_rt_counter_sync_cb callback, const void *cookie) = 0;
+  virtual jx_status_t counterSyncSet(const JxRtSession& session, const jx_rt_target_t& target,
+                                     jx_rt_counter_sync_cb callback, const void* cookie) = 0;
 };
 
 /// One table of one program on one device.
@@ -154,37 +154,37 @@ class JXSDK_API JxRtTable {
   virtual ~JxRtTable() = default;
 
   // Facts. The handle is the pipeline manager's name of the table.
-  virtual jx_status_t tableIdGet(uint32_t *id) const = 0;
-  virtual jx_status_t tableNameGet(std::string *name) const = 0;
-  virtual jx_status_t tableTypeGet(jx_rt_table_type_t *type) const = 0;
-  virtual jx_status_t tableHandleGet(pipe_tbl_hdl_t *handle) const = 0;
-  virtual jx_status_t tableSizeGet(const JxRtSession &session, const jx_rt_target_t &target,
-                                   uint64_t flags, size_t *size) const = 0;
-  virtual jx_status_t tableUsageGet(const JxRtSession &session, const jx_rt_target_t &target,
-                                    uint64_t flags, uint32_t *count) const = 0;
+  virtual jx_status_t tableIdGet(uint32_t* id) const = 0;
+  virtual jx_status_t tableNameGet(std::string* name) const = 0;
+  virtual jx_status_t tableTypeGet(jx_rt_table_type_t* type) const = 0;
+  virtual jx_status_t tableHandleGet(pipe_tbl_hdl_t* handle) const = 0;
+  virtual jx_status_t tableSizeGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                   uint64_t flags, size_t* size) const = 0;
+  virtual jx_status_t tableUsageGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                    uint64_t flags, uint32_t* count) const = 0;
   /// Fields in order of their ids.
-  virtual jx_status_t keyFieldListGet(std::vector<JxRtFieldInfo> *fields) const = 0;
-  virtual jx_status_t keyFieldIdGet(const std::string &name, uint32_t *id) const = 0;
+  virtual jx_status_t keyFieldListGet(std::vector<JxRtFieldInfo>* fields) const = 0;
+  virtual jx_status_t keyFieldIdGet(const std::string& name, uint32_t* id) const = 0;
   /// Data fields that belong to no action ($MEMBER_ID, $TTL, ...).
-  virtual jx_status_t dataFieldListGet(std::vector<JxRtFieldInfo> *fields) const = 0;
-  virtual jx_status_t dataFieldIdGet(const std::string &name, uint32_t *id) const = 0;
-  virtual jx_status_t dataFieldIdGet(const std::string &name, uint32_t action_id,
-                                     uint32_t *id) const = 0;
-  virtual jx_status_t actionListGet(std::vector<JxRtActionInfo> *actions) const = 0;
-  virtual jx_status_t actionIdGet(const std::string &name, uint32_t *id) const = 0;
+  virtual jx_status_t dataFieldListGet(std::vector<JxRtFieldInfo>* fields) const = 0;
+  virtual jx_status_t dataFieldIdGet(const std::string& name, uint32_t* id) const = 0;
+  virtual jx_status_t dataFieldIdGet(const std::string& name, uint32_t action_id,
+                                     uint32_t* id) const = 0;
+  virtual jx_status_t actionListGet(std::vector<JxRtActionInfo>* actions) const = 0;
+  virtual jx_status_t actionIdGet(const std::string& name, uint32_t* id) const = 0;
   /// The action-data table behind a match table or a selector, null if there is none.
-  virtual jx_status_t actionDataTableGet(const JxRtTable **table) const = 0;
+  virtual jx_status_t actionDataTableGet(const JxRtTable** table) const = 0;
   /// The selector table behind a match table, null if there is none.
-  virtual jx_status_t selectorTableGet(const JxRtTable **table) const = 0;
+  virtual jx_status_t selectorTableGet(const JxRtTable** table) const = 0;
 
-  virtual jx_status_t keyAllocate(std::unique_ptr<JxRtTableKey> *key) const = 0;
-  virtual jx_status_t keyReset(JxRtTableKey *key) const = 0;
-  virtual jx_status_t dataAllocate(std::unique_ptr<JxRtTableData> *data) const = 0;
+  virtual jx_status_t keyAllocate(std::unique_ptr<JxRtTableKey>* key) const = 0;
+  virtual jx_status_t keyReset(JxRtTableKey* key) const = 0;
+  virtual jx_status_t dataAllocate(std::unique_ptr<JxRtTableData>* data) const = 0;
   virtual jx_status_t dataAllocate(uint32_t action_id,
-                                   std::unique_ptr<JxRtTableData> *data) const = 0;
+                                   std::unique_ptr<JxRtTableData>* data) const = 0;
   /// To the state after allocation; the second form with another action.
-  virtual jx_status_t dataReset(JxRtTableData *data) const = 0;
-  virtual jx_status_t dataReset(uint32_t action_id, JxRtTableData *data) const = 0;
+  virtual jx_status_t dataReset(JxRtTableData* data) const = 0;
+  virtual jx_status_t dataReset(uint32_t action_id, JxRtTableData* data) const = 0;
 
   // Entries. `flags` is 0 except for reads (JX_RT_FLAG_FROM_HARDWARE).
   //
@@ -194,30 +194,30 @@ class JXSDK_API JxRtTable {
   // deleted. JX_IN_USE: a group that entries refer to cannot be deleted. JX_NOT_SUPPORTED: not for
   // this kind of table, or a write to the tables of a physical device, which only placement
   // operations make.
-  virtual jx_status_t tableEntryAdd(const JxRtSession &session, const jx_rt_target_t &target,
-                                    uint64_t flags, const JxRtTableKey &key,
-                                    const JxRtTableData &data) const = 0;
+  virtual jx_status_t tableEntryAdd(const JxRtSession& session, const jx_rt_target_t& target,
+                                    uint64_t flags, const JxRtTableKey& key,
+                                    const JxRtTableData& data) const = 0;
   /// On a selector table: makes members and states what `data` says, by one update a difference.
-  virtual jx_status_t tableEntryMod(const JxRtSession &session, const jx_rt_target_t &target,
-                                    uint64_t flags, const JxRtTableKey &key,
-                                    const JxRtTableData &data) const = 0;
+  virtual jx_status_t tableEntryMod(const JxRtSession& session, const jx_rt_target_t& target,
+                                    uint64_t flags, const JxRtTableKey& key,
+                                    const JxRtTableData& data) const = 0;
   /// Gives an entry the key's priority. Only for tables whose entries have one.
-  virtual jx_status_t tableEntryMove(const JxRtSession &session, const jx_rt_target_t &target,
-                                     uint64_t flags, const JxRtTableKey &key) const = 0;
-  virtual jx_status_t tableEntryDel(const JxRtSession &session, const jx_rt_target_t &target,
-                                    uint64_t flags, const JxRtTableKey &key) const = 0;
-  virtual jx_status_t tableEntryGet(const JxRtSession &session, const jx_rt_target_t &target,
-                                    uint64_t flags, const JxRtTableKey &key,
-                                    JxRtTableData *data) const = 0;
+  virtual jx_status_t tableEntryMove(const JxRtSession& session, const jx_rt_target_t& target,
+                                     uint64_t flags, const JxRtTableKey& key) const = 0;
+  virtual jx_status_t tableEntryDel(const JxRtSession& session, const jx_rt_target_t& target,
+                                    uint64_t flags, const JxRtTableKey& key) const = 0;
+  virtual jx_status_t tableEntryGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                    uint64_t flags, const JxRtTableKey& key,
+                                    JxRtTableData* data) const = 0;
   /// Entries one after the other, each once, in an order that stays as long as nobody writes. An
   /// entry that is there during the whole walk is seen. JX_OBJECT_NOT_FOUND at the end; also
   /// from GetNext if the entry of `key` has gone.
-  virtual jx_status_t tableEntryGetFirst(const JxRtSession &session, const jx_rt_target_t &target,
-                                         uint64_t flags, JxRtTableKey *key,
-                                         JxRtTableData *data) const = 0;
-  virtual jx_status_t tableEntryGetNext(const JxRtSession &session, const jx_rt_target_t &target,
-                                        uint64_t flags, const JxRtTableKey &key,
-                                        JxRtTableKey *next_key, JxRtTableData *data) const = 0;
+  virtual jx_status_t tableEntryGetFirst(const JxRtSession& session, const jx_rt_target_t& target,
+                                         uint64_t flags, JxRtTableKey* key,
+                                         JxRtTableData* data) const = 0;
+  virtual jx_status_t tableEntryGetNext(const JxRtSession& session, const jx_rt_target_t& target,
+                                        uint64_t flags, const JxRtTableKey& key,
+                                        JxRtTableKey* next_key, JxRtTableData* data) const = 0;
 
   /// One entry of tableEntriesGet.
   struct Entry {
@@ -228,125 +228,118 @@ class JXSDK_API JxRtTable {
   /// Up to `count` entries from position *cursor on (0 to begin with), appended to *entries; moves
   /// *cursor behind them. The end is reached when nothing was appended. A walk sees each entry that
   /// stays during it once, whatever is written meanwhile.
-  virtual jx_status_t tableEntriesGet(const JxRtSession &session, const jx_rt_target_t &target,
-                                      uint64_t flags, uint64_t *cursor, uint32_t count,
-                                      std::vector<Entry> *entries) const = 0;
+  virtual jx_status_t tableEntriesGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                      uint64_t flags, uint64_t* cursor, uint32_t count,
+                                      std::vector<Entry>* entries) const = 0;
   /// The entry's (or group's, or member's) handle in pipeline-manager calls.
-  virtual jx_status_t tableEntryHandleGet(const JxRtSession &session,
-                                          const jx_rt_target_t &target, const JxRtTableKey &key,
-                                          uint32_t *handle) const = 0;
+  virtual jx_status_t tableEntryHandleGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                          const JxRtTableKey& key, uint32_t* handle) const = 0;
 
   /// The default entry: what a packet that matches nothing gets. Get and Clear give
   /// JX_OBJECT_NOT_FOUND if none has been set.
-  virtual jx_status_t tableDefaultEntrySet(const JxRtSession &session,
-                                           const jx_rt_target_t &target, uint64_t flags,
-                                           const JxRtTableData &data) const = 0;
-  virtual jx_status_t tableDefaultEntryClear(const JxRtSession &session,
-                                             const jx_rt_target_t &target,
+  virtual jx_status_t tableDefaultEntrySet(const JxRtSession& session, const jx_rt_target_t& target,
+                                           uint64_t flags, const JxRtTableData& data) const = 0;
+  virtual jx_status_t tableDefaultEntryClear(const JxRtSession& session,
+                                             const jx_rt_target_t& target,
                                              uint64_t flags) const = 0;
-  virtual jx_status_t tableDefaultEntryGet(const JxRtSession &session,
-                                           const jx_rt_target_t &target, uint64_t flags,
-                                           JxRtTableData *data) const = 0;
+  virtual jx_status_t tableDefaultEntryGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                           uint64_t flags, JxRtTableData* data) const = 0;
 
   // Selector tables: one member of one group at a time, each one placement update. Adding takes
   // the member in active; JX_ALREADY_EXISTS if it is in, JX_OBJECT_NOT_FOUND if group or member is
   // not there, JX_NOT_ENOUGH_SPACE if the group is full.
-  virtual jx_status_t groupMemberAdd(const JxRtSession &session, const jx_rt_target_t &target,
+  virtual jx_status_t groupMemberAdd(const JxRtSession& session, const jx_rt_target_t& target,
                                      uint32_t group_id, uint32_t member_id) const = 0;
-  virtual jx_status_t groupMemberDel(const JxRtSession &session, const jx_rt_target_t &target,
+  virtual jx_status_t groupMemberDel(const JxRtSession& session, const jx_rt_target_t& target,
                                      uint32_t group_id, uint32_t member_id) const = 0;
-  virtual jx_status_t groupMemberActivate(const JxRtSession &session,
-                                          const jx_rt_target_t &target, uint32_t group_id,
-                                          uint32_t member_id) const = 0;
-  virtual jx_status_t groupMemberDeactivate(const JxRtSession &session,
-                                            const jx_rt_target_t &target, uint32_t group_id,
+  virtual jx_status_t groupMemberActivate(const JxRtSession& session, const jx_rt_target_t& target,
+                                          uint32_t group_id, uint32_t member_id) const = 0;
+  virtual jx_status_t groupMemberDeactivate(const JxRtSession& session,
+                                            const jx_rt_target_t& target, uint32_t group_id,
                                             uint32_t member_id) const = 0;
   /// The member that stands in for a group without active members. Get and Clear give
   /// JX_OBJECT_NOT_FOUND if none has been set.
-  virtual jx_status_t fallbackSet(const JxRtSession &session, const jx_rt_target_t &target,
+  virtual jx_status_t fallbackSet(const JxRtSession& session, const jx_rt_target_t& target,
                                   uint32_t member_id) const = 0;
-  virtual jx_status_t fallbackClear(const JxRtSession &session,
-                                    const jx_rt_target_t &target) const = 0;
-  virtual jx_status_t fallbackGet(const JxRtSession &session, const jx_rt_target_t &target,
-                                  uint32_t *member_id) const = 0;
+  virtual jx_status_t fallbackClear(const JxRtSession& session,
+                                    const jx_rt_target_t& target) const = 0;
+  virtual jx_status_t fallbackGet(const JxRtSession& session, const jx_rt_target_t& target,
+                                  uint32_t* member_id) const = 0;
 
   // Placement callbacks of a virtual device's table, one each; a null callback takes it away.
   // JX_NOT_SUPPORTED for a table of another kind, or of a physical device.
-  virtual jx_status_t matUpdateCbRegister(const JxRtSession &session,
-                                          const jx_rt_target_t &target,
-                                          pipe_mat_update_cb callback, void *cookie) const = 0;
-  virtual jx_status_t adtUpdateCbRegister(const JxRtSession &session,
-                                          const jx_rt_target_t &target,
-                                          pipe_adt_update_cb callback, void *cookie) const = 0;
-  virtual jx_status_t selUpdateCbRegister(const JxRtSession &session,
-                                          const jx_rt_target_t &target,
-                                          pipe_sel_update_cb callback, void *cookie) const = 0;
+  virtual jx_status_t matUpdateCbRegister(const JxRtSession& session, const jx_rt_target_t& target,
+                                          pipe_mat_update_cb callback, void* cookie) const = 0;
+  virtual jx_status_t adtUpdateCbRegister(const JxRtSession& session, const jx_rt_target_t& target,
+                                          pipe_adt_update_cb callback, void* cookie) const = 0;
+  virtual jx_status_t selUpdateCbRegister(const JxRtSession& session, const jx_rt_target_t& target,
+                                          pipe_sel_update_cb callback, void* cookie) const = 0;
 
   // Idle time and table operations.
   virtual jx_status_t idleTableAttributesAllocate(
-      jx_rt_idle_table_mode_t mode, std::unique_ptr<JxRtTableAttributes> *attributes) const = 0;
-  virtual jx_status_t tableAttributesSet(const JxRtSession &session, const jx_rt_target_t &target,
+      jx_rt_idle_table_mode_t mode, std::unique_ptr<JxRtTableAttributes>* attributes) const = 0;
+  virtual jx_status_t tableAttributesSet(const JxRtSession& session, const jx_rt_target_t& target,
                                          uint64_t flags,
-                                         const JxRtTableAttributes &attributes) const = 0;
+                                         const JxRtTableAttributes& attributes) const = 0;
   virtual jx_status_t operationsAllocate(
       jx_rt_table_operations_mode_t mode,
-      std::unique_ptr<JxRtTableOperations> *operations) const = 0;
-  virtual jx_status_t tableOperationsExecute(const JxRtTableOperations &operations) const = 0;
+      std::unique_ptr<JxRtTableOperations>* operations) const = 0;
+  virtual jx_status_t tableOperationsExecute(const JxRtTableOperations& operations) const = 0;
 };
 
 /// Reported on the SDK's learn thread for each learn message. The message is held until it has been
 /// acknowledged with notifyAck.
-using JxRtLearnCb = std::function<jx_status_t(
-    const jx_rt_target_t &target, std::shared_ptr<JxRtSession> session,
-    std::vector<std::unique_ptr<JxRtTableData>> data, jx_rt_learn_msg_hdl *const learn_msg,
-    const void *cookie)>;
+using JxRtLearnCb =
+    std::function<jx_status_t(const jx_rt_target_t& target, std::shared_ptr<JxRtSession> session,
+                              std::vector<std::unique_ptr<JxRtTableData>> data,
+                              jx_rt_learn_msg_hdl* const learn_msg, const void* cookie)>;
 
 /// One learn object (digest) of one program on one device.
 class JXSDK_API JxRtLearn {
  public:
   virtual ~JxRtLearn() = default;
-  virtual jx_status_t learnIdGet(uint32_t *id) const = 0;
-  virtual jx_status_t learnNameGet(std::string *name) const = 0;
-  virtual jx_status_t learnFieldIdListGet(std::vector<uint32_t> *ids) const = 0;
-  virtual jx_status_t learnFieldNameGet(uint32_t field_id, std::string *name) const = 0;
+  virtual jx_status_t learnIdGet(uint32_t* id) const = 0;
+  virtual jx_status_t learnNameGet(std::string* name) const = 0;
+  virtual jx_status_t learnFieldIdListGet(std::vector<uint32_t>* ids) const = 0;
+  virtual jx_status_t learnFieldNameGet(uint32_t field_id, std::string* name) const = 0;
   /// Width in bits.
-  virtual jx_status_t learnFieldSizeGet(uint32_t field_id, size_t *bits) const = 0;
-  virtual jx_status_t callbackRegister(const std::shared_ptr<JxRtSession> &session,
-                                       const jx_rt_target_t &target, const JxRtLearnCb &callback,
-                                       const void *cookie) = 0;
-  virtual jx_status_t callbackDeregister(const std::shared_ptr<JxRtSession> &session,
-                                         const jx_rt_target_t &target) = 0;
-  virtual jx_status_t notifyAck(const std::shared_ptr<JxRtSession> &session,
-                                jx_rt_learn_msg_hdl *learn_msg) = 0;
+  virtual jx_status_t learnFieldSizeGet(uint32_t field_id, size_t* bits) const = 0;
+  virtual jx_status_t callbackRegister(const std::shared_ptr<JxRtSession>& session,
+                                       const jx_rt_target_t& target, const JxRtLearnCb& callback,
+                                       const void* cookie) = 0;
+  virtual jx_status_t callbackDeregister(const std::shared_ptr<JxRtSession>& session,
+                                         const jx_rt_target_t& target) = 0;
+  virtual jx_status_t notifyAck(const std::shared_ptr<JxRtSession>& session,
+                                jx_rt_learn_msg_hdl* learn_msg) = 0;
 };
 
 /// One program on one device.
 class JXSDK_API JxRtInfo {
  public:
   virtual ~JxRtInfo() = default;
-  virtual jx_status_t p4NameGet(std::string *name) const = 0;
+  virtual jx_status_t p4NameGet(std::string* name) const = 0;
   /// All tables, in the description's order.
-  virtual jx_status_t tablesGet(std::vector<const JxRtTable *> *tables) const = 0;
-  virtual jx_status_t tableFromNameGet(const std::string &name, const JxRtTable **table) const = 0;
-  virtual jx_status_t tableFromIdGet(uint32_t id, const JxRtTable **table) const = 0;
-  virtual jx_status_t learnsGet(std::vector<JxRtLearn *> *learns) const = 0;
-  virtual jx_status_t learnFromNameGet(const std::string &name, JxRtLearn **learn) const = 0;
-  virtual jx_status_t learnFromIdGet(uint32_t id, JxRtLearn **learn) const = 0;
+  virtual jx_status_t tablesGet(std::vector<const JxRtTable*>* tables) const = 0;
+  virtual jx_status_t tableFromNameGet(const std::string& name, const JxRtTable** table) const = 0;
+  virtual jx_status_t tableFromIdGet(uint32_t id, const JxRtTable** table) const = 0;
+  virtual jx_status_t learnsGet(std::vector<JxRtLearn*>* learns) const = 0;
+  virtual jx_status_t learnFromNameGet(const std::string& name, JxRtLearn** learn) const = 0;
+  virtual jx_status_t learnFromIdGet(uint32_t id, JxRtLearn** learn) const = 0;
 };
 
 /// The devices of this process.
 class JXSDK_API JxRtDevMgr {
  public:
   virtual ~JxRtDevMgr() = default;
-  static JxRtDevMgr &getInstance();
+  static JxRtDevMgr& getInstance();
   /// JX_OBJECT_NOT_FOUND if there is no such device or program.
-  virtual jx_status_t jxRtInfoGet(jx_dev_id_t dev_id, const std::string &p4_name,
-                                  const JxRtInfo **info) const = 0;
+  virtual jx_status_t jxRtInfoGet(jx_dev_id_t dev_id, const std::string& p4_name,
+                                  const JxRtInfo** info) const = 0;
   /// Names of the device's programs, in the profile's order.
   virtual jx_status_t jxRtInfoP4NamesGet(jx_dev_id_t dev_id,
-                                         std::vector<std::string> *names) const = 0;
-  virtual jx_status_t devicesGet(std::vector<jx_dev_id_t> *dev_ids) const = 0;
-  virtual jx_status_t deviceIsVirtual(jx_dev_id_t dev_id, bool *is_virtual) const = 0;
+                                         std::vector<std::string>* names) const = 0;
+  virtual jx_status_t devicesGet(std::vector<jx_dev_id_t>* dev_ids) const = 0;
+  virtual jx_status_t deviceIsVirtual(jx_dev_id_t dev_id, bool* is_virtual) const = 0;
 };
 
 }  // namespace jxrt

@@ -256,6 +256,8 @@ TEST_F(ShellTest, ATableMayBeNamedWithItsProgram) {
 }
 
 TEST_F(ShellTest, HelpKnowsEveryCommand) {
+  EXPECT_EQ(answer("help count"),
+            "count TABLE\n    Counts the entries, without the default.\nok 1 command");
   useFormat(/*json=*/true);
   EXPECT_EQ(nlohmann::json::parse(answer("help"))["commands"].size(), commands().size());
   const auto help = nlohmann::json::parse(answer("help count"));
