@@ -31,7 +31,8 @@ AREAS = {
                   r"google/protobuf/.*|switch(\.grpc)?\.pb\.h|pcap(/.*)?\.h|benchmark/.*|"
                   r"urcu/.*|sanitizer/tsan_interface\.h",
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
-             r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h",
+             r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
+             r"pcap(/.*)?\.h",
     "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
     "bench/": None,
     "tests/": None,

@@ -23,6 +23,7 @@
 namespace jxmodel {
 
 class RtInfo;
+class Switch;
 
 class Device {
  public:
@@ -44,6 +45,13 @@ class Device {
   /// Of a physical device; null on a virtual one, whose tables no packet reads.
   Reclaimer* reclaimer() const { return reclaimer_.get(); }
 
+  /// The ports and the pipeline of a physical device; made by the first call. Null on a virtual
+  /// device, and once the device has been removed.
+  Switch* packetSwitch();
+  /// Nothing moves through the device any more, nor ever will. Called when it is removed; whoever
+  /// still holds it may go on looking.
+  void endPackets();
+
   /// In the profile's order.
   const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
   const RtInfo* findInfo(const std::string& p4_name) const;
@@ -60,6 +68,10 @@ class Device {
   std::unique_ptr<Reclaimer> reclaimer_;
   std::vector<std::unique_ptr<RtInfo>> infos_;
   absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
+
+  std::mutex switch_mutex_;  // guards all below; before the device's mutex
+  std::unique_ptr<Switch> switch_;
+  bool packets_ended_ = false;
 };
 
 /// The devices of this process.

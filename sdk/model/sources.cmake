@@ -32,3 +32,4 @@ target_sources(jxmodel_core PRIVATE
 include(${CMAKE_CURRENT_LIST_DIR}/packet/sources.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/port/sources.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/pipeline/sources.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/switch/sources.cmake)

@@ -67,6 +67,11 @@ class Port {
   virtual bool carrier() const { return true; }
   bool linkUp() const { return enabled() && carrier(); }
 
+  /// Takes a packet as if it had come in through this port. The I/O thread only.
+  void inject(PacketBuffer&& packet, const PacketReceiver& receiver) {
+    deliver(std::move(packet), receiver);
+  }
+
   /// Takes a packet to send. What becomes of it is told by the counters, at the latest after the
   /// next `flush`.
   void send(PacketBuffer&& packet);

@@ -66,6 +66,7 @@ void PortSet::stop() {
   const std::lock_guard lock(mutex_);
   running_ = false;
   progress_.notify_all();
+  tasks_.clear();
   for (const PortPointer& port : ports_) {
     if (port != nullptr) port->stop();
   }
@@ -177,8 +178,15 @@ bool PortSet::send(uint32_t number, PacketBuffer&& packet) {
   return true;
 }
 
+void PortSet::inject(uint32_t number, PacketBuffer&& packet) {
+  Port* const port = number < kMaxPorts ? round_ports_[number].get() : nullptr;
+  if (port == nullptr) return receiver_(number, std::move(packet));
+  port->inject(std::move(packet), receiver_);
+}
+
 void PortSet::post(std::function<void()> task) {
   const std::lock_guard lock(mutex_);
+  if (stopping_) return;
   tasks_.push_back(std::move(task));
   changed();
 }
@@ -208,6 +216,11 @@ std::vector<PortStatus> PortSet::list() const {
   statuses.reserve(found.size());
   for (const PortPointer& port : found) statuses.push_back(port->status());
   return statuses;
+}
+
+void PortSet::numbers(std::vector<uint32_t>* numbers) const {
+  numbers->clear();
+  for (const Port* const port : round_list_) numbers->push_back(port->number());
 }
 
 std::optional<PortStatus> PortSet::status(uint32_t number) const {

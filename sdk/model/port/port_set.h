@@ -56,7 +56,13 @@ class PortSet {
   /// is told by the port's counters.
   bool send(uint32_t number, PacketBuffer&& packet);
 
-  /// Runs `task` on the I/O thread between two packets. Dropped if the set is stopped before.
+  /// Lets a packet come in at a port as if it had been received there: counted, and dropped if
+  /// the port is set down. Without a port of that number it goes to the receiver all the same. By
+  /// the I/O thread only (see `post`).
+  void inject(uint32_t number, PacketBuffer&& packet);
+
+  /// Runs `task` on the I/O thread between two packets. Destroyed, without having been run, if the
+  /// set is stopped before.
   void post(std::function<void()> task);
 
   /// While held, capture inputs wait: several ports can be attached, and tables filled, before the
@@ -70,6 +76,8 @@ class PortSet {
 
   /// By number.
   std::vector<PortStatus> list() const;
+  /// Numbers of all ports, in order, in place of what *numbers held. By the I/O thread only.
+  void numbers(std::vector<uint32_t>* numbers) const;
   std::optional<PortStatus> status(uint32_t number) const;
 
  private:
