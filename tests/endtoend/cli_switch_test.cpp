@@ -326,6 +326,13 @@ TEST_F(L2Switch, SendsKnownAddressesToTheirPortAndOthersToAllButTheirOwn) {
   EXPECT_EQ(second[0].bytes, frameTo(mac(4)));
   EXPECT_EQ(third[0].bytes, frameTo(mac(3)));
   EXPECT_EQ(portOf(1).at("packets_in"), 2);
+
+  ASSERT_TRUE(switchctl({"port-delete", "3"}).endedWith(0));
+  ASSERT_TRUE(switchctl({"inject", "--port", "1", capture}).endedWith(0));
+  const json packets = answerOf({"ports"}).at("packets");
+  EXPECT_EQ(packets.at("forwarded"), 2);
+  EXPECT_EQ(packets.at("flooded"), 2);
+  EXPECT_EQ(packets.at("sent_nowhere"), 1);
 }
 
 TEST_F(L2Switch, IsTracedWithoutSendingAnything) {
