@@ -276,7 +276,8 @@ TEST_F(PartnerShell, ListsTheTablesThatTheAgentHas) {
 /// What every table of both devices holds.
 std::vector<Words> dumpOfAll(Child& shell) {
   std::vector<Words> all;
-  for (const json& table : json::parse(shell.ask("tables")).at("tables")) {
+  const json answer = json::parse(shell.ask("tables"));
+  for (const json& table : answer.at("tables")) {
     all.push_back(listingOf(shell, "dump " + table.at("name").get<std::string>()));
     all.push_back(physicalEntries(table.at("name")));
   }

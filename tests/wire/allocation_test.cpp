@@ -73,6 +73,13 @@ void giveMemory(void* memory) {
 
 void* operator new(size_t size) { return takeMemory(size); }
 void* operator new[](size_t size) { return takeMemory(size); }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return takeMemory(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* memory) noexcept { giveMemory(memory); }
 void operator delete[](void* memory) noexcept { giveMemory(memory); }
 void operator delete(void* memory, size_t) noexcept { giveMemory(memory); }
