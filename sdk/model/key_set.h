@@ -4,24 +4,14 @@
 // One writer; see SlotHash for readers beside it.
 #pragma once
 
-#include <absl/hash/hash.h>
-#include <absl/strings/string_view.h>
-
 #include <cstdint>
 #include <cstring>
 
 #include "model/slot_hash.h"
 #include "model/slot_store.h"
+#include "model/words.h"
 
 namespace jxmodel {
-
-/// The hash that slots are found by.
-inline uint32_t slotHashOf(const uint8_t* bytes, size_t count) {
-  // Not std::string_view: its hash is the standard library's, which is slower.
-  const absl::string_view text(reinterpret_cast<const char*>(bytes), count);
-  const size_t hash = absl::Hash<absl::string_view>{}(text);
-  return static_cast<uint32_t>(hash ^ (hash >> 32));
-}
 
 class KeySet {
  public:

@@ -29,6 +29,18 @@ MatchTable::MatchTable(const Program&, const Table& table, ActionDataTable* memb
     prefix_field_ = &field;
     prefix_offset_ = field.offset + field.value_bytes;
   }
+  if (prefix_field_ != nullptr) writePrefixMasks();
+}
+
+/// What makes the key of each length out of one whose length byte is all ones.
+void MatchTable::writePrefixMasks() {
+  const size_t words = wordsOf(codec_.keyBytes());
+  prefix_masks_.assign(words * (prefix_field_->width + 1), ~uint64_t{0});
+  for (uint32_t length = 0; length <= prefix_field_->width; ++length) {
+    auto* const mask = reinterpret_cast<uint8_t*>(&prefix_masks_[length * words]);
+    writePrefixMask(mask + prefix_field_->offset, prefix_field_->width, length);
+    mask[prefix_offset_] = static_cast<uint8_t>(length);
+  }
 }
 
 MatchTable::~MatchTable() {
@@ -218,38 +230,31 @@ uint32_t MatchTable::lookupPrefix(const uint8_t* values) const {
   // Lengths are tried from the longest down, some at a time, so that the memory of all of those is
   // fetched at once.
   constexpr uint32_t kAtATime = 8;
+  const size_t words = wordsOf(codec_.keyBytes());
+  absl::InlinedVector<uint64_t, 64> room((kAtATime + 1) * words);
+  uint64_t* const longest = room.data();  // with the length byte all ones: masks leave a length
+  packValues(values, reinterpret_cast<uint8_t*>(longest));
+  reinterpret_cast<uint8_t*>(longest)[prefix_offset_] = 0xFF;
+
   struct Probe {
     uint32_t hash;
-    const uint8_t* key;
+    uint64_t* key;
   };
-  const uint32_t key_bytes = codec_.keyBytes();
-  absl::InlinedVector<uint8_t, 512> keys(size_t{key_bytes} * kAtATime);
-  // From the longest length on, the value only loses bits: each key is cut from the one before.
-  const uint8_t* cut = keys.data();
-  packValues(values, keys.data());
-
   Probe probes[kAtATime];
+  for (uint32_t i = 0; i < kAtATime; ++i) probes[i].key = longest + (i + 1) * words;
   uint32_t count = 0;
+  const auto addProbe = [&](uint32_t length) {
+    Probe& probe = probes[count++];
+    probe.hash = maskAndHash(longest, &prefix_masks_[length * words], words, probe.key);
+    keys_.prefetch(probe.hash);
+  };
   const auto findProbed = [&] {
     for (uint32_t i = 0; i < count; ++i) {
-      const uint32_t slot = keys_.find(probes[i].hash, probes[i].key);
+      const auto* const key = reinterpret_cast<const uint8_t*>(probes[i].key);
+      const uint32_t slot = keys_.find(probes[i].hash, key);
       if (slot != kNoSlot) return slot;
     }
     return kNoSlot;
-  };
-  const auto addProbe = [&](uint32_t length) {
-    uint8_t* const key = keys.data() + size_t{count} * key_bytes;
-    if (key != cut) std::memcpy(key, cut, key_bytes);
-    uint8_t mask[kMaxKeyWidth / 8];
-    writePrefixMask(mask, prefix_field_->width, length);
-    uint8_t* const prefix = key + prefix_field_->offset;
-    for (uint32_t i = 0; i < prefix_field_->value_bytes; ++i) {
-      prefix[i] = static_cast<uint8_t>(prefix[i] & mask[i]);
-    }
-    key[prefix_offset_] = static_cast<uint8_t>(length);
-    probes[count] = {keys_.hashOf(key), key};
-    keys_.prefetch(probes[count++].hash);
-    cut = key;
   };
 
   for (uint32_t word = kLengthWords; word-- > 0;) {

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "model/action_data_table.h"
 #include "model/handle_space.h"
@@ -130,6 +131,7 @@ class MatchTable {
   void fill(uint32_t slot, uint32_t priority, uint32_t ttl_ms, const MatchResult& result);
   void release(uint32_t slot);
   uint32_t lookupPrefix(const uint8_t* values) const;
+  void writePrefixMasks();
   void packValues(const uint8_t* values, uint8_t* key) const;
   void countPrefix(uint32_t slot, int difference);
 
@@ -144,6 +146,7 @@ class MatchTable {
   std::unique_ptr<TupleSpace> tuples_;      // where entries have priorities
   const KeyField* prefix_field_ = nullptr;  // the longest-prefix field of a table without those
   uint32_t prefix_offset_ = 0;              // of its length byte in the packed key
+  std::vector<uint64_t> prefix_masks_;      // of packed keys, as words, by prefix length
   std::array<uint32_t, kMaxKeyWidth + 1> lengths_{};  // entries by prefix length
   static constexpr uint32_t kLengthWords = kMaxKeyWidth / 64 + 1;
   std::array<std::atomic<uint64_t>, kLengthWords> present_{};  // lengths that entries have

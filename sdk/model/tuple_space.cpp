@@ -16,7 +16,18 @@ constexpr auto kRelease = std::memory_order_release;
 
 uint8_t* bytesIn(std::string* text) { return reinterpret_cast<uint8_t*>(text->data()); }
 
+const uint8_t* bytesIn(const uint64_t* words) { return reinterpret_cast<const uint8_t*>(words); }
+
+std::vector<uint64_t> wordsIn(const std::string& bytes) {
+  std::vector<uint64_t> words(wordsOf(bytes.size()));
+  std::memcpy(words.data(), bytes.data(), bytes.size());
+  return words;
+}
+
 }  // namespace
+
+TupleSpace::Tuple::Tuple(std::string bits, Reclaimer* reclaimer)
+    : mask(std::move(bits)), words(wordsIn(mask)), chains(reclaimer) {}
 
 TupleSpace::TupleSpace(const KeyCodec& codec, SlotStore& store, size_t key_offset,
                        size_t values_offset, Reclaimer* reclaimer)
@@ -141,21 +152,25 @@ void TupleSpace::remove(uint32_t slot) {
   if (--tuple->count == 0) drop(tuple);
 }
 
-/// The entry of the tuple that matches and wins over `best`; else `best`.
-uint32_t TupleSpace::winnerOf(const Tuple& tuple, const uint8_t* values, uint32_t best) const {
-  absl::InlinedVector<uint8_t, 64> masked(codec_.valueBytes());
-  for (size_t i = 0; i < masked.size(); ++i) {
-    masked[i] = static_cast<uint8_t>(static_cast<uint8_t>(tuple.mask[i]) & values[i]);
-  }
-  uint32_t slot = firstOf(tuple, hashOf(masked.data()), masked.data());
+/// The entry of the tuple that matches and wins over `best`; else `best`. `masked` has room for the
+/// words of `values`.
+uint32_t TupleSpace::winnerOf(const Tuple& tuple, const uint64_t* values, uint64_t* masked,
+                              uint32_t best) const {
+  const uint32_t hash = maskAndHash(values, tuple.words.data(), tuple.words.size(), masked);
+  uint32_t slot = firstOf(tuple, hash, bytesIn(masked));
   for (; slot != kNoSlot; slot = record(slot).next.load(kAcquire)) {
     if (best != kNoSlot && !record(slot).wins(record(best))) return best;
-    if (codec_.inRanges(keyOf(slot), values)) return slot;
+    if (codec_.inRanges(keyOf(slot), bytesIn(values))) return slot;
   }
   return best;
 }
 
-uint32_t TupleSpace::lookup(const uint8_t* values) const {
+uint32_t TupleSpace::lookup(const uint8_t* packed) const {
+  const size_t words = wordsOf(codec_.valueBytes());
+  absl::InlinedVector<uint64_t, 16> room(2 * words);
+  uint64_t* const values = room.data();
+  uint64_t* const masked = values + words;
+  std::memcpy(values, packed, codec_.valueBytes());
   const List& list = *list_.load(kAcquire);
   const uint32_t count = list.count.load(kAcquire);
   uint32_t best = kNoSlot;
@@ -166,7 +181,7 @@ uint32_t TupleSpace::lookup(const uint8_t* values) const {
         tuple.max_priority.load(kAcquire) < record(best).priority.load(kAcquire)) {
       break;
     }
-    best = winnerOf(tuple, values, best);
+    best = winnerOf(tuple, values, masked, best);
   }
   return best;
 }

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "model/key_codec.h"
 #include "model/slot_hash.h"
@@ -47,14 +48,15 @@ class TupleSpace {
   /// Removes what was added; the handle, key and priority are still those.
   void remove(uint32_t slot);
   /// The slot of the entry that wins for these packet values, kNoSlot if none matches.
-  uint32_t lookup(const uint8_t* values) const;
+  uint32_t lookup(const uint8_t* packed) const;
 
   size_t tuples() const { return by_mask_.size(); }
 
  private:
   struct Tuple {
-    Tuple(std::string bits, Reclaimer* reclaimer) : mask(std::move(bits)), chains(reclaimer) {}
+    Tuple(std::string bits, Reclaimer* reclaimer);
     const std::string mask;                 // of the packet values
+    const std::vector<uint64_t> words;      // the same
     SlotHash chains;                        // first slots, by the masked values
     std::atomic<uint32_t> max_priority{0};  // no entry has a greater one; not lowered by removals
     uint32_t count = 0;                     // entries; the writer's
@@ -77,7 +79,8 @@ class TupleSpace {
   const uint8_t* valuesOf(uint32_t slot) const { return store_.at(slot) + values_offset_; }
   uint32_t hashOf(const uint8_t* masked) const;
   uint32_t firstOf(const Tuple& tuple, uint32_t hash, const uint8_t* masked) const;
-  uint32_t winnerOf(const Tuple& tuple, const uint8_t* values, uint32_t best) const;
+  uint32_t winnerOf(const Tuple& tuple, const uint64_t* values, uint64_t* masked,
+                    uint32_t best) const;
 
   Tuple& tupleOf(const std::string& mask);
   void append(Tuple* tuple);
