@@ -28,9 +28,11 @@ AREAS = {
     "sdk/include/jxsdk/": r"jxsdk/.*",
     "sdk/include/jxmodel/": r"jxsdk/.*|jxmodel/.*",
     "sdk/model/": r"jxsdk/.*|jxmodel/.*|model/.*|nlohmann/.*|absl/.*|zlib\.h|grpc(pp)?/.*|"
-                  r"google/protobuf/.*|switch(\.grpc)?\.pb\.h|pcap(/.*)?\.h|benchmark/.*",
+                  r"google/protobuf/.*|switch(\.grpc)?\.pb\.h|pcap(/.*)?\.h|benchmark/.*|"
+                  r"urcu/.*|sanitizer/tsan_interface\.h",
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
-             r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h",
+             r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
+             r"pcap(/.*)?\.h",
     "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
     "bench/": None,
     "tests/": None,

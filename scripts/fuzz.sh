@@ -1,24 +1,30 @@
 #!/usr/bin/env bash
-# Fuzzes the decoder of placement data, which reads bytes that another process sent, for SECONDS
-# (default 600).
+# Fuzzes, for SECONDS each (default 600), what reads bytes that others sent: the decoder of
+# placement data (placement_fuzz), and the packet parser with the rewriting of fields (packet_fuzz).
 #
-#   scripts/fuzz.sh [SECONDS]
+#   scripts/fuzz.sh [SECONDS [TARGET...]]
 #
-# Starts from the inputs that are kept in sdk/model/fuzz/corpus; puts new ones into build/fuzz/corpus. A
-# finding is written to build/fuzz/findings and ends the run with a status other than 0: fix it, and
-# keep its input as a test.
+# Starts from the inputs that are kept in sdk/model/fuzz/corpus/TARGET; puts new ones into
+# build/fuzz/corpus/TARGET. A finding is written to build/fuzz/findings and ends the run with a
+# status other than 0: fix it, and keep its input as a test.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
 seconds=${1:-600}
+shift || true
+targets=(placement_fuzz packet_fuzz)
+[[ $# -eq 0 ]] || targets=("$@")
 scripts/setup
 mkdir -p build/fuzz/findings
 scripts/configure fuzz >build/fuzz/configure.log || {
   cat build/fuzz/configure.log >&2
   exit 1
 }
-cmake --build build/fuzz --target placement_fuzz
+cmake --build build/fuzz --target "${targets[@]}"
 
-mkdir -p build/fuzz/corpus sdk/model/fuzz/corpus
-build/fuzz/bin/placement_fuzz -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
-  -artifact_prefix=build/fuzz/findings/ build/fuzz/corpus sdk/model/fuzz/corpus
+for target in "${targets[@]}"; do
+  kept=sdk/model/fuzz/corpus/$target
+  mkdir -p "build/fuzz/corpus/$target" "$kept"
+  "build/fuzz/bin/$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+    -artifact_prefix=build/fuzz/findings/ "build/fuzz/corpus/$target" "$kept"
+done

@@ -3,7 +3,9 @@
 #include <thread>
 
 #include "JexHybridSlice/JexPartnerLib.h"
+#include "jxmodel/clock.h"
 #include "jxmodel/control.h"
+#include "jxmodel/ports.h"
 #include "jxsdk/drv.h"
 #include "jxsdk/pipe_mgr.h"
 
@@ -33,6 +35,23 @@ void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& progr
   // The SDK has said which file is wrong, where and why; nothing else here can be invalid.
   if (status == JX_INVALID_ARGUMENTS) throw ProgramError();
   check(status, "cannot add device " + std::to_string(device));
+}
+
+void attachPorts(jx_dev_id_t device, const std::vector<std::string>& specs) {
+  check(jx_model_captures_hold(device, true), "cannot hold captures");
+  for (const std::string& spec : specs) {
+    char error[1024] = "";
+    const jx_status_t status = jx_model_port_add(device, spec.c_str(), error, sizeof error);
+    if (status != JX_SUCCESS) throw StartError(error);
+  }
+}
+
+void startCaptures(jx_dev_id_t device) {
+  check(jx_model_captures_hold(device, false), "cannot start captures");
+}
+
+void followCaptureTime() {
+  check(jx_model_clock_set(JX_MODEL_CLOCK_CAPTURE, 0), "cannot set the clock");
 }
 
 size_t countTables(jx_dev_id_t device) {

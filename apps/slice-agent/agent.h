@@ -30,6 +30,16 @@ inline constexpr const char* kAgentSocketFile = "/tmp/Partner0";
 /// ProgramError.
 void addPhysicalDevice(jx_dev_id_t device, const std::vector<std::string>& program_files);
 
+/// Attaches ports to the device, "N=if:NAME" or "N=pcap:IN[,OUT]". Input captures wait until
+/// `startCaptures`. Throws StartError.
+void attachPorts(jx_dev_id_t device, const std::vector<std::string>& specs);
+
+/// Lets the packets of input captures come in, those of ports that are attached later too.
+void startCaptures(jx_dev_id_t device);
+
+/// Lets the device's clock run with the time stamps of captures.
+void followCaptureTime();
+
 /// Tables of all programs on the device. Throws StartError.
 size_t countTables(jx_dev_id_t device);
 

@@ -28,6 +28,8 @@ struct Options {
   int heartbeat_ms = 1000;
   int counter_update_ms = 1000;
   std::string control = "127.0.0.1:50051";
+  std::vector<std::string> ports;
+  std::string clock = "real";
 };
 
 /// Signals that end the agent. They are blocked in every thread, and main waits for them.
@@ -68,6 +70,14 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
   app.add_option("--control", options->control,
                  "Address of the control server, HOST:PORT (port 0: a free one), or off")
       ->capture_default_str();
+  app.add_option("--port", options->ports,
+                 "Attach a port: N=if:NAME or N=pcap:IN[,OUT]; repeatable")
+      ->type_name("SPEC")
+      ->allow_extra_args(false);
+  app.add_option("--clock", options->clock,
+                 "Time of the device: real, or that of the captures that come in")
+      ->check(CLI::IsMember({"real", "capture"}))
+      ->capture_default_str();
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {
@@ -101,6 +111,8 @@ bool awaitServing(const sigset_t& signals) {
     throw StartError(std::string("another agent serves ") + kAgentAddress);
   }
   addPhysicalDevice(options.device, options.programs);
+  if (options.clock == "capture") followCaptureTime();
+  if (!options.ports.empty()) attachPorts(options.device, options.ports);
   const size_t tables = countTables(options.device);
   if (options.control != "off") {
     const std::string address = startControlServer(options.control);
@@ -112,6 +124,7 @@ bool awaitServing(const sigset_t& signals) {
   std::printf("slice-agent: ready, device %d, %zu tables, %s\n", options.device, tables,
               kAgentAddress);
   std::fflush(stdout);
+  if (!options.ports.empty()) startCaptures(options.device);
   int signal_number = 0;
   while (sigwait(&signals, &signal_number) != 0) continue;
   leave();

@@ -2,8 +2,11 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <system_error>
 #include <utility>
 
 #include "health.grpc.pb.h"
@@ -50,6 +53,42 @@ pb::TableRequest tableRequest(const std::string& table, const Place& place) {
   if (place.device) request.set_device(*place.device);
   if (place.program) request.set_program(*place.program);
   return request;
+}
+
+template <typename Request>
+void setDevice(const Place& place, Request* request) {
+  if (place.device) request->set_device(*place.device);
+}
+
+/// Sends a file piece by piece; stops when the server has heard enough, which says why at the end.
+template <typename Stream>
+void upload(std::ifstream& file, const std::string& name, uint32_t port, const Place& place,
+            Stream* stream) {
+  constexpr size_t kPiece = 256 * 1024;
+  pb::CaptureUpload message;
+  setDevice(place, &message);
+  message.set_port(port);
+  bool last = false;
+  do {
+    std::string* const data = message.mutable_data();
+    data->resize(kPiece);
+    file.read(data->data(), static_cast<std::streamsize>(kPiece));
+    data->resize(static_cast<size_t>(file.gcount()));
+    if (file.bad()) throw CallError("cannot read " + name);
+    last = file.eof();
+  } while (stream->Write(message) && !last);
+  stream->WritesDone();
+}
+
+std::ifstream openFile(const std::string& name) {
+  std::ifstream file(name, std::ios::binary);
+  // A folder can be opened, but not read.
+  if (file.is_open()) file.peek();
+  if (!file.is_open() || file.bad()) {
+    throw CallError("cannot read " + name + ": " + std::generic_category().message(errno));
+  }
+  file.clear();
+  return file;
 }
 
 }  // namespace
@@ -116,6 +155,98 @@ void Client::entries(const std::string& table, const Place& place,
     throw CallError("lost " + target_ + " while reading: " + status.error_message());
   }
   check(status, target_);
+}
+
+// --- ports and packets
+
+pb::Port Client::addPort(const std::string& spec, const Place& place) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  pb::AddPortRequest request;
+  setDevice(place, &request);
+  request.set_spec(spec);
+  pb::Port reply;
+  check(stubs_->control.AddPort(&context, request, &reply), target_);
+  return reply;
+}
+
+pb::Port Client::deletePort(uint32_t port, const Place& place) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  pb::PortRequest request;
+  setDevice(place, &request);
+  request.set_port(port);
+  pb::Port reply;
+  check(stubs_->control.DeletePort(&context, request, &reply), target_);
+  return reply;
+}
+
+pb::Port Client::setPort(uint32_t port, bool enabled, const Place& place) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  pb::SetPortRequest request;
+  setDevice(place, &request);
+  request.set_port(port);
+  request.set_enabled(enabled);
+  pb::Port reply;
+  check(stubs_->control.SetPort(&context, request, &reply), target_);
+  return reply;
+}
+
+pb::ListPortsReply Client::ports(const Place& place) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  pb::ListPortsRequest request;
+  setDevice(place, &request);
+  pb::ListPortsReply reply;
+  check(stubs_->control.ListPorts(&context, request, &reply), target_);
+  return reply;
+}
+
+pb::InjectReply Client::inject(uint32_t port, const std::string& file, const Place& place) {
+  std::ifstream capture = openFile(file);
+  grpc::ClientContext context;  // without deadline: a big capture takes the time it takes
+  pb::InjectReply reply;
+  const auto writer = stubs_->control.Inject(&context, &reply);
+  upload(capture, file, port, place, writer.get());
+  check(writer->Finish(), target_);
+  return reply;
+}
+
+void Client::trace(uint32_t port, const std::string& file, const Place& place,
+                   const std::function<void(const pb::TracedPacket&)>& consumer) {
+  std::ifstream capture = openFile(file);
+  grpc::ClientContext context;
+  const auto stream = stubs_->control.Trace(&context);
+  upload(capture, file, port, place, stream.get());
+  for (pb::TracedPacket packet; stream->Read(&packet);) consumer(packet);
+  check(stream->Finish(), target_);
+}
+
+void Client::capture(const pb::CaptureRequest& request,
+                     const std::function<void(const pb::CapturedPackets&)>& consumer) {
+  grpc::ClientContext context;
+  {
+    const std::lock_guard<std::mutex> lock(capture_mutex_);
+    cancel_capture_ = [&context] { context.TryCancel(); };
+    if (capture_stopped_) cancel_capture_();
+  }
+  const auto reader = stubs_->control.Capture(&context, request);
+  for (pb::CapturedPackets packets; reader->Read(&packets);) consumer(packets);
+  const grpc::Status status = reader->Finish();
+  bool stopped = false;
+  {
+    const std::lock_guard<std::mutex> lock(capture_mutex_);
+    cancel_capture_ = nullptr;
+    stopped = capture_stopped_;
+  }
+  if (!stopped || status.error_code() != grpc::StatusCode::CANCELLED) check(status, target_);
+}
+
+void Client::stopCapture() {
+  const std::lock_guard<std::mutex> lock(capture_mutex_);
+  capture_stopped_ = true;
+  if (cancel_capture_) cancel_capture_();
 }
 
 }  // namespace switchctl

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -42,11 +43,31 @@ class Client {
   void entries(const std::string& table, const Place& place,
                const std::function<void(const jx::control::v1::EntryChunk&)>& consumer);
 
+  // --- ports and packets; of `place` only the device counts
+  jx::control::v1::Port addPort(const std::string& spec, const Place& place);
+  jx::control::v1::Port deletePort(uint32_t port, const Place& place);
+  jx::control::v1::Port setPort(uint32_t port, bool enabled, const Place& place);
+  jx::control::v1::ListPortsReply ports(const Place& place);
+  /// Sends a capture file, whose packets come in at the port.
+  jx::control::v1::InjectReply inject(uint32_t port, const std::string& file, const Place& place);
+  /// Sends a capture file and hands over what became of each packet.
+  void trace(uint32_t port, const std::string& file, const Place& place,
+             const std::function<void(const jx::control::v1::TracedPacket&)>& consumer);
+  /// Hands over what passes at a port: first a message without packets, when the capture has begun.
+  /// Ends after `count` packets (0: never), or when `stopCapture` is called.
+  void capture(const jx::control::v1::CaptureRequest& request,
+               const std::function<void(const jx::control::v1::CapturedPackets&)>& consumer);
+  /// Ends the capture that runs, or the one that begins next. By any thread.
+  void stopCapture();
+
  private:
   struct Stubs;
 
   const std::string target_;
   const std::unique_ptr<Stubs> stubs_;
+  std::mutex capture_mutex_;  // guards all below
+  std::function<void()> cancel_capture_;
+  bool capture_stopped_ = false;
 };
 
 }  // namespace switchctl

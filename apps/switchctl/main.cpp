@@ -1,4 +1,6 @@
-// switchctl: looks into the devices of a slice agent, or of a partner in test mode, over gRPC.
+// switchctl: looks into the devices of a slice agent, or of a partner in test mode, over gRPC, and
+// attaches ports to an agent's device.
+#include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -6,8 +8,11 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <string>
+#include <thread>
 
+#include "capture_out.h"
 #include "client.h"
 #include "entry.h"
 #include "render.h"
@@ -17,12 +22,18 @@ namespace {
 
 constexpr int kExitFailure = 1;
 constexpr int kExitUsage = 2;
+constexpr int kLastPort = 511;
 
 struct Options {
   std::string target = "127.0.0.1:50051";
   bool json = false;
   Place place;
   std::string table;
+  std::string port_spec;
+  uint32_t port = 0;
+  std::string file;
+  uint64_t count = 0;
+  std::string direction = "both";
 
   Format format() const { return json ? Format::kJson : Format::kText; }
 };
@@ -115,6 +126,125 @@ int runEntries(const Options& options, Client& client) {
   return EXIT_SUCCESS;
 }
 
+/// The spec with its files named from the root, since the agent has a directory of its own. What
+/// is no such spec stays as it is, and the agent says what is wrong with it.
+std::string withAbsoluteFiles(const std::string& spec) {
+  const std::string kind = "=pcap:";
+  const size_t found = spec.find(kind);
+  if (found == std::string::npos) return spec;
+  std::string out = spec.substr(0, found + kind.size());
+  for (size_t from = out.size(); from <= spec.size();) {
+    const size_t comma = std::min(spec.find(',', from), spec.size());
+    const std::string file = spec.substr(from, comma - from);
+    if (!file.empty()) out += std::filesystem::absolute(file).string();
+    if (comma < spec.size()) out += ',';
+    from = comma + 1;
+  }
+  return out;
+}
+
+int runPortAdd(const Options& options, Client& client) {
+  const auto port = client.addPort(withAbsoluteFiles(options.port_spec), options.place);
+  print(renderPort(port, "attached", options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runPortDelete(const Options& options, Client& client) {
+  const auto port = client.deletePort(options.port, options.place);
+  print(renderPort(port, "detached", options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runPortUp(const Options& options, Client& client) {
+  const auto port = client.setPort(options.port, true, options.place);
+  print(renderPort(port, "set up", options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runPortDown(const Options& options, Client& client) {
+  const auto port = client.setPort(options.port, false, options.place);
+  print(renderPort(port, "set down", options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runPorts(const Options& options, Client& client) {
+  print(renderPorts(client.ports(options.place), options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runInject(const Options& options, Client& client) {
+  const auto reply = client.inject(options.port, options.file, options.place);
+  print(renderInjected(reply, options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runTrace(const Options& options, Client& client) {
+  client.trace(options.port, options.file, options.place,
+               [&](const jx::control::v1::TracedPacket& packet) {
+                 print(renderTraced(packet, options.format()));
+               });
+  return EXIT_SUCCESS;
+}
+
+sigset_t endSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  return signals;
+}
+
+/// Ends the capture in order at SIGINT and SIGTERM, so that the file is whole. Every thread of the
+/// process has them blocked.
+class StopAtSignal {
+ public:
+  explicit StopAtSignal(Client* client)
+      : thread_([client] {
+          const sigset_t signals = endSignals();
+          int signal_number = 0;
+          while (sigwait(&signals, &signal_number) != 0) continue;
+          client->stopCapture();
+        }) {}
+  ~StopAtSignal() {
+    pthread_kill(thread_.native_handle(), SIGTERM);  // the capture has ended: lets the thread go
+    thread_.join();
+  }
+  StopAtSignal(const StopAtSignal&) = delete;
+  StopAtSignal& operator=(const StopAtSignal&) = delete;
+
+ private:
+  std::thread thread_;
+};
+
+jx::control::v1::CaptureRequest captureRequest(const Options& options) {
+  jx::control::v1::CaptureRequest request;
+  if (options.place.device) request.set_device(*options.place.device);
+  request.set_port(options.port);
+  request.set_count(options.count);
+  if (options.direction == "in") request.set_direction(request.DIRECTION_IN);
+  if (options.direction == "out") request.set_direction(request.DIRECTION_OUT);
+  return request;
+}
+
+int runCapture(const Options& options, Client& client) {
+  CaptureOut out(options.file);
+  uint64_t lost = 0;
+  bool begun = false;
+  const StopAtSignal stop(&client);
+  client.capture(captureRequest(options), [&](const jx::control::v1::CapturedPackets& packets) {
+    if (!begun && !options.json) {
+      print("capturing at port " + std::to_string(options.port) + '\n');
+      finishOutput();
+    }
+    begun = true;
+    for (const auto& packet : packets.packets()) out.write(packet);
+    out.flush();
+    lost = packets.lost();
+  });
+  print(renderCaptured(out.packets(), lost, options.format()));
+  return EXIT_SUCCESS;
+}
+
 using Command = int (*)(const Options& options, Client& client);
 
 CLI::App* addCommand(CLI::App* app, const char* name, const char* help, Command command,
@@ -129,8 +259,10 @@ CLI::App* addCommand(CLI::App* app, const char* name, const char* help, Command 
 int run(int argc, char** argv) {
   Options options;
   Command command = nullptr;
-  CLI::App app{"Looks into the devices of a slice agent, or of a partner in test mode, over gRPC.",
-               "switchctl"};
+  CLI::App app{
+      "Looks into the devices of a slice agent, or of a partner in test mode, over gRPC;\n"
+      "attaches ports to an agent's device and follows packets through it.",
+      "switchctl"};
   app.set_version_flag("--version", "switchctl " JEX_VERSION);
   app.require_subcommand(0, 1);  // a missing one is reported below, after an unknown one
   app.add_option("--target", options.target, "Address of the control server, HOST:PORT")
@@ -148,6 +280,38 @@ int run(int argc, char** argv) {
   addCommand(&app, "count", "Print how many entries a table holds", runCount, &command)
       ->add_option("TABLE", options.table, "Name of the table")
       ->required();
+
+  const auto addPortCommand = [&](const char* name, const char* help, Command run) {
+    CLI::App* const sub = addCommand(&app, name, help, run, &command);
+    sub->add_option("PORT", options.port, "Number of the port")
+        ->required()
+        ->check(CLI::Range(0, kLastPort));
+  };
+  const auto addPacketCommand = [&](const char* name, const char* help, Command run) {
+    CLI::App* const sub = addCommand(&app, name, help, run, &command);
+    sub->add_option("--port", options.port, "Number of the port")
+        ->required()
+        ->check(CLI::Range(0, kLastPort));
+    sub->add_option("FILE", options.file, "Capture file")->required();
+    return sub;
+  };
+  addCommand(&app, "ports", "List ports, their counters, and what became of packets", runPorts,
+             &command);
+  addCommand(&app, "port-add", "Attach a port", runPortAdd, &command)
+      ->add_option("SPEC", options.port_spec, "N=if:NAME or N=pcap:IN[,OUT]")
+      ->required();
+  addPortCommand("port-delete", "Close and remove a port", runPortDelete);
+  addPortCommand("port-up", "Set a port up", runPortUp);
+  addPortCommand("port-down", "Set a port down: it drops what comes in and goes out", runPortDown);
+  addPacketCommand("inject", "Let the packets of a capture come in at a port", runInject);
+  addPacketCommand("trace", "Tell the way of each packet of a capture, sending none", runTrace);
+  CLI::App* const capture =
+      addPacketCommand("capture", "Write what passes at a port to a capture", runCapture);
+  capture->add_option("--count", options.count, "End after so many packets; 0: at SIGINT")
+      ->capture_default_str();
+  capture->add_option("--direction", options.direction, "Only packets that come in, or that go out")
+      ->check(CLI::IsMember({"in", "out", "both"}))
+      ->capture_default_str();
   try {
     app.parse(argc, argv);
     if (command == nullptr) throw CLI::RequiredError("A command");
@@ -156,6 +320,10 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     std::fprintf(stderr, "switchctl: %s (see switchctl --help)\n", error.what());
     return kExitUsage;
+  }
+  if (command == runCapture) {
+    const sigset_t signals = endSignals();
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before gRPC has threads
   }
   try {
     Client client(options.target);

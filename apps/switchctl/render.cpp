@@ -101,6 +101,76 @@ jexapps::EntryKind kindOf(pb::Entry::Role role) {
   }
 }
 
+Json jsonOf(const pb::Port& port) {
+  const char* input = nullptr;
+  switch (port.input()) {
+    case pb::Port::INPUT_READING:
+      input = "reading";
+      break;
+    case pb::Port::INPUT_EXHAUSTED:
+      input = "exhausted";
+      break;
+    case pb::Port::INPUT_FAILED:
+      input = "failed";
+      break;
+    default:
+      input = "none";
+  }
+  return {{"device", port.device()},
+          {"port", port.number()},
+          {"spec", port.spec()},
+          {"enabled", port.enabled()},
+          {"link", port.enabled() && port.carrier()},
+          {"input", input},
+          {"error", port.error()},
+          {"packets_in", port.packets_in()},
+          {"bytes_in", port.bytes_in()},
+          {"packets_out", port.packets_out()},
+          {"bytes_out", port.bytes_out()},
+          {"dropped_in", port.dropped_in()},
+          {"dropped_out", port.dropped_out()},
+          {"receive_errors", port.receive_errors()},
+          {"send_errors", port.send_errors()}};
+}
+
+Json jsonOf(const pb::PacketCounts& counts) {
+  Json reasons = Json::object();
+  for (const auto& reason : counts.drop_reasons()) reasons[reason.reason()] = reason.packets();
+  return {{"program", counts.program()},
+          {"received", counts.received()},
+          {"received_bytes", counts.received_bytes()},
+          {"forwarded", counts.forwarded()},
+          {"flooded", counts.flooded()},
+          {"dropped", counts.dropped()},
+          {"drop_reasons", reasons},
+          {"sent_nowhere", counts.sent_nowhere()},
+          {"bad_counter_indices", counts.bad_counter_indices()}};
+}
+
+const char* linkOf(const pb::Port& port) {
+  if (!port.enabled()) return "set down";
+  return port.carrier() ? "up" : "no carrier";
+}
+
+std::string summaryOf(const pb::PacketCounts& counts) {
+  const auto number = [](uint64_t value) { return std::to_string(value); };
+  std::string text = counts.program().empty() ? std::string("no program for packets")
+                                              : "program " + counts.program();
+  text += ": " + number(counts.received()) + " received, " + number(counts.forwarded()) +
+          " forwarded, " + number(counts.flooded()) + " flooded, " + number(counts.dropped()) +
+          " dropped\n";
+  for (const auto& reason : counts.drop_reasons()) {
+    text += "  " + number(reason.packets()) + " dropped: " + reason.reason() + '\n';
+  }
+  if (counts.sent_nowhere() != 0) {
+    text += "  " + number(counts.sent_nowhere()) + " forwarded to a port that is not attached\n";
+  }
+  if (counts.bad_counter_indices() != 0) {
+    text += "  " + number(counts.bad_counter_indices()) + " counts beyond the end of a table\n";
+  }
+  return text;
+}
+
 }  // namespace
 
 std::string renderHealth(const std::string& status, Format format) {
@@ -156,6 +226,58 @@ std::string renderTables(const std::vector<pb::Table>& tables, Format format) {
 std::string renderCount(const std::string& table, uint64_t entries, Format format) {
   if (format == Format::kJson) return jsonLine(Json{{"table", table}, {"entries", entries}});
   return std::to_string(entries) + '\n';
+}
+
+std::string renderPorts(const pb::ListPortsReply& reply, Format format) {
+  if (format == Format::kJson) {
+    Json list = Json::array();
+    for (const pb::Port& port : reply.ports()) list.push_back(jsonOf(port));
+    return jsonLine(Json{{"ports", list}, {"packets", jsonOf(reply.packets())}});
+  }
+  std::vector<std::vector<std::string>> rows{
+      {"PORT", "LINK", "IN", "BYTES", "OUT", "BYTES", "DROPPED", "ERRORS", "SPEC"}};
+  std::string errors;
+  for (const pb::Port& port : reply.ports()) {
+    rows.push_back({std::to_string(port.number()), linkOf(port), std::to_string(port.packets_in()),
+                    std::to_string(port.bytes_in()), std::to_string(port.packets_out()),
+                    std::to_string(port.bytes_out()),
+                    std::to_string(port.dropped_in() + port.dropped_out()),
+                    std::to_string(port.receive_errors() + port.send_errors()), port.spec()});
+    if (!port.error().empty()) {
+      errors += "port " + std::to_string(port.number()) + ": " + port.error() + '\n';
+    }
+  }
+  return renderColumns(rows) + errors + summaryOf(reply.packets());
+}
+
+std::string renderPort(const pb::Port& port, const std::string& what, Format format) {
+  if (format == Format::kJson) return jsonLine(jsonOf(port));
+  return "port " + std::to_string(port.number()) + ' ' + what + " (" + port.spec() + ")\n";
+}
+
+std::string renderInjected(const pb::InjectReply& reply, Format format) {
+  if (format == Format::kJson) {
+    return jsonLine(Json{{"packets", reply.packets()}, {"bytes", reply.bytes()}});
+  }
+  return std::to_string(reply.packets()) + " packets, " + std::to_string(reply.bytes()) +
+         " bytes\n";
+}
+
+std::string renderCaptured(uint64_t packets, uint64_t lost, Format format) {
+  if (format == Format::kJson) return jsonLine(Json{{"packets", packets}, {"lost", lost}});
+  return std::to_string(packets) + " packets" +
+         (lost != 0 ? ", " + std::to_string(lost) + " lost" : "") + '\n';
+}
+
+std::string renderTraced(const pb::TracedPacket& packet, Format format) {
+  if (format == Format::kJson) {
+    Json json{
+        {"packet", packet.number()}, {"time_ns", packet.time_ns()}, {"length", packet.length()}};
+    json.update(Json::parse(packet.json()));
+    return jsonLine(json);
+  }
+  return "packet " + std::to_string(packet.number()) + ", " + std::to_string(packet.length()) +
+         " bytes, " + packet.text() + '\n';
 }
 
 void toView(const pb::Entry& entry, jexapps::EntryView* view) {

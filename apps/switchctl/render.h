@@ -16,6 +16,13 @@ std::string renderHealth(const std::string& status, Format format);
 std::string renderPrograms(const std::vector<jx::control::v1::Program>& programs, Format format);
 std::string renderTables(const std::vector<jx::control::v1::Table>& tables, Format format);
 std::string renderCount(const std::string& table, uint64_t entries, Format format);
+std::string renderPorts(const jx::control::v1::ListPortsReply& reply, Format format);
+/// One port as it is now, after a change: `what` says what has happened to it.
+std::string renderPort(const jx::control::v1::Port& port, const std::string& what, Format format);
+std::string renderInjected(const jx::control::v1::InjectReply& reply, Format format);
+std::string renderCaptured(uint64_t packets, uint64_t lost, Format format);
+/// One packet of a trace: lines of text, or an object on one line.
+std::string renderTraced(const jx::control::v1::TracedPacket& packet, Format format);
 
 /// The entry in the form of a dump. `view` is filled anew and keeps its memory from call to call;
 /// it refers to names inside `entry`.

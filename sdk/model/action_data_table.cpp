@@ -1,7 +1,6 @@
 #include "model/action_data_table.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace jxmodel {
 
@@ -13,9 +12,15 @@ uint32_t maxParamBytes(const Program& program, const Table& table) {
   return most;
 }
 
-ActionDataTable::ActionDataTable(const Program& program, const Table& table,
-                                 std::optional<uint32_t> handle_base)
-    : store_(sizeof(Member) + maxParamBytes(program, table), table.size), handles_(handle_base) {}
+ActionDataTable::ActionDataTable(const Program&, const Table& table,
+                                 std::optional<uint32_t> handle_base, Reclaimer* reclaimer)
+    : reclaimer_(reclaimer), store_(sizeof(Member), table.size, reclaimer), handles_(handle_base) {}
+
+ActionDataTable::~ActionDataTable() {
+  for (uint32_t slot = 0; slot < end(); ++slot) {
+    if (used(slot)) ActionRecord::destroy(member(slot).action.load(std::memory_order_relaxed));
+  }
+}
 
 jx_status_t ActionDataTable::add(uint32_t handle, uint32_t member_id, const BoundAction& action,
                                  uint32_t* slot) {
@@ -29,21 +34,22 @@ jx_status_t ActionDataTable::add(uint32_t handle, uint32_t member_id, const Boun
   store_.take(free, given);
   member(free).id = member_id;
   member(free).references = 0;
-  modify(free, action);
+  member(free).action.store(ActionRecord::make(action), std::memory_order_release);
   *slot = free;
   return JX_SUCCESS;
 }
 
 void ActionDataTable::modify(uint32_t slot, const BoundAction& action) {
-  member(slot).action = action.action;
-  if (action.action->param_bytes == 0) return;
-  std::memcpy(store_.at(slot) + sizeof(Member), action.params, action.action->param_bytes);
+  const ActionRecord* const made = ActionRecord::make(action);
+  ActionRecord::retire(reclaimer_, member(slot).action.exchange(made, std::memory_order_acq_rel));
 }
 
 jx_status_t ActionDataTable::remove(uint32_t slot) {
   if (member(slot).references != 0) return JX_ACTION_DATA_REFERENCED;
   handles_.unbind(handleOf(slot));
   ids_.remove(idOf(slot), slot);
+  // Packets that found the member before see what it was.
+  ActionRecord::retire(reclaimer_, member(slot).action.load(std::memory_order_relaxed));
   store_.release(slot);
   return JX_SUCCESS;
 }

@@ -1,13 +1,15 @@
 // The members of one action-data table: actions with parameters that entries, groups and fallbacks
 // refer to.
 //
-// Not synchronised: the device's mutex is held. All writes check first and change nothing on
-// failure.
+// Thread safety: the device's mutex is held over all calls but actionOf() and handleOf(), which
+// packets may call in a ReadSection for slots that they found. All writes check first and change
+// nothing on failure.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 
+#include "model/bound_action.h"
 #include "model/handle_space.h"
 #include "model/id_index.h"
 #include "model/program.h"
@@ -15,18 +17,11 @@
 
 namespace jxmodel {
 
-/// An action of a program and its packed parameters.
-struct BoundAction {
-  const Action* action = nullptr;
-  const uint8_t* params = nullptr;  // action->param_bytes of them
-};
-
-/// The most parameter bytes that an action of the table has.
-uint32_t maxParamBytes(const Program& program, const Table& table);
-
 class ActionDataTable {
  public:
-  ActionDataTable(const Program& program, const Table& table, std::optional<uint32_t> handle_base);
+  ActionDataTable(const Program& program, const Table& table, std::optional<uint32_t> handle_base,
+                  Reclaimer* reclaimer = nullptr);
+  ~ActionDataTable();
 
   /// Adds a member. `handle` is 0 where the device gives handles out. Ids are the writer's own
   /// numbers: unique where there is one writer, that is where the device gives handles out;
@@ -45,7 +40,9 @@ class ActionDataTable {
 
   uint32_t handleOf(uint32_t slot) const { return store_.record(slot).handle; }
   uint32_t idOf(uint32_t slot) const { return member(slot).id; }
-  BoundAction actionOf(uint32_t slot) const { return {member(slot).action, params(slot)}; }
+  BoundAction actionOf(uint32_t slot) const {
+    return member(slot).action.load(std::memory_order_acquire)->bound();
+  }
 
   bool used(uint32_t slot) const { return store_.used(slot); }
   uint32_t end() const { return store_.end(); }
@@ -55,15 +52,14 @@ class ActionDataTable {
   struct Member : Record {
     uint32_t id;
     uint32_t references;
-    const Action* action;
-    // the packed parameters follow
+    std::atomic<const ActionRecord*> action;  // replaced as a whole
   };
   Member& member(uint32_t slot) { return *reinterpret_cast<Member*>(store_.at(slot)); }
   const Member& member(uint32_t slot) const {
     return *reinterpret_cast<const Member*>(store_.at(slot));
   }
-  const uint8_t* params(uint32_t slot) const { return store_.at(slot) + sizeof(Member); }
 
+  Reclaimer* reclaimer_;
   SlotStore store_;
   HandleSpace handles_;
   IdIndex ids_;

@@ -5,8 +5,10 @@
 #include <set>
 
 #include "model/faults.h"
+#include "model/pipeline/compiled.h"
 #include "model/placement.h"
 #include "model/rt_info.h"
+#include "model/switch/switch.h"
 
 namespace jxmodel {
 namespace {
@@ -43,6 +45,11 @@ bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
       *error = "program " + program->name + ": id or name taken by another program of the device";
       return false;
     }
+    const std::string packets = packetRefusal(*program);
+    if (!packets.empty()) {
+      *error = "program " + program->name + ": " + packets;
+      return false;
+    }
     for (const Table& table : program->tables) {
       const std::string reason = refusal(*program, table, handle_base);
       if (reason.empty()) continue;
@@ -57,8 +64,16 @@ std::atomic<int> brought_up{static_cast<int>(BringUp::kNothing)};
 
 }  // namespace
 
-Device::Device(jx_dev_id_t id, Kind kind) : id_(id), kind_(kind) {}
-Device::~Device() = default;
+Device::Device(jx_dev_id_t id, Kind kind)
+    : id_(id),
+      kind_(kind),
+      reclaimer_(kind == Kind::kPhysical ? std::make_unique<Reclaimer>() : nullptr) {}
+
+Device::~Device() {
+  switch_.reset();
+  // What is left to do is about the tables, which go next.
+  if (reclaimer_ != nullptr) reclaimer_->drain();
+}
 
 std::shared_ptr<Device> Device::create(jx_dev_id_t id, Kind kind,
                                        const jx_device_profile_t& profile, std::string* error) {
@@ -96,6 +111,19 @@ void Device::addProgram(std::shared_ptr<const Program> program, uint32_t handle_
   for (TableState* state : infos_.back()->states()) tables_[state->table->handle] = state;
 }
 
+Switch* Device::packetSwitch() {
+  const std::lock_guard lock(switch_mutex_);
+  if (isVirtual() || packets_ended_) return nullptr;
+  if (switch_ == nullptr) switch_ = std::make_unique<Switch>(*this);
+  return switch_.get();
+}
+
+void Device::endPackets() {
+  const std::lock_guard lock(switch_mutex_);
+  packets_ended_ = true;
+  if (switch_ != nullptr) switch_->end();
+}
+
 const RtInfo* Device::findInfo(const std::string& p4_name) const {
   for (const auto& info : infos_) {
     if (info->program().name == p4_name) return info.get();
@@ -125,9 +153,13 @@ jx_status_t DeviceRegistry::add(std::shared_ptr<Device> device) {
 jx_status_t DeviceRegistry::remove(jx_dev_id_t id) {
   if (id < 0 || id >= kMaxDevices) return JX_OBJECT_NOT_FOUND;
   std::shared_ptr<Device> removed;  // ends after the lock
-  const std::unique_lock lock(mutex_);
-  removed.swap(devices_[id]);
-  return removed == nullptr ? JX_OBJECT_NOT_FOUND : JX_SUCCESS;
+  {
+    const std::unique_lock lock(mutex_);
+    removed.swap(devices_[id]);
+  }
+  if (removed == nullptr) return JX_OBJECT_NOT_FOUND;
+  removed->endPackets();
+  return JX_SUCCESS;
 }
 
 std::shared_ptr<Device> DeviceRegistry::find(jx_dev_id_t id) const {

@@ -1,8 +1,9 @@
 // Devices: the programs that each carries, the tables of those, and the lock over all of them.
 //
-// Thread safety: the mutex of a device is held over every access to its tables, on a virtual device
-// until the placement callback of the write has returned. So writes take effect and are reported in
-// one order. Descriptions, and the objects that show them, never change and need no lock.
+// Thread safety: the mutex of a device is held over every access to its tables but a packet's
+// look-up (see MatchTable), on a virtual device until the placement callback of the write has
+// returned. So writes take effect and are reported in one order. Descriptions, and the objects that
+// show them, never change and need no lock.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
@@ -16,11 +17,13 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/read_copy_update.h"
 #include "model/table_state.h"
 
 namespace jxmodel {
 
 class RtInfo;
+class Switch;
 
 class Device {
  public:
@@ -39,6 +42,16 @@ class Device {
   bool isVirtual() const { return kind_ == Kind::kVirtual; }
   std::mutex& mutex() const { return mutex_; }
 
+  /// Of a physical device; null on a virtual one, whose tables no packet reads.
+  Reclaimer* reclaimer() const { return reclaimer_.get(); }
+
+  /// The ports and the pipeline of a physical device; made by the first call. Null on a virtual
+  /// device, and once the device has been removed.
+  Switch* packetSwitch();
+  /// Nothing moves through the device any more, nor ever will. Called when it is removed; whoever
+  /// still holds it may go on looking.
+  void endPackets();
+
   /// In the profile's order.
   const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
   const RtInfo* findInfo(const std::string& p4_name) const;
@@ -52,8 +65,13 @@ class Device {
   jx_dev_id_t id_;
   Kind kind_;
   mutable std::mutex mutex_;
+  std::unique_ptr<Reclaimer> reclaimer_;
   std::vector<std::unique_ptr<RtInfo>> infos_;
   absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
+
+  std::mutex switch_mutex_;  // guards all below; before the device's mutex
+  std::unique_ptr<Switch> switch_;
+  bool packets_ended_ = false;
 };
 
 /// The devices of this process.

@@ -4,14 +4,23 @@
 // packets are looked up in where fields are exact or longest-prefix. Tables with priorities have a
 // tuple space beside it.
 //
-// Not synchronised: the device's mutex is held. All writes check first and change nothing on
-// failure.
+// Thread safety: the device's mutex is held over all calls but tryApply() and hit(), which packets
+// call in a ReadSection. All writes check first and change nothing on failure.
+//  1. A record's key, and what its result points at, never change while packets may find it. What
+//  an
+//     entry does is one word that is replaced as a whole.
+//  2. What is taken out (records, results, cells, tuples) is freed or used again after a grace
+//     period.
+//  3. Writes that relink (add, move, remove, default entry) are Changes of the table's Sequence:
+//     a look-up that met one is done again, so it is of the table before or after it.
+// docs/design/packets-and-updates.md says why.
 #pragma once
 
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "model/action_data_table.h"
 #include "model/handle_space.h"
@@ -19,6 +28,7 @@
 #include "model/key_set.h"
 #include "model/program.h"
 #include "model/selector_table.h"
+#include "model/sequence.h"
 #include "model/slot_store.h"
 #include "model/tuple_space.h"
 
@@ -36,7 +46,9 @@ class MatchTable {
  public:
   /// `members` and `groups` are the tables that entries refer to, null where there are none.
   MatchTable(const Program& program, const Table& table, ActionDataTable* members,
-             SelectorTable* groups, std::optional<uint32_t> handle_base);
+             SelectorTable* groups, std::optional<uint32_t> handle_base,
+             Reclaimer* reclaimer = nullptr);
+  ~MatchTable();
 
   struct Addition {
     uint32_t handle = 0;  // 0 where the device gives handles out
@@ -51,7 +63,7 @@ class MatchTable {
   void remove(uint32_t slot);
 
   /// The default entry that was set; kNoSlot if none was. It has a handle like any entry.
-  uint32_t defaultEntry() const { return default_; }
+  uint32_t defaultEntry() const { return default_.load(std::memory_order_acquire); }
   /// Sets it, or sets it anew; under another handle only where handles come from outside.
   jx_status_t setDefault(uint32_t handle, const MatchResult& result);
   /// There has to be one.
@@ -63,56 +75,83 @@ class MatchTable {
   /// The entry that packet values (see KeyCodec) hit, kNoSlot if they miss.
   uint32_t lookup(const uint8_t* values) const;
 
+  /// What the table says of a packet: its entry, or the default entry that was set.
+  struct Applied {
+    bool hit = false;
+    uint32_t slot = kNoSlot;  // of either; kNoSlot where there is none: nothing below is set
+    uint32_t handle = 0;
+    MatchResult result;  // readable to the end of the ReadSection
+  };
+  /// Looks packet values up beside a writer. False if the table kept changing meanwhile: then it
+  /// takes apply() under the device's mutex, once.
+  bool tryApply(const uint8_t* values, Applied* applied) const;
+  Applied apply(const uint8_t* values) const;
+
+  /// Notes that a packet hit the entry, for entries that age. `now` is the model's clock, ns.
+  void hit(uint32_t slot, uint64_t now) const {
+    entry(slot).last_hit.store(now, std::memory_order_relaxed);
+  }
+  /// 0: no packet hit it since it was added.
+  uint64_t lastHitOf(uint32_t slot) const {
+    return entry(slot).last_hit.load(std::memory_order_relaxed);
+  }
+
   uint32_t handleOf(uint32_t slot) const { return store_.record(slot).handle; }
-  const uint8_t* keyOf(uint32_t slot) const { return store_.at(slot) + sizeof(Entry); }
+  const uint8_t* keyOf(uint32_t slot) const { return store_.at(slot) + kKeyOffset; }
   uint32_t priorityOf(uint32_t slot) const { return entry(slot).priority; }
   uint32_t ttlOf(uint32_t slot) const { return entry(slot).ttl_ms; }
   MatchResult resultOf(uint32_t slot) const;
 
   const KeyCodec& codec() const { return codec_; }
-  bool used(uint32_t slot) const { return store_.used(slot) && slot != default_; }
+  bool used(uint32_t slot) const { return store_.used(slot) && slot != defaultEntry(); }
   uint32_t end() const { return store_.end(); }
   /// Without the default entry.
-  uint32_t count() const { return store_.count() - (default_ == kNoSlot ? 0 : 1); }
+  uint32_t count() const { return store_.count() - (defaultEntry() == kNoSlot ? 0 : 1); }
 
  private:
-  struct Entry : Record {
-    uint32_t priority;
+  /// MatchResult in one word: the record of an action, or a slot above two bits that say of what.
+  using ResultWord = uintptr_t;
+  struct Entry : RankedRecord {
     uint32_t ttl_ms;
-    MatchResult::Kind kind;
-    uint32_t target;       // kMember, kGroup: slot in the table referred to
-    const Action* action;  // kAction
-    // the packed key and the packed parameters follow
+    std::atomic<ResultWord> result;
+    mutable std::atomic<uint64_t> last_hit;
+    // the packed key follows, then what the tuple space keeps
   };
+  static constexpr size_t kKeyOffset = sizeof(Entry);
   Entry& entry(uint32_t slot) { return *reinterpret_cast<Entry*>(store_.at(slot)); }
   const Entry& entry(uint32_t slot) const {
     return *reinterpret_cast<const Entry*>(store_.at(slot));
   }
-  size_t paramOffset() const { return sizeof(Entry) + codec_.keyBytes(); }
-  TupleSpace::Item itemOf(uint32_t slot) const {
-    return {priorityOf(slot), handleOf(slot), slot, keyOf(slot)};
-  }
 
   void reference(const MatchResult& result);
   void dereference(const MatchResult& result);
-  void write(uint32_t slot, const MatchResult& result);
+  static ResultWord wordOf(const MatchResult& result);
+  static MatchResult resultIn(ResultWord word);
+  static const ActionRecord* recordIn(ResultWord word);
+  void fill(uint32_t slot, uint32_t priority, uint32_t ttl_ms, const MatchResult& result);
+  void release(uint32_t slot);
   uint32_t lookupPrefix(const uint8_t* values) const;
+  void writePrefixMasks();
   void packValues(const uint8_t* values, uint8_t* key) const;
-  /// The count of entries with the prefix length of this entry's key.
-  uint32_t& lengthCount(uint32_t slot) { return lengths_[keyOf(slot)[prefix_offset_]]; }
+  void countPrefix(uint32_t slot, int difference);
 
   const Table& table_;
   KeyCodec codec_;
   ActionDataTable* members_;
   SelectorTable* groups_;
+  Reclaimer* reclaimer_;
   SlotStore store_;
   HandleSpace handles_;
   KeySet keys_;
   std::unique_ptr<TupleSpace> tuples_;      // where entries have priorities
   const KeyField* prefix_field_ = nullptr;  // the longest-prefix field of a table without those
   uint32_t prefix_offset_ = 0;              // of its length byte in the packed key
+  std::vector<uint64_t> prefix_masks_;      // of packed keys, as words, by prefix length
   std::array<uint32_t, kMaxKeyWidth + 1> lengths_{};  // entries by prefix length
-  uint32_t default_ = kNoSlot;
+  static constexpr uint32_t kLengthWords = kMaxKeyWidth / 64 + 1;
+  std::array<std::atomic<uint64_t>, kLengthWords> present_{};  // lengths that entries have
+  std::atomic<uint32_t> default_{kNoSlot};
+  Sequence sequence_;
 };
 
 }  // namespace jxmodel

@@ -1,5 +1,6 @@
 #include "model/rt_info.h"
 
+#include "model/device.h"
 #include "model/faults.h"
 
 namespace jxmodel {
@@ -7,7 +8,7 @@ namespace jxmodel {
 RtInfo::RtInfo(const Device& device, std::shared_ptr<const Program> program,
                std::optional<uint32_t> handle_base)
     : program_(std::move(program)), states_(program_->tables.size()) {
-  for (uint32_t i = 0; i < states_.size(); ++i) makeState(i, handle_base);
+  for (uint32_t i = 0; i < states_.size(); ++i) makeState(i, handle_base, device.reclaimer());
   for (const auto& state : states_) {
     tables_.push_back(std::make_unique<RtTable>(device, *this, *state));
   }
@@ -17,18 +18,18 @@ RtInfo::RtInfo(const Device& device, std::shared_ptr<const Program> program,
 }
 
 /// Makes the state of a table after those of the tables behind it.
-void RtInfo::makeState(uint32_t index, std::optional<uint32_t> handle_base) {
+void RtInfo::makeState(uint32_t index, std::optional<uint32_t> handle_base, Reclaimer* reclaimer) {
   if (states_[index] != nullptr) return;
   const Table& table = program_->tables[index];
   auto state = std::make_unique<TableState>();
   state->program = program_.get();
   state->table = &table;
   if (table.action_data_table) {
-    makeState(*table.action_data_table, handle_base);
+    makeState(*table.action_data_table, handle_base, reclaimer);
     state->member_state = states_[*table.action_data_table].get();
   }
   if (table.selector_table) {
-    makeState(*table.selector_table, handle_base);
+    makeState(*table.selector_table, handle_base, reclaimer);
     state->group_state = states_[*table.selector_table].get();
   }
   ActionDataTable* const members =
@@ -39,15 +40,18 @@ void RtInfo::makeState(uint32_t index, std::optional<uint32_t> handle_base) {
     case JX_RT_TABLE_MATCH_DIRECT:
     case JX_RT_TABLE_MATCH_ACTION_DATA:
     case JX_RT_TABLE_MATCH_SELECTOR:
-      state->match = std::make_unique<MatchTable>(*program_, table, members, groups, handle_base);
+      state->match =
+          std::make_unique<MatchTable>(*program_, table, members, groups, handle_base, reclaimer);
       break;
     case JX_RT_TABLE_ACTION_DATA:
-      state->members = std::make_unique<ActionDataTable>(*program_, table, handle_base);
+      state->members = std::make_unique<ActionDataTable>(*program_, table, handle_base, reclaimer);
       break;
     case JX_RT_TABLE_SELECTOR:
-      state->groups = std::make_unique<SelectorTable>(table, members, handle_base);
+      state->groups = std::make_unique<SelectorTable>(table, members, handle_base, reclaimer);
       break;
     case JX_RT_TABLE_COUNTER:
+      // Packets count on physical devices only.
+      if (reclaimer != nullptr) state->counters = std::make_unique<CounterTable>(table.size);
       break;
   }
   states_[index] = std::move(state);

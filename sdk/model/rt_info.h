@@ -30,12 +30,13 @@ class RtInfo final : public jxrt::JxRtInfo {
   jx_status_t learnFromIdGet(uint32_t id, jxrt::JxRtLearn** learn) const override;
 
   const Program& program() const { return *program_; }
+  /// As Program::tables.
   std::vector<TableState*> states() const;
   /// By index into Program::tables.
   const RtTable& table(uint32_t index) const { return *tables_[index]; }
 
  private:
-  void makeState(uint32_t index, std::optional<uint32_t> handle_base);
+  void makeState(uint32_t index, std::optional<uint32_t> handle_base, Reclaimer* reclaimer);
 
   std::shared_ptr<const Program> program_;
   std::vector<std::unique_ptr<TableState>> states_;  // as Program::tables

@@ -1,6 +1,7 @@
 # The runtime of the software model.
 target_sources(jxmodel_core PRIVATE
   model/action_data_table.cpp
+  model/clock.cpp
   model/device.cpp
   model/drv.cpp
   model/fault_entries.cpp
@@ -10,6 +11,7 @@ target_sources(jxmodel_core PRIVATE
   model/pipe_mgr.cpp
   model/placement.cpp
   model/plcmt_process.cpp
+  model/read_copy_update.cpp
   model/rt_c.cpp
   model/rt_c_table.cpp
   model/rt_data.cpp
@@ -21,8 +23,13 @@ target_sources(jxmodel_core PRIVATE
   model/rt_table_write.cpp
   model/selector_table.cpp
   model/session.cpp
+  model/slot_hash.cpp
   model/slot_store.cpp
   model/status.cpp
   model/tuple_space.cpp
   model/update_reporter.cpp
 )
+include(${CMAKE_CURRENT_LIST_DIR}/packet/sources.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/port/sources.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/pipeline/sources.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/switch/sources.cmake)

@@ -5,6 +5,7 @@
 
 #include "jxsdk/pipe_mgr.h"
 #include "model/action_data_table.h"
+#include "model/counter_table.h"
 #include "model/match_table.h"
 #include "model/program.h"
 #include "model/selector_table.h"
@@ -22,10 +23,11 @@ struct TableState {
   const Program* program = nullptr;
   const Table* table = nullptr;
 
-  // Exactly one of these, or none for a counter table.
+  // Exactly one of these; none for the counter table of a virtual device.
   std::unique_ptr<MatchTable> match;
   std::unique_ptr<ActionDataTable> members;
   std::unique_ptr<SelectorTable> groups;
+  std::unique_ptr<CounterTable> counters;
 
   // The tables behind this one, null where there are none.
   TableState* member_state = nullptr;

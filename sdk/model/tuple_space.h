@@ -1,55 +1,99 @@
 // Packet lookup in a table whose entries have priorities: tuple space search. Entries that compare
-// the same bits make a tuple, which is a hash map from the values of those bits to a bucket; a
-// bucket's entries differ in their ranges and stand in the order in which they win.
+// the same bits make a tuple, which is a hash table from the values of those bits to a chain; a
+// chain's entries differ in their ranges and stand in the order in which they win. Chains run
+// through the entries' own records, so an add allocates only where a tuple is new.
+//
+// One writer. Readers stand in a ReadSection and check a Sequence afterwards: while tuples or
+// chains are relinked they may miss an entry, or see one twice, and nothing worse.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "model/key_codec.h"
+#include "model/slot_hash.h"
 #include "model/slot_store.h"
 
 namespace jxmodel {
 
+/// What the records of entries with priorities begin with.
+struct RankedRecord : Record {
+  std::atomic<uint32_t> priority;
+  std::atomic<uint32_t> next;  // slot of the entry behind it in its chain
+
+  /// Greater priorities win, at equal priority the lower handle.
+  bool wins(const RankedRecord& other) const {
+    const uint32_t own = priority.load(std::memory_order_acquire);
+    const uint32_t others = other.priority.load(std::memory_order_acquire);
+    if (own != others) return own > others;
+    return handle.load(std::memory_order_acquire) < other.handle.load(std::memory_order_acquire);
+  }
+};
+
 class TupleSpace {
  public:
-  explicit TupleSpace(const KeyCodec& codec);
+  /// The records of `store` have their packed keys at `key_offset`; the codec's valueBytes() bytes
+  /// at `values_offset` are the tuple space's own.
+  TupleSpace(const KeyCodec& codec, SlotStore& store, size_t key_offset, size_t values_offset,
+             Reclaimer* reclaimer);
+  ~TupleSpace();
 
-  /// One entry. Greater priorities win, at equal priority the lower handle.
-  struct Item {
-    uint32_t priority;
-    uint32_t handle;
-    uint32_t slot;
-    const uint8_t* key;  // packed, in the record of the entry
-
-    bool wins(const Item& other) const {
-      return priority != other.priority ? priority > other.priority : handle < other.handle;
-    }
-  };
-
-  void add(const Item& item);
-  /// Removes what add() was given.
-  void remove(const Item& item);
+  /// Adds the entry at `slot`: handle, key and priority are written.
+  void add(uint32_t slot);
+  /// Removes what was added; the handle, key and priority are still those.
+  void remove(uint32_t slot);
   /// The slot of the entry that wins for these packet values, kNoSlot if none matches.
-  uint32_t lookup(const uint8_t* values) const;
+  uint32_t lookup(const uint8_t* packed) const;
 
-  size_t tuples() const { return tuples_.size(); }
+  size_t tuples() const { return by_mask_.size(); }
 
  private:
-  using Bucket = std::vector<Item>;  // in winning order
   struct Tuple {
-    absl::flat_hash_map<std::string, Bucket> buckets;
-    uint32_t max_priority = 0;  // no entry has a greater one; not lowered by a removal
+    Tuple(std::string bits, Reclaimer* reclaimer);
+    const std::string mask;                 // of the packet values
+    const std::vector<uint64_t> words;      // the same
+    SlotHash chains;                        // first slots, by the masked values
+    std::atomic<uint32_t> max_priority{0};  // no entry has a greater one; not lowered by removals
+    uint32_t count = 0;                     // entries; the writer's
+  };
+  /// All tuples, the greatest max_priority first.
+  struct List {
+    explicit List(uint32_t slots) : capacity(slots), at(new std::atomic<Tuple*>[slots]()) {}
+    uint32_t capacity;
+    std::atomic<uint32_t> count{0};
+    std::unique_ptr<std::atomic<Tuple*>[]> at;
   };
 
-  /// Splits a key into the bits that it compares and their values.
-  void split(const uint8_t* key, std::string* mask, std::string* values) const;
+  RankedRecord& record(uint32_t slot) {
+    return reinterpret_cast<RankedRecord&>(store_.record(slot));
+  }
+  const RankedRecord& record(uint32_t slot) const {
+    return reinterpret_cast<const RankedRecord&>(store_.record(slot));
+  }
+  const uint8_t* keyOf(uint32_t slot) const { return store_.at(slot) + key_offset_; }
+  const uint8_t* valuesOf(uint32_t slot) const { return store_.at(slot) + values_offset_; }
+  uint32_t hashOf(const uint8_t* masked) const;
+  uint32_t firstOf(const Tuple& tuple, uint32_t hash, const uint8_t* masked) const;
+  uint32_t winnerOf(const Tuple& tuple, const uint64_t* values, uint64_t* masked,
+                    uint32_t best) const;
+
+  Tuple& tupleOf(const std::string& mask);
+  void append(Tuple* tuple);
+  void drop(Tuple* tuple);
+  void raise(Tuple* tuple, uint32_t priority);
 
   const KeyCodec& codec_;
-  absl::flat_hash_map<std::string, Tuple> tuples_;  // by mask
+  SlotStore& store_;
+  const size_t key_offset_;
+  const size_t values_offset_;
+  Reclaimer* const reclaimer_;
+  absl::flat_hash_map<std::string, Tuple*> by_mask_;  // the writer's; owns the tuples
+  std::atomic<List*> list_;
 };
 
 }  // namespace jxmodel

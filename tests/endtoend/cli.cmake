@@ -2,6 +2,8 @@
 include(${CMAKE_CURRENT_LIST_DIR}/../support/JexTestLabels.cmake)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(ZLIB REQUIRED)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ENDTOEND_PCAP REQUIRED IMPORTED_TARGET libpcap)
 
 # A client of the control server's reflection, which is not linked to libdriver.so.
 find_package(Protobuf REQUIRED)
@@ -29,13 +31,13 @@ add_executable(list-services list_services.cpp)
 target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
 add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_partner_shell_test.cpp
-               cli_run.cpp control_server_test.cpp terminal.cpp ../support/test_main.cpp)
+               cli_run.cpp cli_switch_test.cpp control_server_test.cpp terminal.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
   JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>"
   JEX_LIST_SERVICES="$<TARGET_FILE:list-services>")
 target_link_libraries(endtoend_cli_test PRIVATE jex_flags jex_test_support
-                      nlohmann_json::nlohmann_json ZLIB::ZLIB)
+                      nlohmann_json::nlohmann_json ZLIB::ZLIB PkgConfig::ENDTOEND_PCAP)
 add_dependencies(endtoend_cli_test slice-agent switchctl partner-shell list-services)
 gtest_discover_tests(endtoend_cli_test TEST_PREFIX endtoend. PROPERTIES TIMEOUT 300)
 jex_label_tests(endtoend_cli_test endtoend)

@@ -122,6 +122,7 @@ TEST(SliceAgent, TakesAWrongCommandLineForAUsageError) {
        {Words{}, Words{"--program", program, "--device", "256"},
         Words{"--program", program, "--heartbeat-ms", "-1"},
         Words{"--program", program, "--counter-update-ms", "soon"},
+        Words{"--program", program, "--clock", "sundial"},
         Words{"--program", program, "--timeout-ms", "-5"}, Words{"--program", program, "extra"}}) {
     const Finished sut = finish(agent(arguments));
     EXPECT_TRUE(sut.endedWith(2));
@@ -170,8 +171,9 @@ TEST(SliceAgent, ListsEveryOptionInItsHelp) {
   const Finished sut = finish(agent({"--help"}));
   EXPECT_TRUE(sut.endedWith(0));
   const std::string help = testing::PrintToString(sut.output);
-  for (const char* option : {"--program", "--device", "--timeout-ms", "--heartbeat-ms",
-                             "--counter-update-ms", "--control", "--version"}) {
+  for (const char* option :
+       {"--program", "--device", "--timeout-ms", "--heartbeat-ms", "--counter-update-ms",
+        "--control", "--port", "--clock", "--version"}) {
     EXPECT_THAT(help, HasSubstr(option));
   }
 }

@@ -1,4 +1,5 @@
-// The control service: answers about devices, programs and tables, from the runtime API alone.
+// The control service: answers about devices, programs and tables, from the runtime API alone
+// (service.cpp); ports and packets of physical devices (port_service.cpp).
 #pragma once
 
 #include <memory>
@@ -13,7 +14,8 @@ namespace jxmodel::control {
 
 /// Thread safety: calls run side by side on the server's threads. They share nothing but the
 /// session; each piece of work on a device is done under the device gate (device_gate.h), and
-/// nothing is sent while it is held.
+/// nothing is sent while it is held. Calls about ports hold the device itself instead, and so do
+/// not keep others from removing it.
 class SwitchService final : public jx::control::v1::Switch::Service {
  public:
   explicit SwitchService(std::shared_ptr<jxrt::JxRtSession> session)
@@ -30,6 +32,24 @@ class SwitchService final : public jx::control::v1::Switch::Service {
                           jx::control::v1::CountTableReply* reply) override;
   grpc::Status ReadTable(grpc::ServerContext* context, const jx::control::v1::TableRequest* request,
                          grpc::ServerWriter<jx::control::v1::EntryChunk>* writer) override;
+
+  grpc::Status AddPort(grpc::ServerContext* context, const jx::control::v1::AddPortRequest* request,
+                       jx::control::v1::Port* reply) override;
+  grpc::Status DeletePort(grpc::ServerContext* context, const jx::control::v1::PortRequest* request,
+                          jx::control::v1::Port* reply) override;
+  grpc::Status ListPorts(grpc::ServerContext* context,
+                         const jx::control::v1::ListPortsRequest* request,
+                         jx::control::v1::ListPortsReply* reply) override;
+  grpc::Status SetPort(grpc::ServerContext* context, const jx::control::v1::SetPortRequest* request,
+                       jx::control::v1::Port* reply) override;
+  grpc::Status Inject(grpc::ServerContext* context,
+                      grpc::ServerReader<jx::control::v1::CaptureUpload>* upload,
+                      jx::control::v1::InjectReply* reply) override;
+  grpc::Status Trace(grpc::ServerContext* context,
+                     grpc::ServerReaderWriter<jx::control::v1::TracedPacket,
+                                              jx::control::v1::CaptureUpload>* stream) override;
+  grpc::Status Capture(grpc::ServerContext* context, const jx::control::v1::CaptureRequest* request,
+                       grpc::ServerWriter<jx::control::v1::CapturedPackets>* writer) override;
 
  private:
   /// A program on a device.

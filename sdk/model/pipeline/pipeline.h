@@ -1,0 +1,94 @@
+// The programs of a physical device as packets meet them.
+//
+// A packet runs through the first of the device's programs that has a control flow. (Programs of
+// one device share no tables, so there is no order in which a packet could sensibly pass several.)
+// A packet that reaches the end of the control flow leaves through the port that the last forward
+// or flood chose; without one it is dropped. What it looks like then is what goes out, so steps
+// behind the forward still count. A drop ends the packet at once.
+//
+// Thread safety: any number of threads may run packets while others write to the tables. See
+// docs/design/packets-and-updates.md.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "model/pipeline/compiled.h"
+#include "model/pipeline/outcome.h"
+#include "model/pipeline/trace.h"
+#include "model/port/packet_buffer.h"
+
+namespace jxmodel {
+
+class Device;
+
+/// Where packets go.
+class Egress {
+ public:
+  virtual ~Egress() = default;
+  virtual void send(uint32_t port, PacketBuffer&& packet) = 0;
+  /// Through every port but `ingress_port`.
+  virtual void flood(uint32_t ingress_port, PacketBuffer&& packet) = 0;
+};
+
+/// A snapshot of what became of packets: received = forwarded + flooded + dropped.
+struct PipelineCounts {
+  uint64_t received = 0;
+  uint64_t received_bytes = 0;  // lengths on the wire
+  uint64_t forwarded = 0;
+  uint64_t flooded = 0;
+  std::array<uint64_t, kDropReasonCount> dropped{};     // by DropReason; kMalformed: all of below
+  std::array<uint64_t, kParseStatusCount> malformed{};  // by ParseStatus
+  uint64_t bad_counter_indices = 0;  // counts beyond the end of a counter table: not counted there
+  uint64_t locked_lookups = 0;       // look-ups that waited for an update
+};
+
+class Pipeline {
+ public:
+  /// The device's; it outlives the pipeline. The device has checked its programs.
+  explicit Pipeline(const Device& device);
+  ~Pipeline();
+
+  /// The program that packets run through; null if the device has none with a control flow: all
+  /// packets are dropped.
+  const Program* program() const { return compiled_ ? &compiled_->program : nullptr; }
+
+  struct Packet {
+    uint8_t* data = nullptr;  // rewritten in place; the length stays
+    uint32_t size = 0;
+    uint32_t wire_size = 0;  // more than `size` if a capture cut the packet
+    uint32_t ingress_port = 0;
+  };
+  /// Runs one packet. Digests are appended where there is a place for them. A trace is filled in
+  /// if there is one.
+  Outcome run(const Packet& packet, std::vector<Digest>* digests, Trace* trace = nullptr) const;
+
+  /// Runs one packet and sends it on. Moves the model's clock if that follows captures.
+  Outcome forward(uint32_t ingress_port, PacketBuffer&& packet, Egress& egress,
+                  std::vector<Digest>* digests, Trace* trace = nullptr) const;
+
+  PipelineCounts counts() const;
+
+ private:
+  friend class PacketRun;
+  using Counter = std::atomic<uint64_t>;
+  struct Counters {
+    Counter received_bytes{0}, forwarded{0}, flooded{0};
+    std::array<Counter, kDropReasonCount> dropped{};
+    std::array<Counter, kParseStatusCount> malformed{};
+    Counter bad_counter_indices{0}, locked_lookups{0};
+  };
+  static void add(Counter& counter, uint64_t value = 1) {
+    counter.fetch_add(value, std::memory_order_relaxed);
+  }
+  void count(const Packet& packet, const Outcome& outcome) const;
+
+  const Device& device_;
+  std::unique_ptr<const CompiledProgram> compiled_;
+  mutable Counters counters_;
+};
+
+}  // namespace jxmodel

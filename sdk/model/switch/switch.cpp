@@ -1,0 +1,104 @@
+#include "model/switch/switch.h"
+
+#include <algorithm>
+#include <future>
+
+namespace jxmodel {
+
+Switch::Switch(const Device& device) : pipeline_(device) {
+  ports_.start([this](uint32_t port, PacketBuffer&& packet) { receive(port, std::move(packet)); });
+}
+
+Switch::~Switch() { end(); }
+
+void Switch::end() {
+  ports_.stop();
+  const std::lock_guard lock(tap_mutex_);
+  ended_ = true;
+  for (const auto& tap : taps_) tap->end();
+}
+
+/// False if the ports were stopped before the work was done.
+bool Switch::runOnIoThread(std::function<void()> work) {
+  // Dropped by the ports, the task breaks its promise.
+  auto task = std::make_shared<std::packaged_task<void()>>(std::move(work));
+  std::future<void> done = task->get_future();
+  ports_.post([task = std::move(task)] { (*task)(); });
+  try {
+    done.get();
+  } catch (const std::future_error&) {
+    return false;
+  }
+  return true;
+}
+
+bool Switch::inject(uint32_t port, std::vector<PacketBuffer> packets) {
+  // Few at a time, so that other ports have their turn in between.
+  constexpr size_t kBurst = 64;
+  for (size_t first = 0; first < packets.size(); first += kBurst) {
+    const size_t last = std::min(packets.size(), first + kBurst);
+    const bool done = runOnIoThread([&] {
+      for (size_t i = first; i < last; ++i) ports_.inject(port, std::move(packets[i]));
+    });
+    if (!done) return false;
+  }
+  // Runs a round later, and each round ends with all that was sent handed over.
+  return runOnIoThread([] {});
+}
+
+Trace Switch::trace(uint32_t port, PacketBuffer packet) const {
+  Trace trace;
+  pipeline_.run({packet.data(), static_cast<uint32_t>(packet.size()),
+                 static_cast<uint32_t>(packet.wireLength()), port},
+                nullptr, &trace);
+  return trace;
+}
+
+// --- taps
+
+std::shared_ptr<Tap> Switch::openTap(uint32_t port, TapDirection direction) {
+  auto tap = std::make_shared<Tap>(port, direction);
+  const std::lock_guard lock(tap_mutex_);
+  if (ended_) tap->end();
+  taps_.push_back(tap);
+  tapped_.store(true, std::memory_order_release);
+  return tap;
+}
+
+void Switch::closeTap(const std::shared_ptr<Tap>& tap) {
+  const std::lock_guard lock(tap_mutex_);
+  taps_.erase(std::remove(taps_.begin(), taps_.end(), tap), taps_.end());
+  tapped_.store(!taps_.empty(), std::memory_order_release);
+}
+
+void Switch::showTaps(uint32_t port, const PacketBuffer& packet, bool leaving) {
+  const std::lock_guard lock(tap_mutex_);
+  for (const auto& tap : taps_) {
+    if (tap->wants(port, leaving)) tap->put(packet, leaving);
+  }
+}
+
+// --- the I/O thread
+
+void Switch::receive(uint32_t port, PacketBuffer&& packet) {
+  if (tapped_.load(std::memory_order_acquire)) showTaps(port, packet, false);
+  // Nobody takes learn messages yet.
+  pipeline_.forward(port, std::move(packet), *this, nullptr);
+}
+
+void Switch::send(uint32_t port, PacketBuffer&& packet) {
+  if (tapped_.load(std::memory_order_acquire)) {
+    const std::optional<PortStatus> status = ports_.status(port);
+    if (status && status->linkUp()) showTaps(port, packet, true);
+  }
+  if (!ports_.send(port, std::move(packet))) sent_nowhere_.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Switch::flood(uint32_t ingress_port, PacketBuffer&& packet) {
+  ports_.numbers(&flood_ports_);
+  for (const uint32_t port : flood_ports_) {
+    if (port != ingress_port) send(port, packet.copy());
+  }
+}
+
+}  // namespace jxmodel

@@ -1,0 +1,76 @@
+// A physical device as packets meet it: its ports, and the pipeline between them.
+//
+// A packet that comes in runs through the tables on the I/O thread of the ports and leaves on that
+// thread. Packets that are injected do the same; so packets meet the tables one after the other.
+//
+// Thread safety: any thread may call anything but the I/O thread itself, on which no caller's code
+// runs.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "model/pipeline/pipeline.h"
+#include "model/port/port_set.h"
+#include "model/switch/tap.h"
+
+namespace jxmodel {
+
+class Device;
+
+class Switch final : private Egress {
+ public:
+  /// Starts the I/O thread. The device outlives the switch.
+  explicit Switch(const Device& device);
+  /// As `end`.
+  ~Switch() override;
+  Switch(const Switch&) = delete;
+  Switch& operator=(const Switch&) = delete;
+
+  PortSet& ports() { return ports_; }
+  const Pipeline& pipeline() const { return pipeline_; }
+  /// Packets that the program sent to a port that is not there; `Pipeline` counts them as
+  /// forwarded.
+  uint64_t sentNowhere() const { return sent_nowhere_.load(std::memory_order_relaxed); }
+
+  /// Lets packets come in at a port as if its interface or file had brought them, and waits until
+  /// what they lead to has been handed to interfaces and files. A port that is set down drops them.
+  /// The port need not be attached. False if the switch ended before.
+  bool inject(uint32_t port, std::vector<PacketBuffer> packets);
+
+  /// Runs a packet through the tables and says what became of it, without sending anything. The
+  /// packet counts in the tables like any other.
+  Trace trace(uint32_t port, PacketBuffer packet) const;
+
+  /// What passes at a port from now on.
+  std::shared_ptr<Tap> openTap(uint32_t port, TapDirection direction);
+  void closeTap(const std::shared_ptr<Tap>& tap);
+
+  /// Stops and closes all ports and ends all taps; nothing moves any more. A second call does
+  /// nothing.
+  void end();
+
+ private:
+  void receive(uint32_t port, PacketBuffer&& packet);
+  void send(uint32_t port, PacketBuffer&& packet) override;
+  void flood(uint32_t ingress_port, PacketBuffer&& packet) override;
+  void showTaps(uint32_t port, const PacketBuffer& packet, bool leaving);
+  bool runOnIoThread(std::function<void()> work);
+
+  const Pipeline pipeline_;
+  std::atomic<uint64_t> sent_nowhere_{0};
+  std::vector<uint32_t> flood_ports_;  // the I/O thread's
+
+  std::atomic<bool> tapped_{false};
+  std::mutex tap_mutex_;  // guards all up to the ports
+  std::vector<std::shared_ptr<Tap>> taps_;
+  bool ended_ = false;
+
+  PortSet ports_;  // last: its thread uses all of the above
+};
+
+}  // namespace jxmodel
