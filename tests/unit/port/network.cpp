@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <sched.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -42,6 +43,26 @@ bool enterOwnNetwork() {
 void ip(const std::string& arguments) {
   EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
 }
+
+namespace {
+
+bool isRunning(const std::string& interface) {
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request{};
+  interface.copy(request.ifr_name, sizeof request.ifr_name - 1);
+  const bool answered = ioctl(fd, SIOCGIFFLAGS, &request) == 0;
+  close(fd);
+  return answered && (request.ifr_flags & IFF_RUNNING) != 0;
+}
+
+/// Until the kernel has seen that the cable is plugged in, it drops what an interface sends. The
+/// second setting waits for the lock that it holds while it goes from seeing to sending.
+void awaitRunning(const std::string& interface) {
+  EXPECT_TRUE(jextest::waitUntil([&] { return isRunning(interface); })) << interface;
+  ip("link set " + interface + " up");
+}
+
+}  // namespace
 
 struct Host::Shared {
   std::mutex mutex;
@@ -80,6 +101,8 @@ Host::Host(const std::string& name, int mtu) : shared_(new Shared) {
   ip("link set " + name + " addrgenmode none");
   ip("link set " + name + " up");
   run([] { ip("link set eth0 addrgenmode none up"); });
+  run([] { awaitRunning("eth0"); });
+  awaitRunning(name);
 }
 
 Host::~Host() {
