@@ -42,8 +42,8 @@ std::vector<Frame> readCapture(const std::string& path) {
   pcap_pkthdr* header = nullptr;
   const u_char* data = nullptr;
   while (pcap_next_ex(capture, &header, &data) == 1) {
-    frames.push_back(
-        {header->ts.tv_sec * kSecond + header->ts.tv_usec, Bytes(data, data + header->caplen)});
+    const int64_t time = header->ts.tv_sec * kSecond + header->ts.tv_usec;
+    frames.push_back({time, Bytes(data, data + header->caplen), header->len});
   }
   pcap_close(capture);
   return frames;

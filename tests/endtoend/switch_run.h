@@ -20,6 +20,7 @@ constexpr int64_t kSecond = 1'000'000'000;
 struct Frame {
   int64_t time_ns = 0;
   Bytes bytes;
+  size_t length = 0;  // on the wire; a capture may have cut the frame
 };
 
 /// Path of a file of this run.
