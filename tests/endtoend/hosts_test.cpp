@@ -54,7 +54,7 @@ void run(const Words& command) {
 }
 
 /// A network namespace with one interface, whose other end `wire()` stands in the switch's own. It
-/// lasts as long as the process that keeps it, and takes both ends along.
+/// lasts as long as the process that keeps it.
 class Host {
  public:
   explicit Host(int number) : number_(number), keeper_(started({"unshare", "--net", "cat"})) {
@@ -66,6 +66,10 @@ class Host {
     ip({"link", "set", "lo", "up"});
     ip({"link", "set", "eth0", "up"});
   }
+  /// The kernel takes namespaces away when it likes to; the next test wants the names now.
+  ~Host() { ::run({"ip", "link", "delete", wire()}); }
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
 
   std::string wire() const { return "wire" + std::to_string(number_); }
   std::string mac() const { return "02:00:00:00:00:0" + std::to_string(number_); }
