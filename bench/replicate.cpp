@@ -8,7 +8,6 @@
 #include <sys/prctl.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -16,6 +15,7 @@
 #include "bare.h"
 #include "child.h"
 #include "replication.h"
+#include "spread.h"
 #include "switch_side.h"
 
 namespace bench {
@@ -93,27 +93,11 @@ Model runModel(const Options& options) {
           line["packed_size"].get<size_t>()};
 }
 
-/// The value below which `part` of them lie.
-double percentile(std::vector<double> values, double part) {
-  std::sort(values.begin(), values.end());
-  const double place = part * static_cast<double>(values.size() - 1);
-  const auto below = static_cast<size_t>(place);
-  const size_t above = std::min(below + 1, values.size() - 1);
-  return values[below] + (values[above] - values[below]) * (place - static_cast<double>(below));
-}
-
 template <typename Item>
 double median(const std::vector<Item>& items, double Item::*member) {
   std::vector<double> values;
   for (const Item& item : items) values.push_back(item.*member);
   return percentile(std::move(values), 0.5);
-}
-
-Json spread(const std::vector<double>& values) {
-  return {{"median", percentile(values, 0.5)},
-          {"p10", percentile(values, 0.1)},
-          {"p90", percentile(values, 0.9)},
-          {"rounds", values}};
 }
 
 std::vector<double> rates(const std::vector<Run>& runs) {

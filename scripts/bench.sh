@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Builds the benches and runs them where they meet no other agent. Figures also go to
-# build/bench/replicate.json.
+# build/bench/replicate.json and packets.json.
 #
 #   scripts/bench.sh [--perf] [--build-dir DIR] [REPLICATE-ARGUMENT]...     (see replicate --help)
 #
-# --perf samples all processes as well (Debian: linux-perf) and tells, for each of them, how its
-# time is spread over the libraries.
+# replicate measures updates a second from partner to switch, packets the packets a second that the
+# switch forwards (packets --help).
+#
+# --perf samples all processes of replicate as well (Debian: linux-perf) and tells, for each of them,
+# how its time is spread over the libraries.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
@@ -26,14 +29,15 @@ while [[ $# -gt 0 ]]; do
 done
 
 mkdir -p build/bench
-if [[ ! -x $build_dir/bin/replicate ]]; then
+if [[ ! -x $build_dir/bin/replicate || ! -x $build_dir/bin/packets ]]; then
   scripts/setup
   scripts/configure release "$build_dir" -DJEX_BUILD_BENCH=ON >build/bench/configure.log
 fi
-cmake --build "$build_dir" --target replicate
+cmake --build "$build_dir" --target replicate packets
 scripts/in-private-namespaces --keep "$build_dir" "${perf[@]}" \
   "$build_dir/bin/replicate" --json build/bench/replicate.json "$@"
 if [[ ${#perf[@]} -gt 0 ]]; then
   perf report -i build/bench/perf.data --stdio --percent-limit 0.5 --sort comm,dso 2>/dev/null |
     grep -v '^#' | grep -v '^$'
 fi
+"$build_dir/bin/packets" --json build/bench/packets.json

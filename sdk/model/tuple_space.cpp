@@ -121,8 +121,9 @@ void TupleSpace::add(uint32_t slot) {
   const uint32_t first = firstOf(tuple, hash, values);
   if (first == kNoSlot || added.wins(record(first))) {
     added.next.store(first, kRelease);
-    return first == kNoSlot ? tuple.chains.insert(hash, slot)
-                            : tuple.chains.replace(hash, first, slot);
+    if (first != kNoSlot) return tuple.chains.replace(hash, first, slot);
+    tuple.filter.add(hash);
+    return tuple.chains.insert(hash, slot);
   }
   uint32_t before = first;
   for (uint32_t next; (next = record(before).next.load(kRelaxed)) != kNoSlot; before = next) {
@@ -147,6 +148,7 @@ void TupleSpace::remove(uint32_t slot) {
   } else if (next != kNoSlot) {
     tuple->chains.replace(hash, slot, next);
   } else {
+    tuple->filter.remove(hash);
     tuple->chains.erase(hash, slot);
   }
   if (--tuple->count == 0) drop(tuple);
@@ -157,6 +159,7 @@ void TupleSpace::remove(uint32_t slot) {
 uint32_t TupleSpace::winnerOf(const Tuple& tuple, const uint64_t* values, uint64_t* masked,
                               uint32_t best) const {
   const uint32_t hash = maskAndHash(values, tuple.words.data(), tuple.words.size(), masked);
+  if (!tuple.filter.mayHave(hash)) return best;
   uint32_t slot = firstOf(tuple, hash, bytesIn(masked));
   for (; slot != kNoSlot; slot = record(slot).next.load(kAcquire)) {
     if (best != kNoSlot && !record(slot).wins(record(best))) return best;

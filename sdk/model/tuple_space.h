@@ -9,6 +9,7 @@
 
 #include <absl/container/flat_hash_map.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -35,6 +36,31 @@ struct RankedRecord : Record {
   }
 };
 
+/// Tells of most hashes that they are not in a small set, by one word: bit i stands for the hashes
+/// that begin with i. One writer; readers as for SlotHash.
+class HashFilter {
+ public:
+  bool mayHave(uint32_t hash) const {
+    return (bits_.load(std::memory_order_acquire) >> bitOf(hash) & 1) != 0;
+  }
+  void add(uint32_t hash) {
+    if (counts_[bitOf(hash)]++ == 0) flip(hash);
+  }
+  void remove(uint32_t hash) {
+    if (--counts_[bitOf(hash)] == 0) flip(hash);
+  }
+
+ private:
+  static uint32_t bitOf(uint32_t hash) { return hash >> 26; }
+  void flip(uint32_t hash) {
+    const uint64_t flipped = bits_.load(std::memory_order_relaxed) ^ uint64_t { 1 } << bitOf(hash);
+    bits_.store(flipped, std::memory_order_release);
+  }
+
+  std::atomic<uint64_t> bits_{0};
+  std::array<uint32_t, 64> counts_{};  // hashes of each bit; the writer's
+};
+
 class TupleSpace {
  public:
   /// The records of `store` have their packed keys at `key_offset`; the codec's valueBytes() bytes
@@ -57,6 +83,7 @@ class TupleSpace {
     Tuple(std::string bits, Reclaimer* reclaimer);
     const std::string mask;                 // of the packet values
     const std::vector<uint64_t> words;      // the same
+    HashFilter filter;                      // of the hashes of chains: most values are in none
     SlotHash chains;                        // first slots, by the masked values
     std::atomic<uint32_t> max_priority{0};  // no entry has a greater one; not lowered by removals
     uint32_t count = 0;                     // entries; the writer's

@@ -2,7 +2,6 @@
 // injected, captured and traced, and a partner's tables decide where they go.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pcap/pcap.h>
 
 #include <algorithm>
 #include <csignal>
@@ -14,6 +13,7 @@
 #include <vector>
 
 #include "endtoend/cli_run.h"
+#include "endtoend/switch_run.h"
 #include "support/child.h"
 #include "support/private_world.h"
 #include "support/switch_device.h"
@@ -21,14 +21,25 @@
 
 namespace {
 
+using jextest::answerOf;
+using jextest::Bytes;
 using jextest::Child;
 using jextest::finish;
 using jextest::Finished;
+using jextest::Frame;
+using jextest::internetSum;
 using jextest::isOneLine;
+using jextest::kCaptureTime;
+using jextest::kSecond;
+using jextest::pathOf;
+using jextest::portOf;
 using jextest::programFile;
+using jextest::readCapture;
 using jextest::switchctl;
 using jextest::waitUntil;
+using jextest::withProgram;
 using jextest::Words;
+using jextest::writeCapture;
 using nlohmann::json;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -37,16 +48,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
-
-using Bytes = std::vector<uint8_t>;
-
-constexpr int64_t kSecond = 1'000'000'000;
-constexpr int64_t kTime = 1'600'000'000 * kSecond;
-
-struct Frame {
-  int64_t time_ns = 0;
-  Bytes bytes;
-};
 
 /// The address 02:00:00:00:00:NN.
 Bytes mac(uint8_t last) { return {2, 0, 0, 0, 0, last}; }
@@ -64,82 +65,15 @@ Bytes ethernet(const Bytes& dst, const Bytes& src, uint16_t type, const Bytes& r
 /// A frame of a type that programs do not look into.
 Bytes frameTo(const Bytes& dst) { return ethernet(dst, mac(9), 0x88b5, {1, 2, 3}); }
 
-uint16_t headerSum(const uint8_t* header) {
-  uint32_t sum = 0;
-  for (size_t i = 0; i < 20; i += 2) sum += static_cast<uint32_t>(header[i] << 8 | header[i + 1]);
-  while (sum > 0xffff) sum = (sum & 0xffff) + (sum >> 16);
-  return static_cast<uint16_t>(sum);
-}
-
 /// An IPv4 frame of a protocol without ports, from 10.9.9.9.
 Bytes ipv4To(const Bytes& dst, uint8_t ttl = 64) {
   Bytes ip{0x45, 0, 0, 28, 0, 1, 0, 0, ttl, 253, 0, 0, 10, 9, 9, 9};
   ip.insert(ip.end(), dst.begin(), dst.end());
-  const auto sum = static_cast<uint16_t>(~headerSum(ip.data()));
+  const auto sum = static_cast<uint16_t>(~internetSum(ip.data(), 20));
   ip[10] = static_cast<uint8_t>(sum >> 8);
   ip[11] = static_cast<uint8_t>(sum);
   ip.insert(ip.end(), 8, 0x5a);
   return ethernet(mac(1), mac(9), 0x0800, ip);
-}
-
-std::string pathOf(const std::string& name) { return jextest::runDirectory() + "/" + name; }
-
-/// Writes a capture with one frame a second and returns its path.
-std::string writeCapture(const std::string& name, const std::vector<Bytes>& frames) {
-  const std::string path = pathOf(name);
-  pcap_t* const format = pcap_open_dead(DLT_EN10MB, 65535);
-  pcap_dumper_t* const file = pcap_dump_open(format, path.c_str());
-  EXPECT_NE(file, nullptr) << pcap_geterr(format);
-  int64_t time = kTime / kSecond;
-  for (const Bytes& frame : frames) {
-    pcap_pkthdr header{};
-    header.ts.tv_sec = time++;
-    header.caplen = header.len = static_cast<uint32_t>(frame.size());
-    pcap_dump(reinterpret_cast<u_char*>(file), &header, frame.data());
-  }
-  pcap_dump_close(file);
-  pcap_close(format);
-  return path;
-}
-
-/// The frames of a capture; none where there is no capture yet.
-std::vector<Frame> readCapture(const std::string& path) {
-  char error[PCAP_ERRBUF_SIZE];
-  pcap_t* const capture =
-      pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, error);
-  std::vector<Frame> frames;
-  if (capture == nullptr) return frames;
-  pcap_pkthdr* header = nullptr;
-  const u_char* data = nullptr;
-  while (pcap_next_ex(capture, &header, &data) == 1) {
-    frames.push_back(
-        {header->ts.tv_sec * kSecond + header->ts.tv_usec, Bytes(data, data + header->caplen)});
-  }
-  pcap_close(capture);
-  return frames;
-}
-
-Words withProgram(const std::string& program, const Words& more = {}) {
-  Words arguments{"--program", programFile(program)};
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return arguments;
-}
-
-/// The one object that switchctl prints.
-json answerOf(Words arguments) {
-  arguments.push_back("--json");
-  const Finished run = switchctl(arguments);
-  EXPECT_TRUE(run.endedWith(0)) << run.error;
-  EXPECT_EQ(run.output.size(), 1u);
-  return run.output.empty() ? json() : json::parse(run.output[0]);
-}
-
-json portOf(uint32_t number) {
-  const json answer = answerOf({"ports"});
-  for (const json& port : answer.at("ports")) {
-    if (port.at("port") == number) return port;
-  }
-  return nullptr;
 }
 
 /// A partner that has done what `commands` say, all of which the agent has replayed.
@@ -210,8 +144,8 @@ TEST_F(Ports, AreListedWithWhatPassedThem) {
   // The times of the input stand in the output.
   const std::vector<Frame> sent = readCapture(out);
   ASSERT_THAT(sent, SizeIs(2));
-  EXPECT_EQ(sent[0].time_ns, kTime);
-  EXPECT_EQ(sent[1].time_ns, kTime + kSecond);
+  EXPECT_EQ(sent[0].time_ns, kCaptureTime);
+  EXPECT_EQ(sent[1].time_ns, kCaptureTime + kSecond);
   EXPECT_EQ(sent[1].bytes, frameTo(mac(4)));
 
   const std::string text = testing::PrintToString(switchctl({"ports"}).output);
@@ -347,7 +281,7 @@ TEST_F(L2Switch, IsTracedWithoutSendingAnything) {
   const json known = json::parse(run.output[0]);
   EXPECT_EQ(known.at("packet"), 1);
   EXPECT_EQ(known.at("length"), 60);
-  EXPECT_EQ(known.at("time_ns"), kTime);
+  EXPECT_EQ(known.at("time_ns"), kCaptureTime);
   EXPECT_EQ(known.at("program"), "l2_switch");
   EXPECT_EQ(known.at("ingress_port"), 1);
   EXPECT_EQ(known.at("egress_port"), 3);
@@ -391,8 +325,8 @@ TEST_F(Router, RewritesRoutedPacketsAndDropsTheOthers) {
   const Bytes& frame = sent[0].bytes;
   EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 6), mac(0x22));
   EXPECT_EQ(Bytes(frame.begin() + 6, frame.begin() + 12), mac(0x11));
-  EXPECT_EQ(frame[22], 63);                         // time to live
-  EXPECT_EQ(headerSum(frame.data() + 14), 0xffff);  // the checksum is right
+  EXPECT_EQ(frame[22], 63);                               // time to live
+  EXPECT_EQ(internetSum(frame.data() + 14, 20), 0xffff);  // the checksum is right
   const json packets = answerOf({"ports"}).at("packets");
   EXPECT_EQ(packets.at("forwarded"), 1);
   EXPECT_EQ(packets.at("dropped"), 2);
@@ -417,7 +351,7 @@ TEST_F(L2Switch, IsCapturedWhereItSendsAndReceives) {
   const std::vector<Frame> left = readCapture(pathOf("leaving"));
   ASSERT_THAT(left, SizeIs(2));
   EXPECT_EQ(left[0].bytes, frameTo(mac(1)));
-  EXPECT_EQ(left[1].time_ns, kTime + kSecond);
+  EXPECT_EQ(left[1].time_ns, kCaptureTime + kSecond);
 
   ASSERT_TRUE(waitUntil([] { return readCapture(pathOf("entering")).size() == 3; }));
   in.signal(SIGINT);
