@@ -126,8 +126,8 @@ int runEntries(const Options& options, Client& client) {
   return EXIT_SUCCESS;
 }
 
-/// The spec with its files named from the root, since the agent has a directory of its own. What
-/// is no such spec stays as it is, and the agent says what is wrong with it.
+/// The port with its files named from the root, since the agent has a directory of its own. What
+/// has no files stays as it is, and the agent says what is wrong with it.
 std::string withAbsoluteFiles(const std::string& spec) {
   const std::string kind = "=pcap:";
   const size_t found = spec.find(kind);
