@@ -41,7 +41,8 @@ class GrowingArray {
 
   void grow(Block* old) {
     auto* const grown = new Block(old == nullptr ? 16 : old->capacity * 2);
-    for (size_t i = 0; i < size_; ++i) {
+    const size_t filled = old == nullptr ? 0 : old->capacity;
+    for (size_t i = 0; i < filled; ++i) {
       grown->at[i].store(old->at[i].load(std::memory_order_relaxed), std::memory_order_relaxed);
     }
     block_.store(grown, std::memory_order_release);

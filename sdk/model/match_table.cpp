@@ -168,6 +168,8 @@ MatchResult MatchTable::resultIn(ResultWord word) {
 
 /// Null where the entry has no action of its own.
 const ActionRecord* MatchTable::recordIn(ResultWord word) {
+  // One word holds either a pointer or a tagged slot, so that it can be swapped at once.
+  // NOLINTNEXTLINE(performance-no-int-to-ptr)
   return (word & 3) == 0 ? reinterpret_cast<const ActionRecord*>(word) : nullptr;
 }
 
