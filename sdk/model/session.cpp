@@ -118,3 +118,7 @@ uint32_t jx_rt_session_pipe_handle_get(const jx_rt_session_hdl* session) {
   (void)jxmodel::fault::check("jx_rt_session_pipe_handle_get");
   return session == nullptr ? 0 : jxmodel::fromHandle(session)->sessHandleGet();
 }
+
+const jxrt::JxRtSession* jxrt::JxRtSession::fromHandle(const jx_rt_session_hdl* session) {
+  return jxmodel::fromHandle(session);
+}

@@ -40,10 +40,13 @@ class JXSDK_API JxRtSession {
   /// is none. The session stays its owner's. `flags` is 0.
   static jx_rt_session_hdl* sessionInstantiate(uint32_t sess_hdl, uint64_t flags);
 
+  /// The object behind a C handle, null for a null one. The session stays its owner's.
+  static const JxRtSession* fromHandle(const jx_rt_session_hdl* session);
+
   /// The session's handle in pipeline-manager calls; never 0.
   virtual uint32_t sessHandleGet() const = 0;
 
-  /// The C face of this object and back; no ownership passes.
+  /// The C face of this object; no ownership passes.
   virtual jx_rt_session_hdl* cHandle() const = 0;
 };
 

@@ -16,6 +16,7 @@ TEST(Session, IsFoundByItsHandleAsLongAsItLives) {
   EXPECT_NE(handle, 0U);
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 0), session->cHandle());
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 1), nullptr);
+  EXPECT_EQ(JxRtSession::fromHandle(session->cHandle()), session.get());
   EXPECT_EQ(jx_rt_session_pipe_handle_get(session->cHandle()), handle);
   session.reset();
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 0), nullptr);
