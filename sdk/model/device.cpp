@@ -4,6 +4,7 @@
 #include <atomic>
 #include <set>
 
+#include "model/device_gate.h"
 #include "model/faults.h"
 #include "model/pipeline/compiled.h"
 #include "model/placement.h"
@@ -67,10 +68,12 @@ std::atomic<int> brought_up{static_cast<int>(BringUp::kNothing)};
 Device::Device(jx_dev_id_t id, Kind kind)
     : id_(id),
       kind_(kind),
-      reclaimer_(kind == Kind::kPhysical ? std::make_unique<Reclaimer>() : nullptr) {}
+      reclaimer_(kind == Kind::kPhysical ? std::make_unique<Reclaimer>() : nullptr),
+      service_(kind == Kind::kPhysical ? std::make_unique<ServiceThread>() : nullptr) {}
 
 Device::~Device() {
   switch_.reset();
+  endService();
   // What is left to do is about the tables, which go next.
   if (reclaimer_ != nullptr) reclaimer_->drain();
 }
@@ -124,6 +127,10 @@ void Device::endPackets() {
   if (switch_ != nullptr) switch_->end();
 }
 
+void Device::endService() {
+  if (service_ != nullptr) service_->end();
+}
+
 const RtInfo* Device::findInfo(const std::string& p4_name) const {
   for (const auto& info : infos_) {
     if (info->program().name == p4_name) return info.get();
@@ -152,13 +159,17 @@ jx_status_t DeviceRegistry::add(std::shared_ptr<Device> device) {
 
 jx_status_t DeviceRegistry::remove(jx_dev_id_t id) {
   if (id < 0 || id >= kMaxDevices) return JX_OBJECT_NOT_FOUND;
-  std::shared_ptr<Device> removed;  // ends after the lock
+  std::shared_ptr<Device> removed;  // ends after the locks
   {
-    const std::unique_lock lock(mutex_);
-    removed.swap(devices_[id]);
+    const std::unique_lock gate(deviceGate());
+    {
+      const std::unique_lock lock(mutex_);
+      removed.swap(devices_[id]);
+    }
+    if (removed == nullptr) return JX_OBJECT_NOT_FOUND;
+    removed->endPackets();
   }
-  if (removed == nullptr) return JX_OBJECT_NOT_FOUND;
-  removed->endPackets();
+  removed->endService();  // without the gate: what it waits for may be removing another device
   return JX_SUCCESS;
 }
 

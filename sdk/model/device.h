@@ -18,6 +18,7 @@
 
 #include "jxsdk/rt.hpp"
 #include "model/read_copy_update.h"
+#include "model/service_thread.h"
 #include "model/table_state.h"
 
 namespace jxmodel {
@@ -45,12 +46,17 @@ class Device {
   /// Of a physical device; null on a virtual one, whose tables no packet reads.
   Reclaimer* reclaimer() const { return reclaimer_.get(); }
 
+  /// Of a physical device; null on a virtual one, which has nothing to tell by itself.
+  ServiceThread* service() const { return service_.get(); }
+
   /// The ports and the pipeline of a physical device; made by the first call. Null on a virtual
   /// device, and once the device has been removed.
   Switch* packetSwitch();
   /// Nothing moves through the device any more, nor ever will. Called when it is removed; whoever
   /// still holds it may go on looking.
   void endPackets();
+  /// Nothing is told any more once this has returned: see ServiceThread::end.
+  void endService();
 
   /// In the profile's order.
   const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
@@ -66,6 +72,7 @@ class Device {
   Kind kind_;
   mutable std::mutex mutex_;
   std::unique_ptr<Reclaimer> reclaimer_;
+  const std::unique_ptr<ServiceThread> service_;
   std::vector<std::unique_ptr<RtInfo>> infos_;
   absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
 
@@ -81,6 +88,7 @@ class DeviceRegistry final : public jxrt::JxRtDevMgr {
 
   /// JX_ALREADY_EXISTS if the number is taken, JX_INVALID_ARGUMENTS if there is no such number.
   jx_status_t add(std::shared_ptr<Device> device);
+  /// Waits until nothing moves through the device and it tells nothing any more.
   /// JX_OBJECT_NOT_FOUND if there is none.
   jx_status_t remove(jx_dev_id_t id);
   /// Null if there is none.

@@ -2,7 +2,8 @@
 //
 // The application knows which devices it removes and when; the control server does not. It holds
 // the gate shared for each short piece of work on a device, and looks the device up anew under it;
-// jx_device_remove holds it exclusively. The gate comes before every other lock of the model.
+// jx_device_remove holds it exclusively while it takes the device away. The gate comes before every
+// other lock of the model.
 #pragma once
 
 #include <shared_mutex>

@@ -3,10 +3,8 @@
 
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
 #include "model/device.h"
-#include "model/device_gate.h"
 #include "model/faults.h"
 #include "model/placement.h"
 
@@ -58,7 +56,6 @@ jx_status_t jx_virtual_device_add(jx_dev_id_t dev_id, const jx_device_profile_t*
 jx_status_t jx_device_remove(jx_dev_id_t dev_id) {
   JXMODEL_ENTRY("jx_device_remove");
   if (!jxmodel::broughtUp(BringUp::kDriver)) return JX_NOT_READY;
-  const std::unique_lock gate(jxmodel::deviceGate());
   return jxmodel::DeviceRegistry::instance().remove(dev_id);
 }
 

@@ -22,6 +22,7 @@ target_sources(jxmodel_core PRIVATE
   model/rt_table_read.cpp
   model/rt_table_write.cpp
   model/selector_table.cpp
+  model/service_thread.cpp
   model/session.cpp
   model/slot_hash.cpp
   model/slot_store.cpp
