@@ -3,8 +3,11 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <set>
 #include <utility>
 
 namespace jxmodel {
@@ -17,9 +20,24 @@ struct Work {
   std::function<void()> run;
 };
 
+/// The machine's time is looked at this often at least: somebody may set it.
+constexpr std::chrono::nanoseconds kLongestNap = std::chrono::seconds(1);
+
 }  // namespace
 
-struct ServiceThread::Shared {
+class ServiceThread::Timer {
+ public:
+  explicit Timer(TimerWork work, uint64_t number) : work_(std::move(work)), number_(number) {}
+
+ private:
+  friend class ServiceThread;
+  friend struct Shared;
+  const TimerWork work_;
+  const uint64_t number_;     // of equal moments the timer that was made first comes first
+  uint64_t moment_ = kNever;  // guarded by the mutex of the thread
+};
+
+struct ServiceThread::Shared final : ClockListener {
   mutable std::mutex mutex;  // guards all below
   std::condition_variable changed;
   std::deque<Work> waiting;
@@ -27,30 +45,83 @@ struct ServiceThread::Shared {
   bool running = false;    // a piece of work, without the lock
   bool held = false;
   bool ended = false;
+  bool let_go = false;
+  uint64_t timers_made = 0;
+  uint64_t running_moment = kNever;  // of the timer that runs
+  struct Earlier {
+    bool operator()(const std::shared_ptr<Timer>& a, const std::shared_ptr<Timer>& b) const {
+      return std::pair(a->moment_, a->number_) < std::pair(b->moment_, b->number_);
+    }
+  };
+  std::set<std::shared_ptr<Timer>, Earlier> timers;  // that are set
+
+  void timeCame() override {
+    const std::lock_guard lock(mutex);
+    changed.notify_all();
+  }
+
+  /// The first moment that has not been dealt with. Wakes who waits for that.
+  void updateAlarm() {
+    const uint64_t first = timers.empty() ? kNever : (*timers.begin())->moment_;
+    alarm_.store(std::min(first, running_moment));
+    changed.notify_all();
+  }
+
+  /// Takes the first timer if it is due.
+  bool takeTimer(Work* work) {
+    if (timers.empty()) return false;
+    const std::shared_ptr<Timer> timer = *timers.begin();
+    if (timer->moment_ > Clock::instance().now()) return false;
+    timers.erase(timers.begin());
+    const uint64_t moment = running_moment = std::exchange(timer->moment_, kNever);
+    work->run = [timer, moment] { timer->work_(moment); };
+    return true;
+  }
+
+  bool takeWork(Work* work) {
+    if (waiting.empty() || waiting.front().not_before > std::chrono::steady_clock::now()) {
+      return false;
+    }
+    *work = std::move(waiting.front());
+    waiting.pop_front();
+    return true;
+  }
+
+  /// Until something is due, or has changed.
+  void nap(std::unique_lock<std::mutex>& lock) {
+    const Clock& clock = Clock::instance();
+    const bool by_clock = !timers.empty() && clock.source() == JX_MODEL_CLOCK_REAL;
+    if (held || (waiting.empty() && !by_clock)) return changed.wait(lock);
+    std::chrono::nanoseconds nap = kLongestNap;
+    if (!waiting.empty()) {
+      nap = waiting.front().not_before - std::chrono::steady_clock::now();
+    }
+    if (by_clock) {
+      const uint64_t now = clock.now(), first = (*timers.begin())->moment_;
+      const uint64_t left = first > now ? first - now : 0;
+      nap = std::min(
+          {nap, kLongestNap,
+           std::chrono::nanoseconds(std::min(left, static_cast<uint64_t>(kLongestNap.count())))});
+    }
+    if (nap.count() > 0) changed.wait_for(lock, nap);
+  }
 
   /// Takes the first piece of work as soon as it may begin; false if there never is one again.
   bool next(std::unique_lock<std::mutex>& lock, Work* work) {
     while (!ended) {
-      if (held || waiting.empty()) {
-        changed.wait(lock);
-        continue;
-      }
-      const Time due = waiting.front().not_before;
-      if (due > std::chrono::steady_clock::now()) {
-        changed.wait_until(lock, due);
-        continue;
-      }
-      *work = std::move(waiting.front());
-      waiting.pop_front();
-      return true;
+      if (!held && (takeTimer(work) || takeWork(work))) return true;
+      nap(lock);
     }
     return false;
   }
 };
 
-ServiceThread::ServiceThread() : shared_(std::make_shared<Shared>()) {}
+ServiceThread::ServiceThread() : shared_(std::make_shared<Shared>()) {
+  Clock::instance().add(shared_.get());
+}
 
 ServiceThread::~ServiceThread() {
+  Clock::instance().remove(shared_.get());
   end();
   if (!thread_.joinable()) return;
   if (thread_.get_id() == std::this_thread::get_id()) {
@@ -71,7 +142,8 @@ void ServiceThread::run(Shared& shared) {
     work = {};  // what it holds goes before anybody hears that it has ended
     lock.lock();
     shared.running = false;
-    shared.changed.notify_all();
+    shared.running_moment = kNever;
+    shared.updateAlarm();
   }
 }
 
@@ -107,12 +179,62 @@ size_t ServiceThread::pending() const {
   return shared_->waiting.size() + (shared_->running ? 1 : 0);
 }
 
+bool ServiceThread::waitUntilIdle(std::chrono::milliseconds patience) {
+  std::unique_lock lock(shared_->mutex);
+  return shared_->changed.wait_for(lock, patience, [this] {
+    return !shared_->ended && !shared_->running && shared_->waiting.empty() &&
+           shared_->alarm() > Clock::instance().now();
+  });
+}
+
+std::shared_ptr<ServiceThread::Timer> ServiceThread::makeTimer(TimerWork work) {
+  const std::lock_guard lock(shared_->mutex);
+  return std::make_shared<Timer>(std::move(work), shared_->timers_made++);
+}
+
+void ServiceThread::set(const std::shared_ptr<Timer>& timer, uint64_t moment) {
+  uint64_t alarm = kNever;
+  {
+    const std::lock_guard lock(shared_->mutex);
+    if (shared_->ended || timer->moment_ == moment) return;
+    if (timer->moment_ != kNever) shared_->timers.erase(timer);
+    timer->moment_ = moment;
+    if (moment != kNever) shared_->timers.insert(timer);
+    shared_->updateAlarm();
+    alarm = shared_->alarm();
+  }
+  if (alarm == kNever) return;
+  Clock::instance().alarmSet(alarm);
+  start();
+}
+
+void ServiceThread::awaitTimers(uint64_t now) {
+  if (shared_->alarm() > now) return;
+  std::unique_lock lock(shared_->mutex);
+  if (shared_->thread == std::this_thread::get_id()) return;
+  shared_->changed.wait(
+      lock, [this, now] { return shared_->ended || shared_->let_go || shared_->alarm() > now; });
+}
+
+void ServiceThread::letGo() {
+  const std::lock_guard lock(shared_->mutex);
+  shared_->let_go = true;
+  shared_->changed.notify_all();
+}
+
+bool ServiceThread::onThread() const {
+  const std::lock_guard lock(shared_->mutex);
+  return shared_->thread == std::this_thread::get_id();
+}
+
 void ServiceThread::end() {
   std::deque<Work> dropped;  // ends after the lock
   std::unique_lock lock(shared_->mutex);
   shared_->ended = true;
   dropped.swap(shared_->waiting);
-  shared_->changed.notify_all();
+  for (const auto& timer : shared_->timers) timer->moment_ = kNever;
+  shared_->timers.clear();
+  shared_->updateAlarm();
   if (shared_->thread == std::this_thread::get_id()) return;
   shared_->changed.wait(lock, [this] { return !shared_->running; });
 }

@@ -10,7 +10,9 @@
 // 2. After end() has returned nothing runs any more: what had not begun was dropped, what ran has
 //    come to its end. Only to the work that itself calls end() this does not apply: it goes on to
 //    its end.
-// 3. The thread starts with the first piece of work and takes no signals.
+// 3. The thread starts with the first piece of work, or timer that is set, and takes no signals.
+// 4. Timers go by the model's clock. What is due runs before work that waits, in order of the
+//    moments, whatever way the clock took: moved on by a day, it meets every moment of that day.
 #pragma once
 
 #include <chrono>
@@ -20,10 +22,18 @@
 #include <mutex>
 #include <thread>
 
+#include "model/clock.h"
+
 namespace jxmodel {
 
 class ServiceThread {
  public:
+  static constexpr uint64_t kNever = ClockListener::kNever;
+  /// What is done at a moment of the model's clock. `moment` is the one it was set to; the clock
+  /// may be far behind it.
+  class Timer;
+  using TimerWork = std::function<void(uint64_t moment)>;
+
   ServiceThread();
   /// As end(). May happen on the thread itself.
   ~ServiceThread();
@@ -37,6 +47,23 @@ class ServiceThread {
   void hold(bool held);
   /// Pieces of work that have not come to their end.
   size_t pending() const;
+  /// Waits until none is left and no timer is due. False if `patience` ended before, or the thread
+  /// has ended. Not by what runs on the thread.
+  bool waitUntilIdle(std::chrono::milliseconds patience);
+
+  std::shared_ptr<Timer> makeTimer(TimerWork work);
+  /// Sets the moment, in nanoseconds as the model's clock, in place of the one that was set. Never
+  /// waits. kNever takes it back: a run that has begun goes on.
+  void set(const std::shared_ptr<Timer>& timer, uint64_t moment);
+
+  /// Waits until no timer is left whose moment is not after `now`. For packets, which come after
+  /// what was due before them. Returns at once on the thread itself, and after letGo().
+  void awaitTimers(uint64_t now);
+  /// Nobody waits in awaitTimers() any more.
+  void letGo();
+
+  /// Whether the caller runs on the thread.
+  bool onThread() const;
 
   /// See invariant 2. A second call does the same.
   void end();
