@@ -9,6 +9,9 @@
 #include <mutex>
 #include <vector>
 
+#include "JexPartnerLibCounter.h"
+#include "JexPartnerLibDigest.h"
+#include "JexPartnerLibIdle.h"
 #include "JexPartnerLibMatchCallback.h"
 #include "JexPartnerLibMatchTable.h"
 #include "JexPartnerLibMatchTypes.h"
@@ -88,11 +91,6 @@ void registerPartner(uint32_t pid, const char* payload, size_t size, const StopP
   }
 }
 
-/// The end of the dispatch for requests whose handlers have not arrived yet.
-[[noreturn]] void handlerMissing(uint32_t type, const StopPlace& place) {
-  PARTNER_STOP_AT(place, "false", "No handler yet for msg Type: ", type);
-}
-
 }  // namespace
 
 const char* statusText(jx_status_t status) {
@@ -165,6 +163,7 @@ bool PartnerMessage::deSerialize(uint8_t dev, uint32_t sessHdl, const void* buf,
                   "Deserialize from socket msg size mismatch Exp: ", len, " Got: ", nbytes);
   const void* payload = tl + 1;
   const size_t size = nbytes - sizeof(PartnerMsgHeader_t);
+  const auto pid = static_cast<int>(tl->pid);
   switch (tl->type) {
     case MSG_MATCH_TABLE:
       matchTableDeserialize(dev, sessHdl, payload, size);
@@ -181,11 +180,20 @@ bool PartnerMessage::deSerialize(uint8_t dev, uint32_t sessHdl, const void* buf,
     case MSG_PING:
       return true;
     case MSG_IDLE_CONFIG:
+      idleDeserialize(dev, sessHdl, payload, static_cast<uint32_t>(size), findSendSocket(pid));
+      return true;
     case MSG_COUNTER_CONFIG:
+      counterConfigDeserialize(dev, sessHdl, payload, size, findSendSocket(pid), pid);
+      return true;
     case MSG_COUNTER_READ:
+      counterReadDeserialize(dev, sessHdl, payload, size, findSendSocket(pid));
+      return true;
     case MSG_DIGEST_CONFIG:
+      digestDeserialize(dev, sessHdl, payload, static_cast<uint32_t>(size), findSendSocket(pid));
+      return true;
     case MSG_BARRIER:
-      handlerMissing(tl->type, PARTNER_HERE);
+      barrierDeserialize(dev, sessHdl, payload, size, findSendSocket(pid));
+      return true;
     default: {
       const uint32_t type = tl->type;
       PARTNER_STOP("false", "Deserialize from socket unsupported for msg Type: ", type);

@@ -14,7 +14,7 @@ import sys
 
 # Mangled names (also of their type information) in namespaces of other libraries.
 FOREIGN = re.compile(r"_Z(TI|TS|TV|TT|GV|GR|Z)?N?[VK]*(St|S[absiod]|9__gnu_cxx|4absl|4grpc|9grpc_impl|"
-                     r"6google|8nlohmann)")
+                     r"6google|8nlohmann|5boost)")
 WEAK = "WVuvw"
 
 

@@ -211,15 +211,5 @@ TEST(Agent, GoesOnWhenSendersCloseInMidStream) {
 }
 
 /// Requests whose handlers are not there yet must not be taken for done.
-TEST(Agent, DoesNotPretendToHandleWhatItCannot) {
-  for (const uint32_t type : {3u, 5u, 6u, 8u, 10u}) {
-    SCOPED_TRACE(type);
-    AgentPair pair;
-    pair.partner.send(request(type, kPid, 64));
-    EXPECT_EQ(pair.agent.waitForExit().signal, SIGABRT);
-    EXPECT_EQ(linesWith(pair.agent.standardError(), "Error: ").size(), 1u);
-  }
-}
-
 }  // namespace
 }  // namespace jextest
