@@ -63,19 +63,20 @@ TupleSpace::Tuple& TupleSpace::tupleOf(const std::string& mask) {
 }
 
 void TupleSpace::append(Tuple* tuple) {
-  List* list = list_.load(kRelaxed);
-  const uint32_t count = list->count.load(kRelaxed);
-  if (count == list->capacity) {
-    auto* const grown = new List(count * 2);
+  List* const old = list_.load(kRelaxed);
+  const uint32_t count = old->count.load(kRelaxed);
+  List* const list = count == old->capacity ? new List(count * 2) : old;
+  if (list != old) {
     for (uint32_t i = 0; i < count; ++i) {
-      grown->at[i].store(list->at[i].load(kRelaxed), kRelaxed);
+      list->at[i].store(old->at[i].load(kRelaxed), kRelaxed);
     }
-    retire(reclaimer_, list);
-    list = grown;
   }
   list->at[count].store(tuple, kRelease);
   list->count.store(count + 1, kRelease);
+  if (list == old) return;
   list_.store(list, kRelease);
+  // Only now: a packet that found the old list after its grace period had begun would outlive it.
+  retire(reclaimer_, old);
 }
 
 void TupleSpace::drop(Tuple* tuple) {
