@@ -96,12 +96,13 @@ class Parser {
   }
 
   ParseStatus arp() {
-    if (left() < kArpBytes) return ParseStatus::kTruncatedArp;
-    // Hardware Ethernet, protocol IPv4, addresses of 6 and 4 bytes.
+    // Hardware Ethernet, protocol IPv4, addresses of 6 and 4 bytes. Others may be shorter.
     constexpr uint8_t kIpv4OnEthernet[] = {0, 1, 8, 0, 6, 4};
+    if (left() < sizeof kIpv4OnEthernet) return ParseStatus::kTruncatedArp;
     if (!std::equal(std::begin(kIpv4OnEthernet), std::end(kIpv4OnEthernet), here())) {
       return ParseStatus::kOk;
     }
+    if (left() < kArpBytes) return ParseStatus::kTruncatedArp;
     found(Header::kArp);
     take(kArpBytes);
     return ParseStatus::kOk;

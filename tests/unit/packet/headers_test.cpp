@@ -223,6 +223,11 @@ TEST(Parse, SeesSourceRoutesThatAreNotAtTheirEnd) {
   EXPECT_FALSE(isRouted6(0));
 }
 
+Bytes cut(Bytes bytes, size_t size) {
+  bytes.resize(size);
+  return bytes;
+}
+
 TEST(Parse, TakesArpForOtherAddressesAsPayload) {
   for (const size_t byte : {1U, 2U, 4U, 5U}) {
     Bytes other = arp();
@@ -231,6 +236,7 @@ TEST(Parse, TakesArpForOtherAddressesAsPayload) {
     EXPECT_EQ(sut.status, ParseStatus::kOk);
     EXPECT_EQ(namesIn(sut.headers), Names{"ethernet"}) << byte;
     EXPECT_EQ(sut.headers.payload, 14U);
+    EXPECT_EQ(parsed(ethernet(kArpType, cut(other, 12))).status, ParseStatus::kOk) << byte;
   }
 }
 
@@ -264,7 +270,8 @@ const Wrong kWrong[] = {
      ethernet(kVlanType, tag(5, kVlanType, {0, 6, 8})),
      ParseStatus::kTruncatedVlan,
      {"ethernet", "vlan"}},
-    {"short arp", ethernet(kArpType, Bytes(27, 0)), ParseStatus::kTruncatedArp, {"ethernet"}},
+    {"short arp", ethernet(kArpType, cut(arp(), 27)), ParseStatus::kTruncatedArp, {"ethernet"}},
+    {"arp of no kind", ethernet(kArpType, cut(arp(), 5)), ParseStatus::kTruncatedArp, {"ethernet"}},
     {"short ipv4", ethernet(kIpv4Type, Bytes(19, 0x45)), ParseStatus::kTruncatedIpv4, {"ethernet"}},
     {"ipv4 options behind the frame",
      withByte(ethernet(kIpv4Type, ipv4(99, {})), 14, 0x46),
