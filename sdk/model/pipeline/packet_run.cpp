@@ -130,10 +130,10 @@ BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Ap
 
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
-  if (applied.hit && apply.state->table->idle_timeout) {
-    apply.state->match->hit(applied.slot, now());
-  }
   if (trace_ == nullptr) {
+    if (applied.hit && apply.state->table->idle_timeout) {
+      apply.state->match->hit(applied.slot, now());
+    }
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }
@@ -216,7 +216,7 @@ bool PacketRun::decrement(uint32_t field) {
 }
 
 void PacketRun::countInto(const CompiledPrimitive& primitive, const uint8_t* params) {
-  if (primitive.counters == nullptr) return;
+  if (primitive.counters == nullptr || trace_ != nullptr) return;
   if (primitive.counters->count(number(primitive.source, params), wire_size_)) return;
   Pipeline::add(pipeline_.counters_.bad_counter_indices);
 }

@@ -21,21 +21,22 @@ Outcome Pipeline::run(const Packet& packet, std::vector<Digest>* digests, Trace*
   Outcome outcome;
   outcome.reason = DropReason::kNoEgress;
   if (compiled_) outcome = PacketRun(*this, packet, digests, trace).outcome();
-  count(packet, outcome);
-  if (trace != nullptr) {
-    trace->program = compiled_ ? compiled_->program.name : std::string{};
-    trace->ingress_port = packet.ingress_port;
-    trace->outcome = outcome;
+  if (trace == nullptr) {
+    count(packet, outcome);
+    return outcome;
   }
+  trace->program = compiled_ ? compiled_->program.name : std::string{};
+  trace->ingress_port = packet.ingress_port;
+  trace->outcome = outcome;
   return outcome;
 }
 
 Outcome Pipeline::forward(uint32_t ingress_port, PacketBuffer&& packet, Egress& egress,
-                          std::vector<Digest>* digests, Trace* trace) const {
+                          std::vector<Digest>* digests) const {
   if (packet.timeNs() > 0) Clock::instance().observe(static_cast<uint64_t>(packet.timeNs()));
   const Packet view{packet.data(), static_cast<uint32_t>(packet.size()),
                     static_cast<uint32_t>(packet.wireLength()), ingress_port};
-  const Outcome outcome = run(view, digests, trace);
+  const Outcome outcome = run(view, digests);
   if (outcome.kind == Outcome::Kind::kForwarded) egress.send(outcome.port, std::move(packet));
   if (outcome.kind == Outcome::Kind::kFlooded) egress.flood(ingress_port, std::move(packet));
   return outcome;

@@ -62,13 +62,14 @@ class Pipeline {
     uint32_t wire_size = 0;  // more than `size` if a capture cut the packet
     uint32_t ingress_port = 0;
   };
-  /// Runs one packet. Digests are appended where there is a place for them. A trace is filled in
-  /// if there is one.
+  /// Runs one packet. Digests are appended where there is a place for them. With a trace, which is
+  /// filled in, somebody only asks what would become of such a packet: nothing counts it, and no
+  /// entry is hit by it.
   Outcome run(const Packet& packet, std::vector<Digest>* digests, Trace* trace = nullptr) const;
 
   /// Runs one packet and sends it on. Moves the model's clock if that follows captures.
   Outcome forward(uint32_t ingress_port, PacketBuffer&& packet, Egress& egress,
-                  std::vector<Digest>* digests, Trace* trace = nullptr) const;
+                  std::vector<Digest>* digests) const;
 
   PipelineCounts counts() const;
 

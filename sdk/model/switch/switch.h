@@ -42,8 +42,8 @@ class Switch final : private Egress {
   /// The port need not be attached. False if the switch ended before.
   bool inject(uint32_t port, std::vector<PacketBuffer> packets);
 
-  /// Runs a packet through the tables and says what became of it, without sending anything. The
-  /// packet counts in the tables like any other.
+  /// Runs a packet through the tables and says what would become of it. Nothing is sent or counted,
+  /// no entry is hit, and nothing is learned.
   Trace trace(uint32_t port, PacketBuffer packet) const;
 
   /// What passes at a port from now on.

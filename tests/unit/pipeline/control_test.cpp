@@ -257,6 +257,21 @@ TEST(Control, TracesTheWayOfAPacket) {
       R"("parameters":{"port":"0x0005"},"table":"hosts"}]})");
 }
 
+TEST(Control, ATracedPacketCountsNowhereAndHitsNothing) {
+  Testbed sut(programWith(
+      R"({"op": "count", "table": "pairs", "index": 1}, {"op": "count", "table": "pairs", "index":
+          {"field": "meta.ingress_port"}}, {"apply": "hosts"})"));
+  const uint32_t slot =
+      sut.addAction("hosts", 100, Packed().add(kFlow.dst, 4), "to", Packed().add(5, 2));
+  Bytes frame = ipv4Frame(kFlow);
+  jxmodel::Trace trace;
+  EXPECT_EQ(sut.run(&frame, 400, &trace).port, 5U);
+  EXPECT_EQ(sut.table("pairs").counters->read(1).packets, 0U);
+  EXPECT_EQ(sut.table("hosts").match->lastHitOf(slot), 0U);
+  const jxmodel::PipelineCounts counts = sut.pipeline().counts();
+  EXPECT_EQ(counts.received + counts.received_bytes + counts.bad_counter_indices, 0U);
+}
+
 class RecordedEgress : public jxmodel::Egress {
  public:
   void send(uint32_t port, jxmodel::PacketBuffer&&) override {
