@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <optional>
 
 namespace jxmodel {
@@ -35,7 +36,8 @@ constexpr uint32_t kPcapNanoseconds = 0xa1b23c4d;
 constexpr uint32_t kPcapNanosecondsSwapped = 0x4d3cb2a1;
 constexpr uint32_t kPcapng = 0x0a0d0d0a;
 constexpr uint32_t kPcapngOrder = 0x1a2b3c4d;
-constexpr uint32_t kPcapngInterface = 1;
+constexpr uint32_t kPcapngInterface = 1, kPcapngOldPacket = 2, kPcapngSimplePacket = 3,
+                   kPcapngPacket = 6;
 constexpr uint16_t kOptionResolution = 9;
 
 /// Whether an interface description (the bytes behind its fixed part) says that times are finer
@@ -60,8 +62,14 @@ bool finerThanMicroseconds(const uint8_t* options, size_t size, bool swapped) {
   return false;
 }
 
+bool isPacket(uint32_t block_type) {
+  return block_type == kPcapngOldPacket || block_type == kPcapngSimplePacket ||
+         block_type == kPcapngPacket;
+}
+
 /// Walks over the blocks up to the first packet; `file` stands behind the first word. A file that
-/// is broken here is refused by libpcap afterwards, with a better reason.
+/// is broken here is refused by libpcap afterwards, with a better reason. Interfaces that are
+/// described further on are told by the times of their packets.
 TimeResolution pcapngResolution(std::FILE* file) {
   readWord(file, false);  // length of the section header, known once the byte order is
   const std::optional<uint32_t> order = readWord(file, false);
@@ -69,7 +77,7 @@ TimeResolution pcapngResolution(std::FILE* file) {
   const bool swapped = *order != kPcapngOrder;
   std::fseek(file, 4, SEEK_SET);
   uint32_t type = kPcapng;
-  for (long start = 0;;) {
+  for (long start = 0; !isPacket(type);) {
     const std::optional<uint32_t> length = readWord(file, swapped);
     if (!length || *length < 12 || *length > (1U << 20)) break;
     if (type == kPcapngInterface && *length > 20) {
@@ -88,6 +96,17 @@ TimeResolution pcapngResolution(std::FILE* file) {
     type = *next;
   }
   return TimeResolution::kMicrosecond;
+}
+
+/// Nanoseconds since 1970, at most as many as fit. Only in a file of the old form are there times
+/// below 0: libpcap takes its 32 bits, which last until 2106, for a number with a sign.
+int64_t timeOf(const timeval& stamp) {
+  constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
+  int64_t second = stamp.tv_sec;
+  if (second < 0) second &= 0xFFFFFFFF;
+  if (second >= kLast / kNsPerSecond) return kLast;
+  // The second member holds nanoseconds, as asked for when the file was opened.
+  return second * kNsPerSecond + std::clamp<int64_t>(stamp.tv_usec, 0, kNsPerSecond - 1);
 }
 
 /// Leaves `file` at its start.
@@ -164,9 +183,8 @@ CaptureReader::Result CaptureReader::next(PacketBuffer* packet, std::string* err
   if (last_ != Result::kPacket) return last_;
   *packet = PacketBuffer(data, header->caplen);
   packet->setWireLength(header->len);
-  // The second member holds nanoseconds, as asked for when the file was opened.
-  packet->setTime(int64_t{header->ts.tv_sec} * kNsPerSecond + int64_t{header->ts.tv_usec},
-                  resolution_);
+  const int64_t time = timeOf(header->ts);
+  packet->setTime(time, time % 1000 != 0 ? TimeResolution::kNanosecond : resolution_);
   return Result::kPacket;
 }
 
@@ -183,16 +201,20 @@ struct CaptureWriter::Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
-  void write(const PacketBuffer& packet, TimeResolution resolution) {
-    const int64_t second = packet.timeNs() / kNsPerSecond;
-    const int64_t rest = packet.timeNs() % kNsPerSecond;
+  /// False, with errno set, if it cannot be written.
+  bool write(const PacketBuffer& packet, TimeResolution resolution) {
+    const int64_t time = std::max<int64_t>(packet.timeNs(), 0);
+    const int64_t second = time / kNsPerSecond;
+    const int64_t rest = time % kNsPerSecond;
     pcap_pkthdr header{};
     header.ts.tv_sec = second;
     header.ts.tv_usec = resolution == TimeResolution::kNanosecond ? rest : rest / 1000;
     header.caplen = static_cast<bpf_u_int32>(packet.size());
     header.len = static_cast<bpf_u_int32>(packet.wireLength());
     pcap_dump(reinterpret_cast<u_char*>(dumper), &header, packet.data());
+    return std::ferror(pcap_dump_file(dumper)) == 0;
   }
+  bool flush() { return pcap_dump_flush(dumper) == 0; }
 };
 
 CaptureWriter::CaptureWriter(std::string path, TimeResolution resolution,
@@ -210,17 +232,21 @@ std::unique_ptr<CaptureWriter::Handle> CaptureWriter::create(const std::string& 
     *error = "cannot write capture file `" + path + "`: " + reason;
     return nullptr;
   };
+  // Who writes to a pipe waits for who reads it, and a port must not.
+  std::error_code ignored;
+  if (std::filesystem::is_fifo(path, ignored)) return refuse("it is a pipe");
   std::FILE* const file = std::fopen(path.c_str(), "wbe");
   if (file == nullptr) return refuse(systemError());
   auto handle = std::make_unique<Handle>(
       pcap_open_dead_with_tstamp_precision(DLT_EN10MB, kLongestPacket, precision), nullptr);
   handle->dumper = pcap_dump_fopen(handle->pcap, file);
-  if (handle->dumper == nullptr) return refuse(pcap_geterr(handle->pcap));
-  return handle;
+  if (handle->dumper != nullptr) return handle;
+  std::fclose(file);
+  return refuse(pcap_geterr(handle->pcap));
 }
 
 std::unique_ptr<CaptureWriter> CaptureWriter::open(const std::string& path, std::string* error) {
-  // What is read while it is written (a named pipe) cannot be changed afterwards.
+  // What is written to a device (/dev/null, say) cannot be changed afterwards.
   std::error_code ignored;
   const bool changeable =
       !std::filesystem::exists(path, ignored) || std::filesystem::is_regular_file(path, ignored);
@@ -236,15 +262,15 @@ std::unique_ptr<CaptureWriter> CaptureWriter::open(const std::string& path, std:
 bool CaptureWriter::write(const PacketBuffer& packet, std::string* error) {
   const bool finer = packet.resolution() > resolution_;
   if (finer && !changeToNanoseconds(error)) return false;
-  handle_->write(packet, resolution_);
-  if (std::ferror(pcap_dump_file(handle_->dumper)) == 0) return true;
-  *error = "cannot write capture file `" + path_ + "`: " + systemError();
-  return false;
+  return handle_->write(packet, resolution_) || fail(error);
 }
 
-bool CaptureWriter::flush(std::string* error) {
-  if (pcap_dump_flush(handle_->dumper) == 0) return true;
-  *error = "cannot write capture file `" + path_ + "`: " + systemError();
+bool CaptureWriter::flush(std::string* error) { return handle_->flush() || fail(error); }
+
+/// Of all failures the first one says why: later ones only meet what it left. With errno set.
+bool CaptureWriter::fail(std::string* error) {
+  if (failure_.empty()) failure_ = "cannot write capture file `" + path_ + "`: " + systemError();
+  *error = failure_;
   return false;
 }
 
@@ -256,17 +282,16 @@ bool CaptureWriter::changeToNanoseconds(std::string* error) {
   if (reader == nullptr) return false;
   auto finer = create(beside, TimeResolution::kNanosecond, error);
   if (finer == nullptr) return false;
+  bool written = true;
   PacketBuffer packet;
-  CaptureReader::Result result;
-  while ((result = reader->next(&packet, error)) == CaptureReader::Result::kPacket) {
-    finer->write(packet, TimeResolution::kNanosecond);
+  auto result = CaptureReader::Result::kPacket;
+  while (written && (result = reader->next(&packet, error)) == CaptureReader::Result::kPacket) {
+    written = finer->write(packet, TimeResolution::kNanosecond);
   }
-  bool changed = result != CaptureReader::Result::kFailed;
-  if (changed && std::rename(beside.c_str(), path_.c_str()) != 0) {
-    *error = "cannot write capture file `" + path_ + "`: " + systemError();
-    changed = false;
-  }
-  if (!changed) {
+  // Nothing takes the place of the file that is not all there.
+  const bool whole = written && result == CaptureReader::Result::kEnd;
+  if (!whole || !finer->flush() || std::rename(beside.c_str(), path_.c_str()) != 0) {
+    if (result != CaptureReader::Result::kFailed) fail(error);
     std::remove(beside.c_str());
     return false;
   }

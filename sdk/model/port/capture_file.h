@@ -39,7 +39,8 @@ class CaptureReader {
 /// rounded. One thread.
 class CaptureWriter {
  public:
-  /// Makes the file, or empties it. Null, with *error saying file and reason, if that fails.
+  /// Makes the file, or empties it. Null, with *error saying file and reason, if that fails, or if
+  /// it is a pipe.
   static std::unique_ptr<CaptureWriter> open(const std::string& path, std::string* error);
   /// Closes the file.
   ~CaptureWriter();
@@ -55,10 +56,12 @@ class CaptureWriter {
   static std::unique_ptr<Handle> create(const std::string& path, TimeResolution resolution,
                                         std::string* error);
   bool changeToNanoseconds(std::string* error);
+  bool fail(std::string* error);
 
   const std::string path_;
   TimeResolution resolution_;
   std::unique_ptr<Handle> handle_;
+  std::string failure_;
 };
 
 }  // namespace jxmodel

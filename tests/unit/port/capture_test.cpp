@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 #include <pcap/pcap.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -116,23 +119,35 @@ std::string block(uint32_t type, const std::string& body) {
   return word(type) + word(length) + body + word(length);
 }
 
-/// One packet of 60 bytes with time stamp `stamp` in units of 10^-exponent s.
-std::string pcapng(uint8_t exponent, uint64_t stamp) {
-  const auto number = [](auto value) {
-    return std::string(reinterpret_cast<const char*>(&value), sizeof value);
-  };
-  const std::string section =
-      number(uint32_t{0x1a2b3c4d}) + number(uint16_t{1}) + number(uint16_t{0}) + number(~0ULL);
+template <typename Number>
+std::string number(Number value) {
+  return std::string(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
+std::string pcapngSection() {
+  return block(0x0a0d0d0a, number(uint32_t{0x1a2b3c4d}) + number(uint16_t{1}) +
+                               number(uint16_t{0}) + number(~0ULL));
+}
+
+/// Time stamps of its packets are in units of 10^-exponent s.
+std::string pcapngInterface(uint8_t exponent) {
   const std::string options = number(uint16_t{9}) + number(uint16_t{1}) +
                               std::string(1, static_cast<char>(exponent)) + std::string(3, '\0') +
                               number(uint32_t{0});
-  const std::string interface =
-      number(uint16_t{DLT_EN10MB}) + number(uint16_t{0}) + number(uint32_t{65535}) + options;
+  return block(
+      1, number(uint16_t{DLT_EN10MB}) + number(uint16_t{0}) + number(uint32_t{65535}) + options);
+}
+
+/// A packet of 60 bytes.
+std::string pcapngPacket(uint32_t interface, uint64_t stamp) {
   const Bytes frame = frameOf(9);
-  const std::string packet = number(uint32_t{0}) + number(static_cast<uint32_t>(stamp >> 32)) +
-                             number(static_cast<uint32_t>(stamp)) + number(uint32_t{60}) +
-                             number(uint32_t{60}) + std::string(frame.begin(), frame.end());
-  return block(0x0a0d0d0a, section) + block(1, interface) + block(6, packet);
+  return block(6, number(interface) + number(static_cast<uint32_t>(stamp >> 32)) +
+                      number(static_cast<uint32_t>(stamp)) + number(uint32_t{60}) +
+                      number(uint32_t{60}) + std::string(frame.begin(), frame.end()));
+}
+
+std::string pcapng(uint8_t exponent, uint64_t stamp) {
+  return pcapngSection() + pcapngInterface(exponent) + pcapngPacket(0, stamp);
 }
 
 TEST(CaptureFile, ReadsPcapngWithTheResolutionThatItsInterfaceNames) {
@@ -155,6 +170,53 @@ TEST(CaptureFile, ReadsPcapngWithTheResolutionThatItsInterfaceNames) {
     EXPECT_EQ(packets[0].resolution(), expected.resolution);
     EXPECT_EQ(bytesOf(packets[0]), frameOf(9));
   }
+}
+
+TEST(CaptureFile, TellsTheResolutionOfAnInterfaceThatComesBehindPackets) {
+  const Folder folder;
+  writeFile(folder / "a.pcapng", pcapngSection() + pcapngInterface(6) +
+                                     pcapngPacket(0, 1'700'000'000'123'456) + pcapngInterface(9) +
+                                     pcapngPacket(1, 1'700'000'000'123'456'789));
+  const auto packets = readCapture(folder / "a.pcapng");
+  ASSERT_EQ(packets.size(), 2U);
+  EXPECT_EQ(packets[0].resolution(), TimeResolution::kMicrosecond);
+  EXPECT_EQ(packets[1].timeNs(), kTime + 789);
+  EXPECT_EQ(packets[1].resolution(), TimeResolution::kNanosecond);
+  writeCapture(folder / "b.pcap", packets);
+  EXPECT_EQ(readCapture(folder / "b.pcap")[1].timeNs(), kTime + 789);
+}
+
+// Opening reads as far as the first packet, however much there is behind it.
+TEST(CaptureFile, ResolutionIsSoughtInFrontOfThePackets) {
+  const Folder folder;
+  writeFile(folder / "a.pcapng", pcapngSection() + pcapngInterface(6) +
+                                     pcapngPacket(0, 1'700'000'000'123'456) + pcapngInterface(9));
+  std::string error;
+  const auto reader = CaptureReader::open(folder / "a.pcapng", &error);
+  ASSERT_NE(reader, nullptr) << error;
+  EXPECT_EQ(reader->resolution(), TimeResolution::kMicrosecond);
+}
+
+TEST(CaptureFile, TimesBeyondTheLastOneAreTheLastOne) {
+  const Folder folder;
+  writeFile(folder / "a.pcapng",
+            pcapng(0, ~uint64_t{0} >> 1) + pcapngPacket(0, 1) + pcapngPacket(0, 10'000'000'000));
+  const auto packets = readCapture(folder / "a.pcapng");
+  ASSERT_EQ(packets.size(), 3U);
+  EXPECT_EQ(packets[0].timeNs(), INT64_MAX);
+  EXPECT_EQ(packets[1].timeNs(), 1'000'000'000);
+  EXPECT_EQ(packets[2].timeNs(), INT64_MAX);
+}
+
+TEST(CaptureFile, KeepsTimesThatNeedAll32BitsOfTheirSeconds) {
+  const Folder folder;
+  constexpr int64_t kLate = 0xF000'0000 * int64_t{1'000'000'000} + 123'456'000;  // in 2097
+  std::vector<PacketBuffer> written;
+  written.push_back(packetOf(frameOf(1), kLate));
+  writeCapture(folder / "a.pcap", written);
+  const auto read = readCapture(folder / "a.pcap");
+  ASSERT_EQ(read.size(), 1U);
+  EXPECT_EQ(read[0].timeNs(), kLate);
 }
 
 TEST(CaptureFile, ReadsRealCaptures) {
@@ -231,6 +293,56 @@ TEST(CaptureFile, AFullDiskIsTold) {
   std::string error;
   EXPECT_EQ(CaptureWriter::open("/dev/full", &error), nullptr);
   EXPECT_EQ(error, "cannot write capture file `/dev/full`: No space left on device");
+}
+
+TEST(CaptureFile, APipeIsRefusedInsteadOfWaitingForItsReader) {
+  const Folder folder;
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  std::string error;
+  EXPECT_EQ(CaptureWriter::open(folder / "pipe", &error), nullptr);
+  EXPECT_EQ(error, "cannot write capture file `" + folder / "pipe" + "`: it is a pipe");
+}
+
+/// Files of this process cannot grow beyond so many bytes while one lives.
+class FileLimit {
+ public:
+  explicit FileLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileLimit(const FileLimit&) = delete;
+  FileLimit& operator=(const FileLimit&) = delete;
+
+ private:
+  sighandler_t handler_;
+  rlimit before_{};
+};
+
+// The copy of the file that nanoseconds need has no room for the last byte of it.
+TEST(CaptureFile, StaysAsItIsWhereThereIsNoRoomForNanoseconds) {
+  const Folder folder;
+  std::string error;
+  const auto writer = CaptureWriter::open(folder / "a.pcap", &error);
+  ASSERT_NE(writer, nullptr) << error;
+  for (uint8_t i = 0; i < 3; ++i) ASSERT_TRUE(writer->write(packetOf(frameOf(i)), &error));
+  ASSERT_TRUE(writer->flush(&error));
+  const std::string before = fileBytes(folder / "a.pcap");
+  {
+    const FileLimit limit(before.size() - 1);
+    const PacketBuffer finer = packetOf(frameOf(9), 1, TimeResolution::kNanosecond);
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_FALSE(writer->write(finer, &error));
+      EXPECT_EQ(error, "cannot write capture file `" + folder / "a.pcap" + "`: File too large");
+    }
+  }
+  EXPECT_EQ(fileBytes(folder / "a.pcap"), before);
+  EXPECT_FALSE(std::filesystem::exists(folder / "a.pcap.nanoseconds"));
 }
 
 }  // namespace
