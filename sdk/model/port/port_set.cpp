@@ -4,7 +4,9 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 #include "model/port/capture_port.h"
@@ -26,6 +28,24 @@ std::unique_ptr<Port> open(const PortSpec& spec, std::string* error) {
   return CapturePort::open(spec, error);
 }
 
+/// Whether two names mean one file.
+bool sameFile(const std::string& one, const std::string& other) {
+  if (one.empty() || other.empty()) return false;
+  std::error_code ignored;
+  return one == other || std::filesystem::equivalent(one, other, ignored);
+}
+
+/// What a new port cannot have because another one has it; empty if there is no such thing. A file
+/// that is written may be read, but one that is read must not be emptied and written.
+std::string clashOf(const PortSpec& spec, const PortSpec& other) {
+  if (spec.kind != other.kind) return {};
+  if (spec.kind == PortKind::kInterface) {
+    return spec.interface == other.interface ? "interface `" + spec.interface + '`' : "";
+  }
+  const bool clash = sameFile(spec.output, other.output) || sameFile(spec.output, other.input);
+  return clash ? "capture file `" + spec.output + '`' : "";
+}
+
 bool watch(int epoll, int fd, uint64_t tag) {
   epoll_event event{};
   event.events = EPOLLIN;
@@ -45,8 +65,9 @@ PortSet::PortSet()
 
 PortSet::~PortSet() { stop(); }
 
-void PortSet::start(PacketReceiver receiver) {
+void PortSet::start(PacketReceiver receiver, std::function<void()> pause) {
   receiver_ = std::move(receiver);
+  pause_ = std::move(pause);
   {
     const std::lock_guard lock(mutex_);
     running_ = true;
@@ -102,15 +123,14 @@ std::string PortSet::collisionOf(const PortSpec& spec) const {
   if (const PortPointer& taken = ports_[spec.number]) {
     return here + "already attached (" + toString(taken->spec()) + ")";
   }
+  std::vector<const Port*> others = closing_;
   for (const PortPointer& port : ports_) {
-    if (port == nullptr || port->spec().kind != spec.kind) continue;
-    const PortSpec& other = port->spec();
-    const bool same =
-        spec.kind == PortKind::kInterface ? other.interface == spec.interface : !spec.output.empty() && other.output == spec.output;
-    if (!same) continue;
-    return here +
-           (spec.kind == PortKind::kInterface ? "interface `" + spec.interface : "capture file `" + spec.output) +
-           "` is in use by port " + std::to_string(other.number);
+    if (port != nullptr) others.push_back(port.get());
+  }
+  for (const Port* const other : others) {
+    const std::string shared = clashOf(spec, other->spec());
+    if (shared.empty()) continue;
+    return here + shared + " is in use by port " + std::to_string(other->number());
   }
   return {};
 }
@@ -144,6 +164,7 @@ bool PortSet::detach(uint32_t number) {
     std::unique_lock lock(mutex_);
     port = std::exchange(ports_[number], nullptr);
     if (port == nullptr) return false;
+    closing_.push_back(port.get());
     for (const int fd : port->descriptors()) {
       epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
     }
@@ -153,6 +174,8 @@ bool PortSet::detach(uint32_t number) {
     if (!onIoThread()) progress_.wait(lock, [&] { return !running_ || seen_ >= without; });
   }
   port->stop();
+  const std::lock_guard lock(mutex_);
+  closing_.erase(std::find(closing_.begin(), closing_.end(), port.get()));
   return true;
 }
 
@@ -229,6 +252,11 @@ std::optional<PortStatus> PortSet::status(uint32_t number) const {
   return port->status();
 }
 
+bool PortSet::readsCapture(uint32_t number) const {
+  const Port* const port = number < kMaxPorts ? round_ports_[number].get() : nullptr;
+  return port != nullptr && port->spec().kind != PortKind::kInterface;
+}
+
 // --- the I/O thread
 
 void PortSet::run() {
@@ -239,6 +267,7 @@ void PortSet::run() {
     const bool more = replay();
     flushAll();
     if (!more) {
+      if (pause_) pause_();
       const std::lock_guard lock(mutex_);
       idle_ = round_version_;
       progress_.notify_all();

@@ -37,14 +37,15 @@ class PortSet {
   PortSet(const PortSet&) = delete;
   PortSet& operator=(const PortSet&) = delete;
 
-  /// Begins to read. Once.
-  void start(PacketReceiver receiver);
+  /// Begins to read. Once. `pause` is called by the I/O thread each time it has nothing left to do
+  /// but to wait, before waitUntilIdle() is told.
+  void start(PacketReceiver receiver, std::function<void()> pause = {});
   /// Ends the I/O thread, then flushes and closes all ports; they stay listed, with their last
   /// counters. Not by the receiver. A second call does nothing.
   void stop();
 
   /// Opens a port and adds it. False, with *error saying which port, what and why, if it cannot be
-  /// opened or collides with another one (number, interface, or file that is written).
+  /// opened or collides with another one (number, interface, or file to write).
   bool attach(const PortSpec& spec, std::string* error);
   /// Flushes, closes and removes a port. False if there is none of that number.
   bool detach(uint32_t number);
@@ -79,6 +80,8 @@ class PortSet {
   /// Numbers of all ports, in order, in place of what *numbers held. By the I/O thread only.
   void numbers(std::vector<uint32_t>* numbers) const;
   std::optional<PortStatus> status(uint32_t number) const;
+  /// Whether packets at this port come from a capture file. By the I/O thread only.
+  bool readsCapture(uint32_t number) const;
 
  private:
   using PortPointer = std::shared_ptr<Port>;
@@ -99,6 +102,7 @@ class PortSet {
   OwnedFd epoll_;
   OwnedFd wake_;
   PacketReceiver receiver_;
+  std::function<void()> pause_;
   std::thread io_thread_;
   std::atomic<std::thread::id> io_thread_id_{};
 
@@ -107,6 +111,7 @@ class PortSet {
   mutable std::mutex mutex_;  // guards all up to the next heading
   std::condition_variable progress_;
   Ports ports_;
+  std::vector<const Port*> closing_;  // not in ports_ any more, but still open
   std::vector<std::function<void()>> tasks_;
   bool held_ = false;
   bool running_ = false;

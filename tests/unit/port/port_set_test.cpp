@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "packets.h"
@@ -153,11 +154,46 @@ TEST_F(PortSetTest, RefusesCollisionsAndSaysWithWhat) {
             "port 1: already attached (1=pcap:" + in + "," + folder_ / "out" + ")");
   EXPECT_EQ(refusal(&sut_, "2=pcap:," + folder_ / "out"),
             "port 2: capture file `" + folder_ / "out" + "` is in use by port 1");
-  EXPECT_EQ(refusal(&sut_, "3=pcap:" + in + "," + in),
-            "port 3: capture file `" + in + "` cannot be both read and written");
+  const std::string other = capture("b", {});
+  EXPECT_EQ(refusal(&sut_, "3=pcap:" + other + "," + other),
+            "port 3: capture file `" + other + "` cannot be both read and written");
   EXPECT_EQ(refusal(&sut_, "4=pcap:" + folder_ / "none"),
             "port 4: cannot read capture file `" + folder_ / "none" + "`: it does not exist");
   EXPECT_EQ(sut_.list().size(), 1U);
+}
+
+TEST_F(PortSetTest, RefusesToWriteAFileOfAnotherPortByWhateverName) {
+  const std::string in = capture("in", {{1, 10}});
+  attach(&sut_, "1=pcap:" + in + "," + folder_ / "out");
+  std::filesystem::create_symlink(folder_ / "out", folder_ / "link");
+  EXPECT_EQ(refusal(&sut_, "2=pcap:," + folder_ / "link"),
+            "port 2: capture file `" + folder_ / "link" + "` is in use by port 1");
+  EXPECT_EQ(refusal(&sut_, "2=pcap:," + folder_ / "./out"),
+            "port 2: capture file `" + folder_ / "./out" + "` is in use by port 1");
+  EXPECT_EQ(refusal(&sut_, "2=pcap:," + in),
+            "port 2: capture file `" + in + "` is in use by port 1");
+  EXPECT_EQ(readCapture(in).size(), 1U);
+  attach(&sut_, "2=pcap:" + in);
+  attach(&sut_, "3=pcap:" + folder_ / "out");
+}
+
+TEST_F(PortSetTest, AFileIsInUseUntilItsPortIsClosed) {
+  std::promise<void> busy, go_on;
+  sut_.start([](uint32_t, PacketBuffer&&) {});
+  attach(&sut_, "1=pcap:," + folder_ / "out");
+  sut_.post([&] {
+    busy.set_value();
+    go_on.get_future().wait();
+  });
+  busy.get_future().wait();
+  std::thread detaching([this] { EXPECT_TRUE(sut_.detach(1)); });
+  const bool going = jextest::waitUntil([this] { return !sut_.status(1).has_value(); });
+  EXPECT_TRUE(going);
+  EXPECT_EQ(refusal(&sut_, "2=pcap:," + folder_ / "out"),
+            "port 2: capture file `" + folder_ / "out" + "` is in use by port 1");
+  go_on.set_value();
+  detaching.join();
+  attach(&sut_, "2=pcap:," + folder_ / "out");
 }
 
 TEST_F(PortSetTest, UnknownPortsAreToldApart) {
