@@ -51,6 +51,7 @@ bool readTrain(const OffloadHeader& left, const uint8_t* frame, size_t size, Tra
   if (!tcp && type != kTrainUdp) return false;
   train->transport = tcp ? Header::kTcp : Header::kUdp;
   if (!headers.has(train->transport) || left.segment_size == 0) return false;
+  if (headers.source_routed) return false;  // the address that its checksums cover is not there
   const size_t l4 = headers.at(train->transport);
   train->headers_size = l4 + (tcp ? (frame[l4 + kTcpOffset] >> 4) * size_t{4} : kUdpHeader);
   if (train->headers_size >= size) return false;

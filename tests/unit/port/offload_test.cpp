@@ -168,6 +168,16 @@ TEST(Offload, RefusesWhatDoesNotFitToTheFrame) {
   train.train = 3;
   EXPECT_TRUE(finish(train, frame(false, false, 500).bytes, &done).empty()) << "unknown train";
   EXPECT_FALSE(done);
+  train.train = kTrainTcp6;
+  Made routed = frame(true, true, 500);
+  const Bytes one_stop_left{6, 0, 4, 1, 0, 0, 0, 0};
+  routed.bytes.insert(routed.bytes.begin() + routed.l4, one_stop_left.begin(), one_stop_left.end());
+  write16(routed.bytes.data() + routed.ip + 4, static_cast<uint16_t>(32 + 500 + 8));
+  routed.bytes[routed.ip + 6] = 43;
+  EXPECT_TRUE(finish(train, routed.bytes, &done).empty()) << "source routing";
+  EXPECT_FALSE(done);
+  routed.bytes[routed.l4 + 3] = 0;  // the last stop
+  EXPECT_EQ(finish(train, routed.bytes, &done).size(), 5U);
 }
 
 TEST(Offload, PutsAVlanTagBackBehindTheAddresses) {
