@@ -33,6 +33,9 @@ AREAS = {
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
              r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
              r"pcap(/.*)?\.h",
+    # Needs no SDK, and looks into the shared segment itself.
+    "apps/slice-counters/": r"JexHybridSlice/JexPartnerLib\.h|boost/interprocess/.*|CLI/.*|"
+                            r"nlohmann/.*|prometheus/.*",
     "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
     "bench/": None,
     "tests/": None,

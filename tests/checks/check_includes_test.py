@@ -45,6 +45,13 @@ class CheckIncludesTest(unittest.TestCase):
             self.assertEqual(self.wrong("apps/a/main.cpp", f'#include "{header}"'), [header])
             self.assertEqual(self.wrong("examples/a.cpp", f'#include "{header}"'), [header])
 
+    def test_only_the_reader_of_the_segment_includes_what_it_is_made_of(self):
+        segment = "boost/interprocess/managed_shared_memory.hpp"
+        self.assertEqual(self.wrong("apps/slice-counters/a.cpp", f"#include <{segment}>"), [])
+        self.assertEqual(self.wrong("apps/a/main.cpp", f"#include <{segment}>"), [segment])
+        self.assertEqual(self.wrong("apps/slice-counters/a.cpp", "#include <jxsdk/drv.h>"),
+                         ["jxsdk/drv.h"])
+
     def test_indented_and_spaced_includes_count(self):
         self.assertEqual(self.wrong("JexHybridSlice/a.cpp", '  #  include "model/device.h"'),
                          ["model/device.h"])
