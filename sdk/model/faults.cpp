@@ -141,24 +141,27 @@ bool armFromEnvironment() {
 
 }  // namespace
 
-Hit hit(const char* name) {
+Hit find(const char* name) {
   Hit result;
-  std::chrono::milliseconds delay{0};
-  {
-    const std::lock_guard lock(registry().mutex);
-    const auto found = registry().armed.find(std::string_view(name));
-    if (found == registry().armed.end()) return result;
-    const uint64_t call = ++found->second.calls;
-    for (const Fault& fault : found->second.faults) {
-      if (fault.nth != 0 && fault.nth != call) continue;
-      if (fault.effect == JX_MODEL_FAULT_DELAY) {
-        delay += std::chrono::milliseconds(fault.value);
-      } else {
-        result = {kindOf(fault.effect), fault.value};
-      }
+  const std::lock_guard lock(registry().mutex);
+  const auto found = registry().armed.find(std::string_view(name));
+  if (found == registry().armed.end()) return result;
+  const uint64_t call = ++found->second.calls;
+  for (const Fault& fault : found->second.faults) {
+    if (fault.nth != 0 && fault.nth != call) continue;
+    if (fault.effect == JX_MODEL_FAULT_DELAY) {
+      result.delay += std::chrono::milliseconds(fault.value);
+    } else {
+      result.kind = kindOf(fault.effect);
+      result.value = fault.value;
     }
   }
-  if (delay.count() != 0) std::this_thread::sleep_for(delay);
+  return result;
+}
+
+Hit hit(const char* name) {
+  const Hit result = find(name);
+  if (result.delay.count() != 0) std::this_thread::sleep_for(result.delay);
   return result;
 }
 

@@ -5,17 +5,19 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "jxmodel/faults.h"
 
 namespace jxmodel::fault {
 
-/// What the entry has to do about this call. A delay has passed already.
+/// What the entry has to do about this call.
 struct Hit {
   enum class Kind { kNone, kStatus, kNull, kCount };
   Kind kind = Kind::kNone;
-  uint32_t value = 0;  // the status, the count
+  uint32_t value = 0;                  // the status, the count
+  std::chrono::milliseconds delay{0};  // has passed already, unless it was asked for
 
   bool isStatus() const { return kind == Kind::kStatus; }
   bool isNull() const { return kind == Kind::kNull; }
@@ -27,11 +29,19 @@ extern std::atomic<bool> any_armed;
 
 /// Counts one call of the entry and looks for faults that hit it; `entry` has to be one of
 /// jx_model_fault_entries().
+Hit find(const char* entry);
+/// The same; a delay passes.
 Hit hit(const char* entry);
 
 /// The same, for next to nothing as long as no fault is armed.
 inline Hit check(const char* entry) {
   if (__builtin_expect(any_armed.load(std::memory_order_relaxed), 0)) return hit(entry);
+  return {};
+}
+
+/// For an entry that starts something: leaves the delay to it, for that which it starts.
+inline Hit checkWithoutWaiting(const char* entry) {
+  if (__builtin_expect(any_armed.load(std::memory_order_relaxed), 0)) return find(entry);
   return {};
 }
 

@@ -1,6 +1,7 @@
 // The C face of the runtime: entries, default entries, attributes and operations.
 #include "model/faults.h"
 #include "model/rt_c.h"
+#include "model/rt_table.h"
 
 using namespace jxmodel;  // the functions below are this file's C face
 using jxrt::JxRtTableAttributes;
@@ -179,7 +180,8 @@ jx_status_t jx_rt_operations_counter_sync_set(jx_rt_table_operations_hdl* operat
 
 jx_status_t jx_rt_table_operations_execute(const jx_rt_table_hdl* table,
                                            const jx_rt_table_operations_hdl* operations) {
-  JXMODEL_ENTRY("jx_rt_table_operations_execute");
+  const fault::Hit hit = fault::checkWithoutWaiting("jx_rt_table_operations_execute");
+  if (hit.isStatus()) return hit.status();
   if (anyNull(table, operations)) return JX_INVALID_ARGUMENTS;
-  return object(table)->tableOperationsExecute(*object(operations));
+  return static_cast<const RtTable*>(object(table))->executeLate(*object(operations), hit.delay);
 }

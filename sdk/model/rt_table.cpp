@@ -262,7 +262,7 @@ jx_status_t RtTable::checkTarget(const jx_rt_target_t& target) const {
   return target.dev_id == device_.id() ? JX_SUCCESS : JX_INVALID_ARGUMENTS;
 }
 
-// Ageing and counter syncs come with packets, which the model does not process yet.
+// Ageing is not done yet.
 
 jx_status_t RtTable::idleTableAttributesAllocate(
     jx_rt_idle_table_mode_t, std::unique_ptr<jxrt::JxRtTableAttributes>* attributes) const {
@@ -274,18 +274,6 @@ jx_status_t RtTable::idleTableAttributesAllocate(
 jx_status_t RtTable::tableAttributesSet(const jxrt::JxRtSession&, const jx_rt_target_t&, uint64_t,
                                         const jxrt::JxRtTableAttributes&) const {
   JXMODEL_ENTRY("JxRtTable::tableAttributesSet");
-  return JX_NOT_IMPLEMENTED;
-}
-
-jx_status_t RtTable::operationsAllocate(
-    jx_rt_table_operations_mode_t, std::unique_ptr<jxrt::JxRtTableOperations>* operations) const {
-  if (operations == nullptr) return JX_INVALID_ARGUMENTS;
-  JXMODEL_ENTRY_OUT("JxRtTable::operationsAllocate", operations);
-  return JX_NOT_IMPLEMENTED;
-}
-
-jx_status_t RtTable::tableOperationsExecute(const jxrt::JxRtTableOperations&) const {
-  JXMODEL_ENTRY("JxRtTable::tableOperationsExecute");
   return JX_NOT_IMPLEMENTED;
 }
 

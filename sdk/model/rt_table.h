@@ -1,8 +1,10 @@
 // Tables as applications see them: rt_table.cpp has the facts, rt_table_read.cpp the reads,
-// rt_table_write.cpp the writes.
+// rt_table_write.cpp the writes, rt_operations.cpp the operations.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 #include "jxsdk/rt.hpp"
@@ -114,6 +116,9 @@ class RtTable final : public jxrt::JxRtTable {
       jx_rt_table_operations_mode_t mode,
       std::unique_ptr<jxrt::JxRtTableOperations>* operations) const override;
   jx_status_t tableOperationsExecute(const jxrt::JxRtTableOperations& operations) const override;
+  /// The same; what is executed completes `delay` late.
+  jx_status_t executeLate(const jxrt::JxRtTableOperations& operations,
+                          std::chrono::milliseconds delay) const;
 
   /// The table's name, for as long as the table is there.
   const std::string& name() const { return description().name; }
@@ -121,6 +126,8 @@ class RtTable final : public jxrt::JxRtTable {
   const KeyCodec& codec() const { return codec_; }
   /// Whether data of this table has this field that belongs to no action.
   bool hasDataField(uint32_t field_id) const;
+  /// Whether a call is for the table's device.
+  jx_status_t checkTarget(const jx_rt_target_t& target) const;
 
  private:
   struct DataField {
@@ -132,7 +139,6 @@ class RtTable final : public jxrt::JxRtTable {
   bool ownsActions() const;
   /// The id of a data field that belongs to no action.
   jx_status_t commonFieldId(const std::string& name, uint32_t* id) const;
-  jx_status_t checkTarget(const jx_rt_target_t& target) const;
   jx_status_t checkRead(const jx_rt_target_t& target, uint64_t flags) const;
   /// Also that the device is one whose tables are written directly.
   jx_status_t checkWrite(const jx_rt_target_t& target, uint64_t flags) const;
@@ -142,13 +148,19 @@ class RtTable final : public jxrt::JxRtTable {
   RtTableKey* own(jxrt::JxRtTableKey* key) const;
   RtTableData* own(jxrt::JxRtTableData* data) const;
 
-  // The mutex is held over all of these.
+  bool isCounter() const { return description().type == JX_RT_TABLE_COUNTER; }
+  /// Keeps the entries as they are; nothing is locked for counters, which go on counting anyway.
+  std::unique_lock<std::mutex> lockEntries() const;
+
+  // The lock is held over all of these. The slot of a counter is its index.
   uint32_t slotOf(const RtTableKey& key) const;
   uint32_t handleOf(uint32_t slot) const;
   /// The first used slot from `slot` on, kNoSlot if there is none.
   uint32_t usedFrom(uint64_t slot) const;
   void readKey(uint32_t slot, RtTableKey* key) const;
-  void readData(uint32_t slot, RtTableData* data) const;
+  /// `flags` of the read.
+  void readData(uint32_t slot, uint64_t flags, RtTableData* data) const;
+  void readCounter(uint32_t index, uint64_t flags, RtTableData* data) const;
   void readResult(const MatchResult& result, RtTableData* data) const;
   void readGroup(uint32_t slot, RtTableData* data) const;
 

@@ -10,6 +10,11 @@ namespace jxmodel {
 
 using Lock = std::lock_guard<std::mutex>;
 
+std::unique_lock<std::mutex> RtTable::lockEntries() const {
+  if (isCounter()) return {};
+  return std::unique_lock(device_.mutex());
+}
+
 jx_status_t RtTable::checkRead(const jx_rt_target_t& target, uint64_t flags) const {
   if ((flags & ~JX_RT_FLAG_FROM_HARDWARE) != 0) return JX_INVALID_ARGUMENTS;
   return checkTarget(target);
@@ -31,8 +36,8 @@ jx_status_t RtTable::tableUsageGet(const jxrt::JxRtSession&, const jx_rt_target_
   const jx_status_t status = checkRead(target, flags);
   if (status != JX_SUCCESS) return status;
   if (count == nullptr) return JX_INVALID_ARGUMENTS;
-  const Lock lock(device_.mutex());
-  *count = 0;
+  const auto lock = lockEntries();
+  *count = isCounter() ? description().size : 0;
   if (state_.match) *count = state_.match->count();
   if (state_.members) *count = state_.members->count();
   if (state_.groups) *count = state_.groups->count();
@@ -43,15 +48,17 @@ uint32_t RtTable::slotOf(const RtTableKey& key) const {
   if (state_.match) return state_.match->findKey(key.packed());
   if (state_.members) return state_.members->findId(key.number());
   if (state_.groups) return state_.groups->findId(key.number());
-  return kNoSlot;
+  return key.number() < description().size ? key.number() : kNoSlot;
 }
 
 uint32_t RtTable::handleOf(uint32_t slot) const {
+  if (isCounter()) return slot;
   if (state_.match) return state_.match->handleOf(slot);
   return state_.members ? state_.members->handleOf(slot) : state_.groups->handleOf(slot);
 }
 
 uint32_t RtTable::usedFrom(uint64_t slot) const {
+  if (isCounter()) return slot < description().size ? static_cast<uint32_t>(slot) : kNoSlot;
   const auto firstUsed = [slot](const auto& table) {
     for (uint64_t at = slot; at < table.end(); ++at) {
       if (table.used(static_cast<uint32_t>(at))) return static_cast<uint32_t>(at);
@@ -60,10 +67,11 @@ uint32_t RtTable::usedFrom(uint64_t slot) const {
   };
   if (state_.match) return firstUsed(*state_.match);
   if (state_.members) return firstUsed(*state_.members);
-  return state_.groups ? firstUsed(*state_.groups) : kNoSlot;
+  return firstUsed(*state_.groups);
 }
 
 void RtTable::readKey(uint32_t slot, RtTableKey* key) const {
+  if (isCounter()) return key->assignNumber(slot);
   if (state_.match) return key->assign(state_.match->keyOf(slot), state_.match->priorityOf(slot));
   key->assignNumber(state_.members ? state_.members->idOf(slot) : state_.groups->group(slot).id);
 }
@@ -93,7 +101,18 @@ void RtTable::readGroup(uint32_t slot, RtTableData* data) const {
   }
 }
 
-void RtTable::readData(uint32_t slot, RtTableData* data) const {
+void RtTable::readCounter(uint32_t index, uint64_t flags, RtTableData* data) const {
+  CounterTable::Pair pair;  // zero where no hardware counts
+  if (const CounterTable* const counters = state_.counters.get()) {
+    pair =
+        (flags & JX_RT_FLAG_FROM_HARDWARE) != 0 ? counters->read(index) : counters->copied(index);
+  }
+  data->packets = pair.packets;
+  data->bytes = pair.bytes;
+}
+
+void RtTable::readData(uint32_t slot, uint64_t flags, RtTableData* data) const {
+  if (isCounter()) return readCounter(slot, flags, data);
   if (state_.groups) return readGroup(slot, data);
   if (state_.members) {
     const BoundAction action = state_.members->actionOf(slot);
@@ -112,11 +131,10 @@ jx_status_t RtTable::tableEntryGet(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  if (description().type == JX_RT_TABLE_COUNTER) return JX_NOT_IMPLEMENTED;
-  const Lock lock(device_.mutex());
+  const auto lock = lockEntries();
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
-  readData(slot, own_data);
+  readData(slot, flags, own_data);
   return JX_SUCCESS;
 }
 
@@ -129,11 +147,11 @@ jx_status_t RtTable::tableEntryGetFirst(const jxrt::JxRtSession&, const jx_rt_ta
   RtTableKey* const own_key = own(key);
   RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  const Lock lock(device_.mutex());
+  const auto lock = lockEntries();
   const uint32_t slot = usedFrom(0);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   readKey(slot, own_key);
-  readData(slot, own_data);
+  readData(slot, flags, own_data);
   return JX_SUCCESS;
 }
 
@@ -150,13 +168,13 @@ jx_status_t RtTable::tableEntryGetNext(const jxrt::JxRtSession&, const jx_rt_tar
   if (own_key == nullptr || own_next == nullptr || own_data == nullptr) {
     return JX_INVALID_ARGUMENTS;
   }
-  const Lock lock(device_.mutex());
+  const auto lock = lockEntries();
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   const uint32_t next = usedFrom(uint64_t{slot} + 1);
   if (next == kNoSlot) return JX_OBJECT_NOT_FOUND;
   readKey(next, own_next);
-  readData(next, own_data);
+  readData(next, flags, own_data);
   return JX_SUCCESS;
 }
 
@@ -168,14 +186,14 @@ jx_status_t RtTable::tableEntriesGet(const jxrt::JxRtSession&, const jx_rt_targe
   if (status != JX_SUCCESS) return status;
   if (cursor == nullptr || entries == nullptr) return JX_INVALID_ARGUMENTS;
   // The cursor is the slot to go on from: an entry keeps its slot as long as it stays.
-  const Lock lock(device_.mutex());
+  const auto lock = lockEntries();
   for (uint32_t seen = 0; seen < count; ++seen) {
     const uint32_t slot = usedFrom(*cursor);
     if (slot == kNoSlot) break;
     auto key = std::make_unique<RtTableKey>(*this);
     auto data = std::make_unique<RtTableData>(*this, nullptr);
     readKey(slot, key.get());
-    readData(slot, data.get());
+    readData(slot, flags, data.get());
     entries->push_back(Entry{handleOf(slot), std::move(key), std::move(data)});
     *cursor = uint64_t{slot} + 1;
   }
@@ -189,7 +207,7 @@ jx_status_t RtTable::tableEntryHandleGet(const jxrt::JxRtSession&, const jx_rt_t
   if (status != JX_SUCCESS) return status;
   const RtTableKey* const own_key = own(key);
   if (own_key == nullptr || handle == nullptr) return JX_INVALID_ARGUMENTS;
-  const Lock lock(device_.mutex());
+  const auto lock = lockEntries();
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   *handle = handleOf(slot);

@@ -179,7 +179,7 @@ jx_status_t RtTable::tableEntryMod(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   const RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  if (description().type == JX_RT_TABLE_COUNTER) return JX_NOT_IMPLEMENTED;
+  if (description().type == JX_RT_TABLE_COUNTER) return JX_NOT_SUPPORTED;
   const UpdateReporter reporter(state_, reported(target));
   const Lock lock(device_.mutex());
   const uint32_t slot = slotOf(*own_key);

@@ -18,10 +18,12 @@ target_sources(jxmodel_core PRIVATE
   model/rt_info.cpp
   model/rt_key.cpp
   model/rt_learn.cpp
+  model/rt_operations.cpp
   model/rt_table.cpp
   model/rt_table_read.cpp
   model/rt_table_write.cpp
   model/selector_table.cpp
+  model/service_c.cpp
   model/service_thread.cpp
   model/session.cpp
   model/slot_hash.cpp

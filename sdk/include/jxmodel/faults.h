@@ -24,7 +24,10 @@ typedef enum jx_model_fault_effect {
   JX_MODEL_FAULT_STATUS = 0, /* returns status `value` and does nothing else */
   JX_MODEL_FAULT_NULL = 1,   /* succeeds and yields null for the pointer that it hands out */
   JX_MODEL_FAULT_COUNT = 2,  /* pipe_process_plcmt_info: works, and reports `value` operations */
-  JX_MODEL_FAULT_DELAY = 3   /* works, `value` milliseconds late */
+  /* works, `value` milliseconds late; jx_rt_table_operations_execute and
+   * JxRtTable::tableOperationsExecute return at once, and the operation completes late, with all
+   * that comes after it on the device's service thread (jxmodel/service.h) */
+  JX_MODEL_FAULT_DELAY = 3
 } jx_model_fault_effect_t;
 
 /** Arms one fault; several may be armed on one entry. `nth` counts from 1, 0 is every call.

@@ -69,7 +69,7 @@ typedef enum jx_rt_key_match_type {
 #define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE"
 /* Data of an entry that ages: milliseconds, 32 bits. */
 #define JX_RT_FIELD_TTL "$TTL"
-/* Counter tables: key of 32 bits, data of 64 bits each. */
+/* Counter tables: key of 32 bits, data of 64 bits each. See the operations in rt.hpp. */
 #define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX"
 #define JX_RT_FIELD_COUNTER_PKTS "$COUNTER_SPEC_PKTS"
 #define JX_RT_FIELD_COUNTER_BYTES "$COUNTER_SPEC_BYTES"
@@ -93,7 +93,8 @@ typedef enum jx_rt_table_operations_mode {
 typedef jx_status_t (*jx_rt_idle_tmo_cb)(jx_rt_target_t* target, const jx_rt_table_key_hdl* key,
                                          void* cookie);
 
-/** Called on the SDK's thread when a counter sync has completed. */
+/** Called on the SDK's thread when a counter sync has completed. `target` is the sync's, valid
+ * until the callback returns. The callback may call the SDK. */
 typedef void (*jx_rt_counter_sync_cb)(jx_rt_target_t* target, void* cookie);
 
 /** Brings the runtime up, after pipe_mgr_init. All four arguments are reserved and zero. A second
@@ -278,7 +279,7 @@ JXSDK_API jx_status_t jx_rt_table_attributes_set(const jx_rt_table_hdl* table,
                                                  const jx_rt_target_t* target, uint64_t flags,
                                                  const jx_rt_table_attributes_hdl* attributes);
 
-/* ---- operations ------------------------------------------------------------------------- */
+/* ---- operations: see rt.hpp -------------------------------------------------------------- */
 
 JXSDK_API jx_status_t jx_rt_table_operations_allocate(const jx_rt_table_hdl* table,
                                                       jx_rt_table_operations_mode_t mode,
@@ -290,7 +291,8 @@ JXSDK_API jx_status_t jx_rt_operations_counter_sync_set(jx_rt_table_operations_h
                                                         const jx_rt_target_t* target,
                                                         jx_rt_counter_sync_cb callback,
                                                         const void* cookie);
-/** Starts the operation; the handle may be deallocated before it completes. */
+/** Starts the operation and returns at once; the handle may be deallocated, or set and executed
+ *  anew, before it completes. */
 JXSDK_API jx_status_t jx_rt_table_operations_execute(const jx_rt_table_hdl* table,
                                                      const jx_rt_table_operations_hdl* operations);
 

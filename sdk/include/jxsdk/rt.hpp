@@ -143,10 +143,21 @@ class JXSDK_API JxRtTableAttributes {
 };
 
 /// One operation on a whole table, such as a counter sync.
+///
+/// The entries of a counter table are there from the start, one for each index. The hardware counts
+/// in counters of its own; a read finds the software copy of them, which only a counter sync makes
+/// anew, or with JX_RT_FLAG_FROM_HARDWARE what the hardware has counted at that moment. No write
+/// sets or clears a counter (JX_NOT_SUPPORTED): they only grow.
+///
+/// A sync is made on a thread of the device's own, after everything that was executed before on any
+/// of its tables; then the callback is called on that thread. All that was counted before the sync
+/// was executed is then in the copy. jx_device_remove drops syncs that have not begun: nobody is
+/// told of them. It returns after the callback that runs has (unless that is where it is called),
+/// and none is called afterwards.
 class JXSDK_API JxRtTableOperations {
  public:
   virtual ~JxRtTableOperations() = default;
-  /// `callback` may be null.
+  /// `callback` may be null: the sync is made and nobody told.
   virtual jx_status_t counterSyncSet(const JxRtSession& session, const jx_rt_target_t& target,
                                      jx_rt_counter_sync_cb callback, const void* cookie) = 0;
 };
@@ -191,12 +202,15 @@ class JXSDK_API JxRtTable {
 
   // Entries. `flags` is 0 except for reads (JX_RT_FLAG_FROM_HARDWARE).
   //
-  // JX_ALREADY_EXISTS: the key is taken. JX_OBJECT_NOT_FOUND: no entry with this key, or it refers
-  // to a member or group that is not there. JX_NOT_ENOUGH_SPACE: the table is full.
-  // JX_ACTION_DATA_REFERENCED: a member that entries, groups or a fallback refer to cannot be
-  // deleted. JX_IN_USE: a group that entries refer to cannot be deleted. JX_NOT_SUPPORTED: not for
-  // this kind of table, or a write to the tables of a physical device, which only placement
-  // operations make.
+  // JX_ALREADY_EXISTS: the key is taken. JX_OBJECT_NOT_FOUND: no entry with this key (no counter
+  // with this index), or it refers to a member or group that is not there. JX_NOT_ENOUGH_SPACE: the
+  // table is full. JX_ACTION_DATA_REFERENCED: a member that entries, groups or a fallback refer to
+  // cannot be deleted. JX_IN_USE: a group that entries refer to cannot be deleted.
+  // JX_NOT_SUPPORTED: not for this kind of table, or a write to the tables of a physical device,
+  // which only placement operations make.
+  //
+  // Counters of a virtual device, where no hardware counts, read as 0. Reading counters waits for
+  // no write and allocates nothing.
   virtual jx_status_t tableEntryAdd(const JxRtSession& session, const jx_rt_target_t& target,
                                     uint64_t flags, const JxRtTableKey& key,
                                     const JxRtTableData& data) const = 0;
@@ -234,7 +248,7 @@ class JXSDK_API JxRtTable {
   virtual jx_status_t tableEntriesGet(const JxRtSession& session, const jx_rt_target_t& target,
                                       uint64_t flags, uint64_t* cursor, uint32_t count,
                                       std::vector<Entry>* entries) const = 0;
-  /// The entry's (or group's, or member's) handle in pipeline-manager calls.
+  /// The entry's (or group's, or member's) handle in pipeline-manager calls; a counter's index.
   virtual jx_status_t tableEntryHandleGet(const JxRtSession& session, const jx_rt_target_t& target,
                                           const JxRtTableKey& key, uint32_t* handle) const = 0;
 
@@ -278,7 +292,10 @@ class JXSDK_API JxRtTable {
   virtual jx_status_t selUpdateCbRegister(const JxRtSession& session, const jx_rt_target_t& target,
                                           pipe_sel_update_cb callback, void* cookie) const = 0;
 
-  // Idle time and table operations.
+  // Idle time and table operations. operationsAllocate gives JX_NOT_SUPPORTED for a table without
+  // the operation: a counter sync is for the counter tables of physical devices. Execute gives
+  // JX_INVALID_ARGUMENTS if the operation is another table's, or was not set; it returns at once,
+  // and keeps nothing of `operations`.
   virtual jx_status_t idleTableAttributesAllocate(
       jx_rt_idle_table_mode_t mode, std::unique_ptr<JxRtTableAttributes>* attributes) const = 0;
   virtual jx_status_t tableAttributesSet(const JxRtSession& session, const jx_rt_target_t& target,

@@ -90,16 +90,11 @@ TEST(Device, TellsAboutItsTables) {
   EXPECT_EQ(device.tables().size(), 7U);
 }
 
-TEST(Device, CountersAndLearningAreFactsOnly) {
+TEST(Device, AgeingAndLearningAreFactsOnly) {
   const ModelDevice device(20, ModelDevice::Kind::kPhysical, {delivered("l2_switch")});
-  const TableUser counters(device, "port_counters");
-  EXPECT_EQ(counters.usage(), 0U);
-  EXPECT_EQ(counters.get(counters.key(), counters.data()), JX_NOT_IMPLEMENTED);
-  std::unique_ptr<jxrt::JxRtTableOperations> operations;
-  EXPECT_EQ((*counters).operationsAllocate(JX_RT_OPERATION_COUNTER_SYNC, &operations),
-            JX_NOT_IMPLEMENTED);
   std::unique_ptr<jxrt::JxRtTableAttributes> attributes;
-  EXPECT_EQ((*counters).idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes),
+  EXPECT_EQ(device.table("port_counters")
+                .idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes),
             JX_NOT_SUPPORTED);
   EXPECT_EQ(device.table("smac").idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes),
             JX_NOT_IMPLEMENTED);
