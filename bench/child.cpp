@@ -1,12 +1,14 @@
 #include "child.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -23,7 +25,7 @@ std::array<int, 2> makePipe() {
 }  // namespace
 
 Child::Child(const std::string& role, std::vector<std::string> arguments) : role_(role) {
-  arguments.insert(arguments.begin(), {"replicate", "--role", role});
+  arguments.insert(arguments.begin(), {program_invocation_short_name, "--role", role});
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
@@ -61,6 +63,13 @@ nlohmann::json Child::readLine() {
   return nlohmann::json::parse(line);
 }
 
+void Child::writeLine(const std::string& line) {
+  const std::string text = line + '\n';  // short enough to go into a pipe whole
+  if (write(in_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    throw std::runtime_error(role_ + " ended early");
+  }
+}
+
 void Child::finish() {
   close(in_);
   in_ = -1;
@@ -75,6 +84,21 @@ void Child::finish() {
 void report(const nlohmann::json& line) {
   std::printf("%s\n", line.dump().c_str());
   std::fflush(stdout);
+}
+
+std::string awaitLine() {
+  std::string line;
+  char byte = 0;
+  while (read(STDIN_FILENO, &byte, 1) > 0) {
+    if (byte == '\n') return line;
+    line += byte;
+  }
+  _exit(EXIT_SUCCESS);
+}
+
+bool lineWaits() {
+  pollfd entry = {STDIN_FILENO, POLLIN, 0};
+  return poll(&entry, 1, 0) > 0;
 }
 
 void awaitEnd() {

@@ -22,6 +22,9 @@ class Child {
   /// The next line that the child writes.
   nlohmann::json readLine();
 
+  /// Hands it a line; see awaitLine().
+  void writeLine(const std::string& line);
+
   /// Lets it end, and waits until it has.
   void finish();
 
@@ -34,6 +37,13 @@ class Child {
 
 /// In the child: writes a line to whoever started it.
 void report(const nlohmann::json& line);
+
+/// In the child: waits for a line of the parent. Ends the process, whatever threads are at work,
+/// when the parent lets it end.
+std::string awaitLine();
+
+/// In the child: whether awaitLine() would return (or end the process) at once.
+bool lineWaits();
 
 /// In the child: waits until the parent lets it end, then ends it, whatever threads are at work.
 [[noreturn]] void awaitEnd();

@@ -1,77 +1,68 @@
 #include "scenario.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace bench {
 namespace {
 
-using jxpipelinetest::Packed;
 using jxpipelinetest::Prefix;
 using jxpipelinetest::Rule;
-using jxpipelinetest::Testbed;
 
-constexpr uint32_t kNextHops = 64;
-
-Packed keyOf(const Rule& rule) {
-  return Packed()
-      .add(rule.src, 4)
-      .add(rule.src_mask, 4)
-      .add(rule.dst, 4)
-      .add(rule.dst_mask, 4)
-      .add(rule.protocol, 1)
-      .add(rule.protocol_mask, 1)
-      .add(rule.sport_low, 2)
-      .add(rule.sport_high, 2)
-      .add(rule.dport_low, 2)
-      .add(rule.dport_high, 2);
+/// Rules that differ in TCP flags only are the same to the router: the first one stays.
+std::vector<Rule> distinct(const std::vector<Rule>& rules) {
+  const auto keyOf = [](const Rule& rule) {
+    return std::make_tuple(rule.src, rule.src_mask, rule.dst, rule.dst_mask, rule.protocol,
+                           rule.protocol_mask, rule.sport_low, rule.sport_high, rule.dport_low,
+                           rule.dport_high);
+  };
+  std::set<decltype(keyOf(rules.front()))> seen;
+  std::vector<Rule> kept;
+  for (const Rule& rule : rules) {
+    if (seen.insert(keyOf(rule)).second) kept.push_back(rule);
+  }
+  return kept;
 }
 
-/// The first rule has the greatest priority. All permit, so that every packet goes all the way.
-void addRules(Testbed& router, const std::vector<Rule>& rules) {
-  const auto count = static_cast<uint32_t>(rules.size());
-  for (uint32_t i = 0; i < count; ++i) {
-    router.addAction("acl", i + 1, keyOf(rules[i]), "permit", Packed().add(i + 1, 4), count - i);
-  }
+Scenario switchOf(const std::set<uint64_t>& macs) {
+  Scenario scenario;
+  scenario.tables = "l2_switch, " + std::to_string(macs.size()) + " addresses";
+  scenario.churned = "dmac";
+  scenario.macs = macs;
+  return scenario;
 }
 
-void addRoutes(Testbed& router, const std::vector<Prefix>& routes, size_t count) {
-  std::vector<uint32_t> members;
-  for (uint32_t hop = 1; hop <= kNextHops; ++hop) {
-    const Packed params = Packed().add(hop, 2).add(hop, 6).add(hop, 6).add(hop, 4);
-    members.push_back(router.addMember("nexthops", hop, "set_nexthop", params));
-  }
-  for (uint32_t i = 0; i < count; ++i) {
-    const Prefix route = i == 0 ? Prefix{} : routes[i - 1];  // the default route first
-    router.add("ipv4_lpm", i + 1, Packed().add(route.address, 4).add(route.length, 1), 0,
-               jxpipelinetest::memberResult(members[i % kNextHops]));
-  }
+Scenario routerOf(const Case& one) {
+  Scenario scenario;
+  scenario.churned = "ipv4_lpm";
+  scenario.routes = firstRoutes(one.routes);
+  if (!one.rules.empty()) scenario.rules = distinct(jxpipelinetest::loadRules(one.rules));
+  scenario.tables = "router, " + std::to_string(scenario.routes.size()) + " routes, " +
+                    std::to_string(scenario.rules.size()) + " rules";
+  return scenario;
 }
 
 }  // namespace
 
-Scenario switchWith(const std::set<uint64_t>& macs) {
-  Scenario scenario{"l2_switch, " + std::to_string(macs.size()) + " addresses", "dmac",
-                    Testbed::delivered("l2_switch")};
-  uint32_t handle = 0;
-  for (const uint64_t mac : macs) {
-    ++handle;
-    const Packed source = Packed().add(mac, 6).add(kIngressPort, 2);
-    scenario.testbed->addAction("smac", handle, source, "known", Packed());
-    scenario.testbed->addAction("dmac", handle, Packed().add(mac, 6), "forward",
-                                Packed().add(kIngressPort + 1, 2));
-  }
-  return scenario;
+std::vector<std::string> Case::arguments() const {
+  std::vector<std::string> words{"--program", program, "--routes", std::to_string(routes)};
+  if (!rules.empty()) words.insert(words.end(), {"--rules", rules});
+  return words;
 }
 
-Scenario routerWith(const std::vector<Prefix>& routes, size_t count,
-                    const std::vector<Rule>& rules) {
-  count = std::min(count, routes.size() + 1);
-  Scenario scenario{
-      "router, " + std::to_string(count) + " routes, " + std::to_string(rules.size()) + " rules",
-      "ipv4_lpm", Testbed::delivered("router")};
-  addRoutes(*scenario.testbed, routes, count);
-  addRules(*scenario.testbed, rules);
-  return scenario;
+Scenario scenarioOf(const Case& one, const std::set<uint64_t>& macs) {
+  return one.program == "router" ? routerOf(one) : switchOf(macs);
+}
+
+std::vector<Prefix> firstRoutes(size_t count) {
+  std::vector<Prefix> routes = jxpipelinetest::loadPrefixes();
+  routes.insert(routes.begin(), Prefix{});
+  routes.resize(std::min(count, routes.size()));
+  return routes;
+}
+
+std::string programFile(const std::string& program) {
+  return std::string(JEX_PROGRAMS_DIR) + '/' + program + ".json";
 }
 
 }  // namespace bench

@@ -18,13 +18,6 @@ constexpr char kRoutes[] = "ipv4_lpm";
 constexpr uint32_t kMemberCount = 64;
 constexpr size_t kMaxPacked = 2048;
 
-jx_rt_target_t targetOf(jx_dev_id_t device) {
-  jx_rt_target_t target = {};
-  target.dev_id = device;
-  target.pipe_id = JX_PIPE_ALL;
-  return target;
-}
-
 uint32_t dataField(const jxrt::JxRtTable& table, const char* name) {
   uint32_t id = 0;
   check(table.dataFieldIdGet(name, &id), name);
@@ -133,6 +126,13 @@ void bringUpSdk() {
   check(jx_drv_init(), "driver");
   check(pipe_mgr_init(), "pipeline manager");
   check(jx_rt_module_init(0, 0, nullptr, nullptr), "runtime");
+}
+
+jx_rt_target_t targetOf(jx_dev_id_t device) {
+  jx_rt_target_t target = {};
+  target.dev_id = device;
+  target.pipe_id = JX_PIPE_ALL;
+  return target;
 }
 
 const jxrt::JxRtTable& findTable(jx_dev_id_t device, const std::string& name) {

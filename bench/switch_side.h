@@ -32,6 +32,8 @@ class Profile {
 
 void bringUpSdk();
 
+jx_rt_target_t targetOf(jx_dev_id_t device);
+
 const jxrt::JxRtTable& findTable(jx_dev_id_t device, const std::string& name);
 
 /// Adds members 1 to `count` to the next-hop table of a virtual device.

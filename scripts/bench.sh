@@ -5,7 +5,8 @@
 #   scripts/bench.sh [--perf] [--build-dir DIR] [REPLICATE-ARGUMENT]...     (see replicate --help)
 #
 # replicate measures updates a second from partner to switch, packets the packets a second that the
-# switch forwards (packets --help).
+# switch forwards: alone, beside a thread that updates its tables, and beside a partner that does so
+# over the socket (packets --help).
 #
 # --perf samples all processes of replicate as well (Debian: linux-perf) and tells, for each of them,
 # how its time is spread over the libraries.
@@ -40,4 +41,5 @@ if [[ ${#perf[@]} -gt 0 ]]; then
   perf report -i build/bench/perf.data --stdio --percent-limit 0.5 --sort comm,dso 2>/dev/null |
     grep -v '^#' | grep -v '^$'
 fi
-"$build_dir/bin/packets" --json build/bench/packets.json
+scripts/in-private-namespaces --keep "$build_dir" \
+  "$build_dir/bin/packets" --json build/bench/packets.json
