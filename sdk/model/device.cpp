@@ -124,6 +124,11 @@ Switch* Device::packetSwitch() {
 void Device::endPackets() {
   const std::lock_guard lock(switch_mutex_);
   packets_ended_ = true;
+  // Packets wait neither for what the application is told nor for what it acknowledges.
+  if (service_ != nullptr) service_->letGo();
+  for (const auto& info : infos_) {
+    for (const auto& channel : info->channels()) channel->end();
+  }
   if (switch_ != nullptr) switch_->end();
 }
 

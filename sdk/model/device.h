@@ -26,7 +26,7 @@ namespace jxmodel {
 class RtInfo;
 class Switch;
 
-class Device {
+class Device : public std::enable_shared_from_this<Device> {
  public:
   enum class Kind { kPhysical, kVirtual };
 

@@ -13,7 +13,11 @@ RtInfo::RtInfo(const Device& device, std::shared_ptr<const Program> program,
     tables_.push_back(std::make_unique<RtTable>(device, *this, *state));
   }
   for (const Learn& learn : program_->learns) {
-    learns_.push_back(std::make_unique<RtLearn>(*program_, learn));
+    if (device.service() != nullptr) {
+      channels_.push_back(std::make_unique<LearnChannel>(device, *program_, learn));
+    }
+    LearnChannel* const channel = channels_.empty() ? nullptr : channels_.back().get();
+    learns_.push_back(std::make_unique<RtLearn>(*program_, learn, channel));
   }
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/learn_channel.h"
 #include "model/program.h"
 #include "model/rt_learn.h"
 #include "model/rt_table.h"
@@ -34,6 +35,8 @@ class RtInfo final : public jxrt::JxRtInfo {
   std::vector<TableState*> states() const;
   /// By index into Program::tables.
   const RtTable& table(uint32_t index) const { return *tables_[index]; }
+  /// As Program::learns; empty on a virtual device.
+  const std::vector<std::unique_ptr<LearnChannel>>& channels() const { return channels_; }
 
  private:
   void makeState(uint32_t index, std::optional<uint32_t> handle_base, Reclaimer* reclaimer);
@@ -41,7 +44,8 @@ class RtInfo final : public jxrt::JxRtInfo {
   std::shared_ptr<const Program> program_;
   std::vector<std::unique_ptr<TableState>> states_;  // as Program::tables
   std::vector<std::unique_ptr<RtTable>> tables_;     // as Program::tables
-  std::vector<std::unique_ptr<RtLearn>> learns_;     // as Program::learns
+  std::vector<std::unique_ptr<LearnChannel>> channels_;
+  std::vector<std::unique_ptr<RtLearn>> learns_;  // as Program::learns
 };
 
 }  // namespace jxmodel

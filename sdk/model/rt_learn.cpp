@@ -1,6 +1,8 @@
 #include "model/rt_learn.h"
 
+#include "model/device.h"
 #include "model/faults.h"
+#include "model/learn_channel.h"
 
 namespace jxmodel {
 
@@ -49,24 +51,33 @@ jx_status_t RtLearn::learnFieldSizeGet(uint32_t field_id, size_t* bits) const {
   return JX_SUCCESS;
 }
 
-// Digests come with packets, which the model does not process yet.
-
-jx_status_t RtLearn::callbackRegister(const std::shared_ptr<jxrt::JxRtSession>&,
-                                      const jx_rt_target_t&, const jxrt::JxRtLearnCb&,
-                                      const void*) {
+jx_status_t RtLearn::callbackRegister(const std::shared_ptr<jxrt::JxRtSession>& session,
+                                      const jx_rt_target_t& target,
+                                      const jxrt::JxRtLearnCb& callback, const void* cookie) {
   JXMODEL_ENTRY("JxRtLearn::callbackRegister");
-  return JX_NOT_IMPLEMENTED;
+  if (channel_ == nullptr) return JX_NOT_SUPPORTED;
+  if (session == nullptr || callback == nullptr || target.dev_id != channel_->device().id()) {
+    return JX_INVALID_ARGUMENTS;
+  }
+  channel_->setClient({session, target, callback, cookie});
+  return JX_SUCCESS;
 }
 
-jx_status_t RtLearn::callbackDeregister(const std::shared_ptr<jxrt::JxRtSession>&,
-                                        const jx_rt_target_t&) {
+jx_status_t RtLearn::callbackDeregister(const std::shared_ptr<jxrt::JxRtSession>& session,
+                                        const jx_rt_target_t& target) {
   JXMODEL_ENTRY("JxRtLearn::callbackDeregister");
-  return JX_NOT_IMPLEMENTED;
+  if (channel_ == nullptr) return JX_NOT_SUPPORTED;
+  if (session == nullptr || target.dev_id != channel_->device().id()) return JX_INVALID_ARGUMENTS;
+  channel_->clearClient();
+  return JX_SUCCESS;
 }
 
-jx_status_t RtLearn::notifyAck(const std::shared_ptr<jxrt::JxRtSession>&, jx_rt_learn_msg_hdl*) {
+jx_status_t RtLearn::notifyAck(const std::shared_ptr<jxrt::JxRtSession>& session,
+                               jx_rt_learn_msg_hdl* learn_msg) {
   JXMODEL_ENTRY("JxRtLearn::notifyAck");
-  return JX_NOT_IMPLEMENTED;
+  if (channel_ == nullptr) return JX_NOT_SUPPORTED;
+  if (session == nullptr || learn_msg == nullptr) return JX_INVALID_ARGUMENTS;
+  return channel_->acknowledge(learn_msg);
 }
 
 }  // namespace jxmodel

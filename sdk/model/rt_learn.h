@@ -1,4 +1,4 @@
-// Learn objects: what a digest consists of. Messages are not delivered yet.
+// Learn objects: what a digest consists of, and who is told of digests.
 #pragma once
 
 #include "jxsdk/rt.hpp"
@@ -6,9 +6,13 @@
 
 namespace jxmodel {
 
+class LearnChannel;
+
 class RtLearn final : public jxrt::JxRtLearn {
  public:
-  RtLearn(const Program& program, const Learn& learn) : program_(program), learn_(learn) {}
+  /// `channel` is null on a virtual device, where no digests come from.
+  RtLearn(const Program& program, const Learn& learn, LearnChannel* channel)
+      : program_(program), learn_(learn), channel_(channel) {}
 
   jx_status_t learnIdGet(uint32_t* id) const override;
   jx_status_t learnNameGet(std::string* name) const override;
@@ -30,6 +34,7 @@ class RtLearn final : public jxrt::JxRtLearn {
 
   const Program& program_;
   const Learn& learn_;
+  LearnChannel* const channel_;
 };
 
 }  // namespace jxmodel

@@ -7,7 +7,10 @@ target_sources(jxmodel_core PRIVATE
   model/fault_entries.cpp
   model/faults.cpp
   model/key_codec.cpp
+  model/learn_channel.cpp
+  model/learn_data.cpp
   model/match_table.cpp
+  model/notify.cpp
   model/pipe_mgr.cpp
   model/placement.cpp
   model/plcmt_process.cpp

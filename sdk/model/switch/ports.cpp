@@ -26,6 +26,13 @@ jx_status_t findSwitch(jx_dev_id_t dev_id, Place* place) {
   return place->target == nullptr ? JX_OBJECT_NOT_FOUND : JX_SUCCESS;
 }
 
+/// The same for calls that wait for the I/O thread, which may be waiting for the service thread.
+jx_status_t findSwitchToWaitFor(jx_dev_id_t dev_id, Place* place) {
+  const jx_status_t status = findSwitch(dev_id, place);
+  if (status != JX_SUCCESS) return status;
+  return place->device->service()->onThread() ? JX_IN_USE : JX_SUCCESS;
+}
+
 void copyText(const std::string& text, char* out, size_t bytes) {
   if (out == nullptr || bytes == 0) return;
   const size_t length = std::min(text.size(), bytes - 1);
@@ -77,7 +84,7 @@ jx_status_t jx_model_port_add(jx_dev_id_t dev_id, const char* spec, char* error,
 
 jx_status_t jx_model_port_delete(jx_dev_id_t dev_id, uint32_t port) {
   Place place;
-  const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
+  const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   return place.target->ports().detach(port) ? JX_SUCCESS : JX_OBJECT_NOT_FOUND;
 }
@@ -106,7 +113,7 @@ jx_status_t jx_model_port_list(jx_dev_id_t dev_id, jx_model_port_t* ports, uint3
 jx_status_t jx_model_inject(jx_dev_id_t dev_id, uint32_t port, const uint8_t* frame, size_t bytes) {
   if (frame == nullptr || bytes == 0 || port >= jxmodel::kMaxPorts) return JX_INVALID_ARGUMENTS;
   Place place;
-  const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
+  const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   std::vector<jxmodel::PacketBuffer> packets;
   packets.emplace_back(frame, bytes);
@@ -125,7 +132,7 @@ jx_status_t jx_model_captures_hold(jx_dev_id_t dev_id, bool held) {
 
 jx_status_t jx_model_ports_wait_idle(jx_dev_id_t dev_id, uint32_t timeout_ms) {
   Place place;
-  const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
+  const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   const std::chrono::milliseconds patience(timeout_ms);
   return place.target->ports().waitUntilIdle(patience) ? JX_SUCCESS : JX_NOT_READY;

@@ -3,10 +3,19 @@
 #include <algorithm>
 #include <future>
 
+#include "model/clock.h"
+#include "model/device.h"
+#include "model/rt_info.h"
+
 namespace jxmodel {
 
-Switch::Switch(const Device& device) : pipeline_(device) {
-  ports_.start([this](uint32_t port, PacketBuffer&& packet) { receive(port, std::move(packet)); });
+Switch::Switch(const Device& device) : service_(*device.service()), pipeline_(device) {
+  for (const auto& info : device.infos()) {
+    if (&info->program() != pipeline_.program()) continue;
+    for (const auto& channel : info->channels()) channels_.push_back(channel.get());
+  }
+  ports_.start([this](uint32_t port, PacketBuffer&& packet) { receive(port, std::move(packet)); },
+               [this] { inputsEnded(); });
 }
 
 Switch::~Switch() { end(); }
@@ -38,7 +47,9 @@ bool Switch::inject(uint32_t port, std::vector<PacketBuffer> packets) {
   for (size_t first = 0; first < packets.size(); first += kBurst) {
     const size_t last = std::min(packets.size(), first + kBurst);
     const bool done = runOnIoThread([&] {
+      injecting_ = true;
       for (size_t i = first; i < last; ++i) ports_.inject(port, std::move(packets[i]));
+      injecting_ = false;
     });
     if (!done) return false;
   }
@@ -81,9 +92,31 @@ void Switch::showTaps(uint32_t port, const PacketBuffer& packet, bool leaving) {
 // --- the I/O thread
 
 void Switch::receive(uint32_t port, PacketBuffer&& packet) {
+  awaitTimers(packet);
   if (tapped_.load(std::memory_order_acquire)) showTaps(port, packet, false);
-  // Nobody takes learn messages yet.
-  pipeline_.forward(port, std::move(packet), *this, nullptr);
+  pipeline_.forward(port, std::move(packet), *this, &digests_);
+  if (!digests_.empty()) tellDigests(port);
+}
+
+/// Lets what was due before the packet come before it.
+void Switch::awaitTimers(const PacketBuffer& packet) {
+  Clock& clock = Clock::instance();
+  if (packet.timeNs() > 0) clock.observe(static_cast<uint64_t>(packet.timeNs()));
+  // The machine's time does not wait for anybody.
+  if (clock.source() != JX_MODEL_CLOCK_REAL) service_.awaitTimers(clock.now());
+}
+
+void Switch::tellDigests(uint32_t port) {
+  const bool patient = !injecting_ && ports_.readsCapture(port);
+  const auto full = patient ? LearnChannel::Full::kWait : LearnChannel::Full::kLose;
+  for (const Digest& digest : digests_) channels_[digest.learn]->offer(digest.values.data(), full);
+  digests_.clear();
+}
+
+/// Nothing moves a clock that follows captures now: messages that were begun would wait for ever.
+void Switch::inputsEnded() {
+  if (Clock::instance().source() != JX_MODEL_CLOCK_CAPTURE) return;
+  for (LearnChannel* const channel : channels_) channel->close();
 }
 
 void Switch::send(uint32_t port, PacketBuffer&& packet) {

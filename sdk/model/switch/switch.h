@@ -3,6 +3,11 @@
 // A packet that comes in runs through the tables on the I/O thread of the ports and leaves on that
 // thread. Packets that are injected do the same; so packets meet the tables one after the other.
 //
+// Where the model's clock does not run by itself, what was due before a packet is told before the
+// packet is processed: a day of traffic in seconds ages the same entries as a day would. Packets of
+// capture files wait until their digests find room; those of interfaces, which come when they come,
+// and those that are injected lose them.
+//
 // Thread safety: any thread may call anything but the I/O thread itself, on which no caller's code
 // runs.
 #pragma once
@@ -21,6 +26,8 @@
 namespace jxmodel {
 
 class Device;
+class LearnChannel;
+class ServiceThread;
 
 class Switch final : private Egress {
  public:
@@ -60,8 +67,15 @@ class Switch final : private Egress {
   void flood(uint32_t ingress_port, PacketBuffer&& packet) override;
   void showTaps(uint32_t port, const PacketBuffer& packet, bool leaving);
   bool runOnIoThread(std::function<void()> work);
+  void awaitTimers(const PacketBuffer& packet);
+  void tellDigests(uint32_t port);
+  void inputsEnded();
 
+  ServiceThread& service_;
   const Pipeline pipeline_;
+  std::vector<LearnChannel*> channels_;  // as Program::learns of the pipeline's program
+  std::vector<Digest> digests_;          // of one packet; the I/O thread's
+  bool injecting_ = false;               // the I/O thread's
   std::atomic<uint64_t> sent_nowhere_{0};
   std::vector<uint32_t> flood_ports_;  // the I/O thread's
 
