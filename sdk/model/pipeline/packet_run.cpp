@@ -8,9 +8,19 @@
 
 #include "model/clock.h"
 #include "model/device.h"
+#include "model/idle_watch.h"
 #include "model/wire_value.h"
 
 namespace jxmodel {
+namespace {
+
+/// Of the fragments of a datagram, only the first has these headers.
+bool isOfSegment(Header header) {
+  return header == Header::kL4 || header == Header::kTcp || header == Header::kUdp ||
+         header == Header::kIcmp || header == Header::kIcmpv6;
+}
+
+}  // namespace
 
 PacketRun::PacketRun(const Pipeline& pipeline, const Pipeline::Packet& packet,
                      std::vector<Digest>* digests, Trace* trace)
@@ -89,12 +99,18 @@ MatchTable::Applied PacketRun::lookUp(const CompiledApply& apply) {
   return table.apply(values.data());
 }
 
+/// Fragments of a datagram take one member: ports, which the first alone has, count for none.
 SelectorTable::Choice PacketRun::choose(const CompiledApply& apply, uint32_t group) {
   Bytes values(apply.hash_bytes);
   uint8_t* at = values.data();
   for (const uint32_t field : apply.hash_fields) {
-    load(field, at);
-    at += program_.fields[field].bytes;
+    const CompiledField& bound = program_.fields[field];
+    if (view_.headers.fragment && bound.id && isOfSegment(fieldHeader(*bound.id))) {
+      std::fill_n(at, bound.bytes, uint8_t{0});
+    } else {
+      load(field, at);
+    }
+    at += bound.bytes;
   }
   const auto hash = static_cast<uint32_t>(crc32_z(0, values.data(), values.size()));
   const SelectorTable& groups = *apply.state->group_state->groups;
@@ -128,12 +144,15 @@ BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Ap
   return members.actionOf(member);
 }
 
+/// Keeps an entry from ageing out.
+void PacketRun::touch(const TableState& state, uint32_t slot) {
+  if (state.match->hit(slot, now()) && state.idle != nullptr) state.idle->woken(slot);
+}
+
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
   if (trace_ == nullptr) {
-    if (applied.hit && apply.state->table->idle_timeout) {
-      apply.state->match->hit(applied.slot, now());
-    }
+    if (applied.hit && apply.state->table->idle_timeout) touch(*apply.state, applied.slot);
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }

@@ -27,6 +27,7 @@ Bytes otherFrame();
 uint64_t numberAt(const Bytes& frame, size_t offset, size_t bytes);
 
 // Places in an untagged IPv4 frame.
-inline constexpr size_t kEthernetDst = 0, kEthernetSrc = 6, kTtl = 22, kIpv4Src = 26, kIpv4Dst = 30;
+inline constexpr size_t kEthernetDst = 0, kEthernetSrc = 6, kFragment = 20, kTtl = 22,
+                        kIpv4Src = 26, kIpv4Dst = 30;
 
 }  // namespace jxpipelinetest

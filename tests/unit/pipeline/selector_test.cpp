@@ -67,6 +67,21 @@ TEST_F(Selector, SpreadsRealFlowsEvenly) {
 
 TEST_F(Selector, KeepsFlowsTogether) { EXPECT_EQ(ports(), ports()); }
 
+// The first fragment has ports, the others have none.
+TEST_F(Selector, KeepsTheFragmentsOfADatagramTogether) {
+  size_t apart = 0;
+  for (size_t i = 0; i < 200; ++i) {
+    Bytes first = ipv4Frame(flows_[i]);
+    Bytes later = first;
+    first[kFragment] = 0x20;
+    later[kFragment + 1] = 1;
+    const uint32_t port = router_->run(&first).port;
+    EXPECT_NE(port, 0U);
+    apart += router_->run(&later).port == port ? 0 : 1;
+  }
+  EXPECT_EQ(apart, 0U);
+}
+
 TEST_F(Selector, ADeactivatedMemberGivesUpItsFlowsOnlyAndGetsThemBack) {
   const std::vector<uint32_t> before = ports();
   ASSERT_EQ(groups().setActive(group_, members_[1], false), JX_SUCCESS);
