@@ -2,27 +2,12 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "command_error.h"
+#include "handler.h"
 #include "load_routes.h"
 #include "request.h"
-#include "shell.h"
 
 namespace jexapps {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-Result ok(std::string text = {}, Json fields = Json::object()) {
-  return Result{true, std::move(text), std::move(fields)};
-}
-
-std::string countText(uint64_t count, const char* singular, const char* plural) {
-  return std::to_string(count) + " " + (count == 1 ? singular : plural);
-}
-
-Result okCount(uint64_t entries) {
-  return ok(countText(entries, "entry", "entries"), {{"entries", entries}});
-}
 
 bool isMatchTable(const TableFacts& table) {
   return table.type == JX_RT_TABLE_MATCH_DIRECT || table.type == JX_RT_TABLE_MATCH_ACTION_DATA ||
@@ -34,13 +19,6 @@ const TableFacts& matchTable(Shell& shell, const Line& line) {
   const TableFacts& table = shell.table(line.operands[0]);
   if (isMatchTable(table)) return table;
   throw CommandError(table.name + " is no match table but " + tableKindName(table.type));
-}
-
-const TableFacts& tableOfType(Shell& shell, const Line& line, jx_rt_table_type_t type) {
-  const TableFacts& table = shell.table(line.operands[0]);
-  if (table.type == type) return table;
-  throw CommandError(table.name + " is no " + tableKindName(type) + " table but " +
-                     tableKindName(table.type));
 }
 
 uint32_t takeId(const char* name, Line* line) {
@@ -325,11 +303,9 @@ Result clearFallback(Shell& shell, Line& line) {
   return ok();
 }
 
-}  // namespace
-
-const std::vector<Command>& commands() {
+std::vector<Command> tableCommands() {
   using Arrow = Command::Arrow;
-  static const std::vector<Command> kCommands = {
+  return {
       {"tables", 0, 0, Arrow::kNever, "tables", "Lists the tables and how full they are.",
        listTables},
       {"dump", 1, 1, Arrow::kNever, "dump TABLE",
@@ -388,9 +364,42 @@ const std::vector<Command>& commands() {
        "members and groups in turn, or over all members if none is given. Lines of the other "
        "address family are skipped.",
        loadRoutes},
-      {"help", 0, 1, Arrow::kNever, "help [COMMAND]", "Explains one or all commands.", showHelp},
-      {"quit", 0, 0, Arrow::kNever, "quit", "Ends the shell, as the end of input does.", quitNever},
   };
+}
+
+std::vector<Command> ownCommands() {
+  using Operand = Command::Operand;
+  return {
+      {"help",
+       0,
+       1,
+       Command::Arrow::kNever,
+       "help [COMMAND]",
+       "Explains one or all commands.",
+       showHelp,
+       {Operand::kCommand, Operand::kOther}},
+      {"quit",
+       0,
+       0,
+       Command::Arrow::kNever,
+       "quit",
+       "Ends the shell, as the end of input does.",
+       quitNever,
+       {Operand::kOther, Operand::kOther}},
+  };
+}
+
+}  // namespace
+
+const std::vector<Command>& commands() {
+  static const std::vector<Command> kCommands = [] {
+    std::vector<Command> all;
+    for (const auto group :
+         {tableCommands, counterCommands, barrierCommands, notificationCommands, ownCommands}) {
+      for (const Command& command : group()) all.push_back(command);
+    }
+    return all;
+  }();
   return kCommands;
 }
 

@@ -1,5 +1,6 @@
 // partner-shell: a partner application that a person or a script drives line by line.
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 
 #include "JexHybridSlice/JexPartnerLib.h"
 #include "input.h"
+#include "partner_library.h"
 #include "program_check.h"
 #include "progress.h"
 #include "shell.h"
@@ -130,6 +132,20 @@ bool runInput(int script_fd, const StopSignal& stop, Shell& shell, const Output&
   return true;
 }
 
+// Columns of the terminal that standard output is, 0 if it is none.
+size_t columnsOfOutput() {
+  constexpr size_t kUsual = 80;
+  if (isatty(STDOUT_FILENO) != 1) return 0;
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsual;
+  return size.ws_col;
+}
+
+jx_status_t readFacts(jx_dev_id_t device, DeviceFacts* facts) {
+  const jx_status_t status = readTableFacts(device, &facts->tables);
+  return status == JX_SUCCESS ? readDigestFacts(device, &facts->digests) : status;
+}
+
 // Brings the library up, runs the commands, takes it down. The library stops the process where it
 // cannot start.
 int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
@@ -152,15 +168,21 @@ int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
 
   bool succeeded = false;
   {
-    std::vector<TableFacts> tables;
-    const jx_status_t status = readTableFacts(options.device, &tables);
-    Output output(std::cout, options.json);
-    Shell shell(*session, target, std::move(tables), output, [&] { return stop.requested(); });
+    DeviceFacts facts;
+    const jx_status_t status = readFacts(options.device, &facts);
+    PartnerLibrary library(*session, target);
+    Output output(std::cout, options.json, columnsOfOutput());
+    Shell shell(*session, target, std::move(facts), library, output,
+                [&] { return stop.requested(); });
     if (status != JX_SUCCESS) {
-      std::fprintf(stderr, "partner-shell: tables: %s\n", statusText(status).c_str());
+      std::fprintf(stderr, "partner-shell: the device's programs: %s\n",
+                   statusText(status).c_str());
     } else {
       std::cout << "partner-shell: ready" << std::endl;
       succeeded = runInput(script_fd, stop, shell, output) && output.good();
+      for (const std::string& remark : shell.finish()) {
+        std::fprintf(stderr, "partner-shell: %s\n", remark.c_str());
+      }
     }
   }
   PartnerLibShutdown(options.device);

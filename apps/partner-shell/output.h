@@ -20,14 +20,20 @@ struct Result {
 
 class Output {
  public:
-  Output(std::ostream& stream, bool json) : stream_(stream), json_(json) {}
+  /// `columns`: width of the terminal that `stream` is, 0 if it is none.
+  Output(std::ostream& stream, bool json, size_t columns = 0)
+      : stream_(stream), json_(json), columns_(columns) {}
 
   bool json() const { return json_; }
+  size_t columns() const { return columns_; }
 
   /// Whole lines that come before the result.
   void listing(std::string_view lines) {
     stream_.write(lines.data(), static_cast<std::streamsize>(lines.size()));
   }
+
+  /// Lets a reader see what has been listed until now.
+  void flush() { stream_.flush(); }
 
   /// The result line, flushed. `line_number` is the script's, for errors.
   void result(const Result& result, std::optional<uint64_t> line_number);
@@ -38,6 +44,7 @@ class Output {
  private:
   std::ostream& stream_;
   bool json_;
+  size_t columns_;
 };
 
 }  // namespace jexapps

@@ -7,6 +7,8 @@
 namespace jexapps {
 namespace {
 
+constexpr std::chrono::seconds kLastAnswer{1};  // that the agent is given at the end
+
 const Command* findCommand(std::string_view name) {
   const auto it = std::find_if(commands().begin(), commands().end(),
                                [&](const Command& command) { return name == command.name; });
@@ -33,37 +35,39 @@ Result errorResult(const CommandError& error) {
   return result;
 }
 
-bool startsWith(const std::string& text, std::string_view prefix) {
-  return text.compare(0, prefix.size(), prefix) == 0;
-}
-
-void addIfPrefixed(std::string candidate, std::string_view prefix,
-                   std::vector<std::string>* candidates) {
-  if (startsWith(candidate, prefix)) candidates->push_back(std::move(candidate));
-}
-
-void addTableWords(const TableFacts& table, bool behind_arrow, std::string_view prefix,
-                   std::vector<std::string>* candidates) {
-  if (!behind_arrow) {
-    for (const auto& field : table.key) addIfPrefixed(field.name + "=", prefix, candidates);
-    addIfPrefixed("->", prefix, candidates);
-    return;
+// What answers to `name` or `program.name`. `what` names its kind, `where` tells where to look.
+template <typename Facts>
+const Facts& findByName(const std::vector<Facts>& all, const std::string& name, const char* what,
+                        const char* where) {
+  const Facts* found = nullptr;
+  std::string several;
+  for (const Facts& facts : all) {
+    const std::string full_name = facts.program + "." + facts.name;
+    if (name == full_name) return facts;
+    if (name != facts.name) continue;
+    found = &facts;
+    several += (several.empty() ? "" : ", ") + full_name;
   }
-  for (const auto& action : table.actions) {
-    addIfPrefixed(action.name, prefix, candidates);
-    for (const auto& param : action.params) addIfPrefixed(param.name + "=", prefix, candidates);
+  if (found == nullptr) throw CommandError("no " + std::string(what) + " '" + name + "'" + where);
+  if (several.find(", ") != std::string::npos) {
+    throw CommandError("several " + std::string(what) + "s are called '" + name + "': " + several);
   }
+  return *found;
 }
 
 }  // namespace
 
-Shell::Shell(const jxrt::JxRtSession& session, const jx_rt_target_t& target,
-             std::vector<TableFacts> tables, Output& output, std::function<bool()> stop_requested)
+Shell::Shell(const jxrt::JxRtSession& session, const jx_rt_target_t& target, DeviceFacts facts,
+             Partner& partner, Output& output, std::function<bool()> stop_requested)
     : session_(session),
       target_(target),
-      tables_(std::move(tables)),
+      facts_(std::move(facts)),
+      partner_(partner),
       output_(output),
-      stop_requested_(std::move(stop_requested)) {}
+      stop_requested_(std::move(stop_requested)),
+      counters_(partner),
+      barriers_(partner),
+      notifications_(partner) {}
 
 Shell::Outcome Shell::run(std::string_view text, std::optional<uint64_t> line_number) {
   Result result;
@@ -89,51 +93,46 @@ Result Shell::execute(const std::vector<std::string>& words) {
   return command->handler(*this, line);
 }
 
-std::vector<std::string> Shell::completions(std::string_view text) const {
-  std::vector<std::string> candidates;
-  const size_t blank = text.find_last_of(" \t");
-  const size_t last = blank == std::string_view::npos ? 0 : blank + 1;
-  const std::string_view prefix = text.substr(last);
-  std::vector<std::string> words;
-  try {
-    words = splitWords(text.substr(0, last));
-  } catch (const CommandError&) {
-    return candidates;  // within a quoted word
-  }
-  if (words.empty() || (words.size() == 1 && words[0] == "help")) {
-    for (const Command& command : commands()) addIfPrefixed(command.name, prefix, &candidates);
-  } else if (words.size() == 1) {
-    for (const TableFacts& table : tables_) addIfPrefixed(table.name, prefix, &candidates);
-  } else {
-    const bool behind_arrow = std::find(words.begin(), words.end(), "->") != words.end();
-    for (const TableFacts& table : tables_) {
-      if (table.name == words[1] || table.program + "." + table.name == words[1]) {
-        addTableWords(table, behind_arrow, prefix, &candidates);
-      }
+std::vector<std::string> Shell::finish() {
+  std::vector<std::string> remarks;
+  const bool registered = notifications_.deregisterAll(tables(), digests());
+  if (registered || counters_.any() || barriers_.anyPending()) {
+    if (agentAnswers() && counters_.any()) {
+      counters_.stopAll();
+      agentAnswers();
+    }
+    if (barriers_.anyPending()) {
+      remarks.emplace_back(
+          "the slice agent does not answer: it still has to tell this shell something,"
+          " and may stop over that");
     }
   }
-  return candidates;
+  for (const std::string& queue : notifications_.queueNames()) {
+    const uint64_t left = notifications_.discard(queue);
+    if (left > 0) {
+      remarks.push_back("queue '" + queue +
+                        "' was not drained, notifications in it: " + std::to_string(left));
+    }
+  }
+  return remarks;
+}
+
+bool Shell::agentAnswers() {
+  const auto go_on = [](Barriers::Time) { return true; };
+  return barriers_.run(Barriers::Kind::kSingle, nullptr, kLastAnswer, go_on).end ==
+         Barriers::End::kAnswered;
 }
 
 const TableFacts& Shell::table(const std::string& name) const {
-  const TableFacts* found = nullptr;
-  std::string several;
-  for (const TableFacts& table : tables_) {
-    const std::string full_name = table.program + "." + table.name;
-    if (name == full_name) return table;
-    if (name != table.name) continue;
-    found = &table;
-    several += (several.empty() ? "" : ", ") + full_name;
-  }
-  if (found == nullptr) throw CommandError("no table '" + name + "'; tables lists them");
-  if (several.find(", ") != std::string::npos) {
-    throw CommandError("several tables are called '" + name + "': " + several);
-  }
-  return *found;
+  return findByName(tables(), name, "table", "; tables lists them");
+}
+
+const DigestFacts& Shell::digest(const std::string& name) const {
+  return findByName(digests(), name, "digest", "");
 }
 
 const TableFacts& Shell::tableOf(const jxrt::JxRtTable* table) const {
-  for (const TableFacts& facts : tables_) {
+  for (const TableFacts& facts : tables()) {
     if (facts.table == table) return facts;
   }
   throw CommandError("no such table on this device");

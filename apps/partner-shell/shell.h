@@ -1,4 +1,5 @@
-// Carries out command lines on the tables of one virtual device.
+// Carries out command lines on the tables of one virtual device, and on its counters, barriers and
+// notifications.
 #pragma once
 
 #include <functional>
@@ -6,9 +7,14 @@
 #include <string_view>
 #include <vector>
 
+#include "barriers.h"
+#include "counters.h"
+#include "digests.h"
 #include "jxsdk/rt.hpp"
 #include "line.h"
+#include "notifications.h"
 #include "output.h"
+#include "partner.h"
 #include "table.h"
 
 namespace jexapps {
@@ -18,25 +24,42 @@ class Shell;
 /// One row of the table of commands.
 struct Command {
   enum class Arrow : uint8_t { kNever, kAlways, kMaybe };
+  enum class Operand : uint8_t {
+    kTable,
+    kCounterTable,
+    kIdleTable,
+    kDigest,
+    kQueue,
+    kCommand,
+    kOther
+  };
   const char* name;
   size_t min_operands, max_operands;
   Arrow arrow;  // whether the line has a -> part
   const char* usage;
   const char* help;
   Result (*handler)(Shell& shell, Line& line);
+  Operand operands[2] = {Operand::kTable, Operand::kOther};  // what they name, for completion
+  const char* options = "";                                  // words behind them, by blanks
 };
 
 /// All commands, in the order in which help lists them.
 const std::vector<Command>& commands();
 
+/// What a device has, by name.
+struct DeviceFacts {
+  std::vector<TableFacts> tables;
+  std::vector<DigestFacts> digests;
+};
+
 class Shell {
  public:
   enum class Outcome : uint8_t { kNothing, kOk, kError, kQuit };
 
-  /// The session and `output` have to outlive the shell. `stop_requested` is asked now and then
-  /// by commands that take long; they end early once it is true.
-  Shell(const jxrt::JxRtSession& session, const jx_rt_target_t& target,
-        std::vector<TableFacts> tables, Output& output, std::function<bool()> stop_requested);
+  /// The session, `partner` and `output` have to outlive the shell. `stop_requested` is asked now
+  /// and then by commands that take long; they end early once it is true.
+  Shell(const jxrt::JxRtSession& session, const jx_rt_target_t& target, DeviceFacts facts,
+        Partner& partner, Output& output, std::function<bool()> stop_requested);
 
   /// Carries out one line and writes its result. `line_number` is the script's, for errors.
   Outcome run(std::string_view text, std::optional<uint64_t> line_number = std::nullopt);
@@ -44,25 +67,43 @@ class Shell {
   /// What could stand in the place of the last word of `text`, which may be empty.
   std::vector<std::string> completions(std::string_view text) const;
 
+  /// Stops the counters and registrations that are left, so that the slice agent has nothing more
+  /// to say to this partner, and waits a moment until it has understood. Returns what a person
+  /// should know, a line each.
+  std::vector<std::string> finish();
+
   // For the handlers.
   const jxrt::JxRtSession& session() const { return session_; }
   const jx_rt_target_t& target() const { return target_; }
-  const std::vector<TableFacts>& tables() const { return tables_; }
+  const std::vector<TableFacts>& tables() const { return facts_.tables; }
+  const std::vector<DigestFacts>& digests() const { return facts_.digests; }
+  Partner& partner() { return partner_; }
+  Counters& counters() { return counters_; }
+  Barriers& barriers() { return barriers_; }
+  Notifications& notifications() { return notifications_; }
+  std::vector<std::string> queueNames() const { return notifications_.queueNames(); }
   Output& output() { return output_; }
   bool stopRequested() const { return stop_requested_(); }
   /// The table called `name` or `program.name`; throws CommandError if that is not one table.
   const TableFacts& table(const std::string& name) const;
+  /// The digest called `name` or `program.name`; throws CommandError if that is not one digest.
+  const DigestFacts& digest(const std::string& name) const;
   /// The table behind an SDK object; throws CommandError if there is none.
   const TableFacts& tableOf(const jxrt::JxRtTable* table) const;
 
  private:
   Result execute(const std::vector<std::string>& words);
+  bool agentAnswers();
 
   const jxrt::JxRtSession& session_;
   jx_rt_target_t target_;
-  std::vector<TableFacts> tables_;
+  DeviceFacts facts_;
+  Partner& partner_;
   Output& output_;
   std::function<bool()> stop_requested_;
+  Counters counters_;
+  Barriers barriers_;
+  Notifications notifications_;
 };
 
 }  // namespace jexapps

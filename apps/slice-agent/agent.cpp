@@ -1,5 +1,6 @@
 #include "agent.h"
 
+#include <algorithm>
 #include <thread>
 
 #include "JexHybridSlice/JexPartnerLib.h"
@@ -17,6 +18,18 @@ void check(jx_status_t status, const std::string& what) {
   const char* text = "";
   jx_rt_err_str(status, &text);
   throw StartError(what + ": " + text);
+}
+
+// Calls `update` every `interval` for ever. What a stopped or busy process has missed is not made
+// up for.
+void startPeriodic(std::chrono::milliseconds interval, bool (*update)()) {
+  std::thread([=] {
+    using Clock = std::chrono::steady_clock;
+    for (auto next = Clock::now() + interval;; next = std::max(next + interval, Clock::now())) {
+      std::this_thread::sleep_until(next);
+      update();
+    }
+  }).detach();
 }
 
 }  // namespace
@@ -83,12 +96,13 @@ void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms) {
 }
 
 void startHeartbeat(std::chrono::milliseconds interval) {
-  std::thread([interval] {
-    for (auto next = std::chrono::steady_clock::now() + interval;; next += interval) {
-      std::this_thread::sleep_until(next);
-      PartnerLib::PeriodicHeartbeatUpdate();
-    }
-  }).detach();
+  startPeriodic(interval, PartnerLib::PeriodicHeartbeatUpdate);
+}
+
+void startCounterUpdate(std::chrono::milliseconds interval, CounterUpdate update) {
+  startPeriodic(interval, update == CounterUpdate::kModel
+                              ? PartnerLib::PeriodicHybridCounterUpdateModel
+                              : PartnerLib::PeriodicHybridCounterUpdate);
 }
 
 }  // namespace slice_agent

@@ -53,4 +53,12 @@ void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms);
 /// Sends heartbeats on a thread of its own, which never ends; the first after one interval.
 void startHeartbeat(std::chrono::milliseconds interval);
 
+/// How counter updates go about it: `kModel` asks for a second sync of each table behind the first,
+/// as software models of the chip need it.
+enum class CounterUpdate : uint8_t { kPlain, kModel };
+
+/// Updates the counters that partners have started on a thread of its own, which never ends; the
+/// first time after one interval.
+void startCounterUpdate(std::chrono::milliseconds interval, CounterUpdate update);
+
 }  // namespace slice_agent

@@ -27,6 +27,7 @@ struct Options {
   int timeout_ms = 100;
   int heartbeat_ms = 1000;
   int counter_update_ms = 1000;
+  bool model_counter_update = false;
   std::string control = "127.0.0.1:50051";
   std::vector<std::string> ports;
   std::string clock = "real";
@@ -64,9 +65,11 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
       ->check(milliseconds)
       ->capture_default_str();
   app.add_option("--counter-update-ms", options->counter_update_ms,
-                 "Interval of counter updates; 0: none (accepted; counters follow)")
+                 "Interval of updates of the counters that partners have started; 0: none")
       ->check(milliseconds)
       ->capture_default_str();
+  app.add_flag("--model-counter-update", options->model_counter_update,
+               "Sync each table twice an update, as software models of the chip need it");
   app.add_option("--control", options->control,
                  "Address of the control server, HOST:PORT (port 0: a free one), or off")
       ->capture_default_str();
@@ -121,6 +124,11 @@ bool awaitServing(const sigset_t& signals) {
   startAgentLoop(options.device, options.timeout_ms);
   if (!awaitServing(signals)) leave();
   if (options.heartbeat_ms > 0) startHeartbeat(std::chrono::milliseconds(options.heartbeat_ms));
+  if (options.counter_update_ms > 0) {
+    startCounterUpdate(
+        std::chrono::milliseconds(options.counter_update_ms),
+        options.model_counter_update ? CounterUpdate::kModel : CounterUpdate::kPlain);
+  }
   std::printf("slice-agent: ready, device %d, %zu tables, %s\n", options.device, tables,
               kAgentAddress);
   std::fflush(stdout);

@@ -11,61 +11,14 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "jxsdk/drv.h"
-#include "jxsdk/pipe_mgr.h"
 #include "request.h"
+#include "shell_on_device.h"
 
 namespace jexapps {
 namespace {
 
-constexpr jx_dev_id_t kDevice = 1;
-constexpr jx_rt_target_t kTarget{kDevice, JX_PIPE_ALL, 0, 0};
-
-class ShellTest : public testing::Test {
+class ShellTest : public ShellOnDevice {
  protected:
-  void SetUp() override {
-    ASSERT_EQ(jx_drv_init(), JX_SUCCESS);
-    ASSERT_EQ(pipe_mgr_init(), PIPE_SUCCESS);
-    ASSERT_EQ(jx_rt_module_init(0, 0, nullptr, nullptr), JX_SUCCESS);
-    const char* programs[] = {JEX_PROGRAMS_DIR "/l2_switch.json", JEX_PROGRAMS_DIR "/router.json"};
-    jx_device_profile_t profile{};
-    profile.num_programs = 2;
-    profile.program_files = programs;
-    profile.handle_base = 1000;
-    ASSERT_EQ(jx_virtual_device_add(kDevice, &profile, JX_DEV_TYPE_MODEL), JX_SUCCESS);
-    session_ = jxrt::JxRtSession::sessionCreate();
-    ASSERT_TRUE(session_);
-    useFormat(/*json=*/false);
-  }
-
-  void TearDown() override {
-    sut_.reset();
-    EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
-  }
-
-  void useFormat(bool json) {
-    std::vector<TableFacts> tables;
-    ASSERT_EQ(readTableFacts(kDevice, &tables), JX_SUCCESS);
-    output_ = std::make_unique<Output>(stream_, json);
-    sut_ = std::make_unique<Shell>(*session_, kTarget, std::move(tables), *output_,
-                                   [this] { return stop_; });
-  }
-
-  // What the shell writes for a line, without the last end of line.
-  std::string answer(const std::string& line) {
-    stream_.str("");
-    sut_->run(line);
-    std::string text = stream_.str();
-    if (!text.empty() && text.back() == '\n') text.pop_back();
-    return text;
-  }
-
-  void given(std::initializer_list<const char*> lines) {
-    for (const char* line : lines) {
-      ASSERT_EQ(answer(line).substr(0, 2), "ok") << line << ": " << stream_.str();
-    }
-  }
-
   void givenMembers() {
     given(
         {"member-add nexthops member=1 -> set_nexthop port=1 dmac=02:00:00:00:00:01 "
@@ -73,12 +26,6 @@ class ShellTest : public testing::Test {
          "member-add nexthops member=2 -> set_nexthop port=2 dmac=02:00:00:00:00:02 "
          "smac=02:00:00:00:01:02"});
   }
-
-  std::shared_ptr<jxrt::JxRtSession> session_;
-  std::ostringstream stream_;
-  std::unique_ptr<Output> output_;
-  std::unique_ptr<Shell> sut_;
-  bool stop_ = false;
 };
 
 TEST_F(ShellTest, AnEntryIsAddedModifiedAndDeleted) {
