@@ -2,6 +2,10 @@
 
 #include <pcap/pcap.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
 #include "client.h"
 
 namespace switchctl {
@@ -25,10 +29,12 @@ CaptureOut::CaptureOut(const std::string& path) : path_(path), handle_(std::make
   handle_->format =
       pcap_open_dead_with_tstamp_precision(DLT_EN10MB, kLongestFrame, PCAP_TSTAMP_PRECISION_NANO);
   if (handle_->format == nullptr) throw CallError("cannot write " + path_ + ": no memory");
-  handle_->file = pcap_dump_open(handle_->format, path_.c_str());
-  if (handle_->file == nullptr) {
-    throw CallError("cannot write " + std::string(pcap_geterr(handle_->format)));
-  }
+  std::FILE* const file = std::fopen(path_.c_str(), "wbe");
+  if (file == nullptr) fail();
+  handle_->file = pcap_dump_fopen(handle_->format, file);
+  if (handle_->file != nullptr) return;
+  std::fclose(file);
+  throw CallError("cannot write " + path_ + ": " + pcap_geterr(handle_->format));
 }
 
 CaptureOut::~CaptureOut() = default;
@@ -45,7 +51,12 @@ void CaptureOut::write(const jx::control::v1::CapturedPackets::Packet& packet) {
 }
 
 void CaptureOut::flush() {
-  if (pcap_dump_flush(handle_->file) != 0) throw CallError("cannot write " + path_);
+  if (pcap_dump_flush(handle_->file) != 0) fail();
+}
+
+/// With errno set.
+void CaptureOut::fail() const {
+  throw CallError("cannot write " + path_ + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace switchctl

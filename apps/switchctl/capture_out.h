@@ -9,7 +9,8 @@
 
 namespace switchctl {
 
-/// A pcap file with times in nanoseconds. Throws CallError where it cannot be written.
+/// A pcap file with times in nanoseconds, made anew. Throws CallError, saying which file and why,
+/// where it cannot be written.
 class CaptureOut {
  public:
   explicit CaptureOut(const std::string& path);
@@ -22,6 +23,8 @@ class CaptureOut {
 
  private:
   struct Handle;
+  [[noreturn]] void fail() const;
+
   const std::string path_;
   const std::unique_ptr<Handle> handle_;
   uint64_t packets_ = 0;

@@ -226,27 +226,33 @@ void Client::trace(uint32_t port, const std::string& file, const Place& place,
 void Client::capture(const pb::CaptureRequest& request,
                      const std::function<void(const pb::CapturedPackets&)>& consumer) {
   grpc::ClientContext context;
-  {
-    const std::lock_guard<std::mutex> lock(capture_mutex_);
-    cancel_capture_ = [&context] { context.TryCancel(); };
-    if (capture_stopped_) cancel_capture_();
-  }
+  // However it ends, by an exception of the consumer say: who stops it later finds no call.
+  const auto forget = [this](grpc::ClientContext*) { setCapture(nullptr); };
+  const std::unique_ptr<grpc::ClientContext, decltype(forget)> capturing(&context, forget);
+  setCapture(&context);
   const auto reader = stubs_->control.Capture(&context, request);
   for (pb::CapturedPackets packets; reader->Read(&packets);) consumer(packets);
   const grpc::Status status = reader->Finish();
-  bool stopped = false;
-  {
-    const std::lock_guard<std::mutex> lock(capture_mutex_);
-    cancel_capture_ = nullptr;
-    stopped = capture_stopped_;
-  }
-  if (!stopped || status.error_code() != grpc::StatusCode::CANCELLED) check(status, target_);
+  const bool stopped = captureStopped() && status.error_code() == grpc::StatusCode::CANCELLED;
+  if (!stopped) check(status, target_);
 }
 
 void Client::stopCapture() {
   const std::lock_guard<std::mutex> lock(capture_mutex_);
   capture_stopped_ = true;
-  if (cancel_capture_) cancel_capture_();
+  if (capture_ != nullptr) capture_->TryCancel();
+}
+
+/// The capture that runs from now on; null: none.
+void Client::setCapture(grpc::ClientContext* capture) {
+  const std::lock_guard<std::mutex> lock(capture_mutex_);
+  capture_ = capture;
+  if (capture_ != nullptr && capture_stopped_) capture_->TryCancel();
+}
+
+bool Client::captureStopped() {
+  const std::lock_guard<std::mutex> lock(capture_mutex_);
+  return capture_stopped_;
 }
 
 }  // namespace switchctl

@@ -12,6 +12,10 @@
 
 #include "switch.pb.h"
 
+namespace grpc {
+class ClientContext;
+}
+
 namespace switchctl {
 
 /// A call that failed: a line for the person, saying what, where and why.
@@ -63,10 +67,13 @@ class Client {
  private:
   struct Stubs;
 
+  void setCapture(grpc::ClientContext* capture);
+  bool captureStopped();
+
   const std::string target_;
   const std::unique_ptr<Stubs> stubs_;
-  std::mutex capture_mutex_;  // guards all below
-  std::function<void()> cancel_capture_;
+  std::mutex capture_mutex_;                // guards all below
+  grpc::ClientContext* capture_ = nullptr;  // of the capture that runs
   bool capture_stopped_ = false;
 };
 

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -227,21 +228,20 @@ jx::control::v1::CaptureRequest captureRequest(const Options& options) {
 }
 
 int runCapture(const Options& options, Client& client) {
-  CaptureOut out(options.file);
+  std::optional<CaptureOut> out;  // a capture that does not begin leaves a file as it was
   uint64_t lost = 0;
-  bool begun = false;
   const StopAtSignal stop(&client);
   client.capture(captureRequest(options), [&](const jx::control::v1::CapturedPackets& packets) {
-    if (!begun && !options.json) {
-      print("capturing at port " + std::to_string(options.port) + '\n');
-      finishOutput();
-    }
-    begun = true;
-    for (const auto& packet : packets.packets()) out.write(packet);
-    out.flush();
+    const bool begins = !out.has_value();
+    if (begins) out.emplace(options.file);
+    for (const auto& packet : packets.packets()) out->write(packet);
+    out->flush();
     lost = packets.lost();
+    if (!begins || options.json) return;
+    print("capturing at port " + std::to_string(options.port) + '\n');
+    finishOutput();
   });
-  print(renderCaptured(out.packets(), lost, options.format()));
+  print(renderCaptured(out ? out->packets() : 0, lost, options.format()));
   return EXIT_SUCCESS;
 }
 
@@ -250,8 +250,8 @@ using Command = int (*)(const Options& options, Client& client);
 CLI::App* addCommand(CLI::App* app, const char* name, const char* help, Command command,
                      Command* chosen) {
   CLI::App* const sub = app->add_subcommand(name, help);
-  sub->fallthrough();  // options stand before or after the command
-  sub->footer("Options of switchctl stand before or after the command, see switchctl --help.");
+  sub->fallthrough();  // options stand anywhere: before the command, after it, behind arguments
+  sub->footer("Options of switchctl stand anywhere, see switchctl --help.");
   sub->callback([=] { *chosen = command; });
   return sub;
 }

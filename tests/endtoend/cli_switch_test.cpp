@@ -301,6 +301,8 @@ TEST_F(L2Switch, IsTracedWithoutSendingAnything) {
   const json unknown = json::parse(run.output[1]);
   EXPECT_EQ(unknown.at("outcome"), "flooded");
   EXPECT_THAT(readCapture(pathOf("trace.out")), IsEmpty());
+  const json ports = json::parse(switchctl({"ports", "--json"}).output[0]);
+  EXPECT_EQ(ports.at("packets").at("received"), 0) << "traced packets are counted";
 
   const std::string text =
       testing::PrintToString(switchctl({"trace", capture, "--port", "1"}).output);
@@ -375,9 +377,19 @@ TEST_F(Ports, SayWhatIsWrongWithInjectTraceAndCapture) {
     EXPECT_TRUE(switchctl({command, broken}).endedWith(2));
     EXPECT_TRUE(switchctl({command, "--port", "512", broken}).endedWith(2));
   }
-  const Finished no_port = switchctl({"capture", "--port", "5", pathOf("nothing.out")});
+  const std::string kept = writeCapture("kept.pcap", {frameTo(mac(3))});
+  const Finished no_port = switchctl({"capture", "--port", "5", kept});
   EXPECT_TRUE(no_port.endedWith(1));
   EXPECT_EQ(no_port.error, "switchctl: 127.0.0.1:50051: there is no port 5\n");
+  EXPECT_THAT(readCapture(kept), SizeIs(1)) << "a capture that did not begin has emptied a file";
+  addPort("5=pcap:," + pathOf("sink.out"));
+  const Finished full_disk = switchctl({"capture", "--port", "5", "/dev/full"});
+  EXPECT_TRUE(full_disk.endedWith(1));
+  EXPECT_EQ(full_disk.error, "switchctl: cannot write /dev/full: No space left on device\n");
+  const Finished no_folder = switchctl({"capture", "--port", "5", "/nonexistent/out.pcap"});
+  EXPECT_TRUE(no_folder.endedWith(1));
+  EXPECT_EQ(no_folder.error,
+            "switchctl: cannot write /nonexistent/out.pcap: No such file or directory\n");
   EXPECT_EQ(switchctl({"ports", "--device", "4"}).error,
             "switchctl: 127.0.0.1:50051: there is no device 4\n");
 }
