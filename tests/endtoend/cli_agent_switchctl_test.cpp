@@ -192,6 +192,57 @@ TEST_F(Switchctl, TakesOptionsBeforeAndAfterTheCommand) {
   EXPECT_EQ(switchctl({"health", "--json", "--target", "127.0.0.1:50051"}).output, expected);
 }
 
+TEST_F(Switchctl, TakesOptionsBeforeBetweenAndBehindPositionalArguments) {
+  const Words expected{"{\"table\":\"smac\",\"entries\":0}"};
+  const Words options{"--json", "--target=127.0.0.1:50051", "--program", "l2_switch", "--device",
+                      "0"};
+  const auto with = [](Words words, const Words& more) {
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+  };
+  EXPECT_EQ(switchctl(with(options, {"count", "smac"})).output, expected);
+  EXPECT_EQ(switchctl(with(with({"count"}, options), {"smac"})).output, expected);
+  EXPECT_EQ(switchctl(with({"count", "smac"}, options)).output, expected);
+  EXPECT_EQ(
+      switchctl({"--json", "count", "--program", "l2_switch", "smac", "--device", "0"}).output,
+      expected);
+}
+
+TEST_F(Switchctl, TakesACommandsOwnOptionsBeforeAndBehindItsFile) {
+  // What is refused at last is the file, so all options of these were taken.
+  const std::string refusal = "switchctl: cannot read nowhere.pcap: No such file or directory\n";
+  for (const char* command : {"inject", "trace"}) {
+    for (const Words& rest :
+         {Words{"--port", "3", "nowhere.pcap"}, Words{"nowhere.pcap", "--port", "3"},
+          Words{"nowhere.pcap", "--json", "--port=3", "--device", "0"},
+          Words{"--device", "0", "nowhere.pcap", "--port", "3", "--json"}}) {
+      Words words{command};
+      words.insert(words.end(), rest.begin(), rest.end());
+      const Finished sut = switchctl(words);
+      EXPECT_TRUE(sut.endedWith(1)) << testing::PrintToString(words);
+      EXPECT_EQ(sut.error, refusal) << testing::PrintToString(words);
+    }
+  }
+}
+
+TEST_F(Switchctl, TakesTheOptionsOfACaptureBehindItsFile) {
+  // Each is refused for the value of the last option, so the ones before it were taken.
+  for (const Words& wrong :
+       {Words{"capture", "out.pcap", "--count", "3", "--direction", "in", "--port", "512"},
+        Words{"capture", "--port", "3", "out.pcap", "--count", "3", "--direction", "aside"},
+        Words{"capture", "out.pcap", "--port", "3", "--direction", "out", "--count", "few"}}) {
+    const Finished sut = switchctl(wrong);
+    EXPECT_TRUE(sut.endedWith(2)) << testing::PrintToString(wrong);
+    EXPECT_THAT(sut.error, AllOf(HasSubstr(wrong[wrong.size() - 2]), HasSubstr(wrong.back()),
+                                 HasSubstr("--help")));
+  }
+}
+
+TEST_F(Switchctl, TakesTheNameOfACommandForATableWhereATableIsAskedFor) {
+  EXPECT_EQ(switchctl({"count", "health", "--json"}).error,
+            "switchctl: 127.0.0.1:50051: there is no table 'health'\n");
+}
+
 TEST_F(Switchctl, ListsTheProgramsInTheAgentsOrder) {
   const Finished sut = switchctl({"programs", "--json"});
   ASSERT_TRUE(sut.endedWith(0)) << sut.error;
