@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds the benches and runs them where they meet no other agent. Figures also go to
-# build/bench/replicate.json and packets.json.
+# build/bench/replicate.json, packets.json and answers.json.
 #
 #   scripts/bench.sh [--perf] [--build-dir DIR] [REPLICATE-ARGUMENT]...     (see replicate --help)
 #
 # replicate measures updates a second from partner to switch, packets the packets a second that the
 # switch forwards: alone, beside a thread that updates its tables, and beside a partner that does so
-# over the socket (packets --help).
+# over the socket (packets --help), answers what barriers, counters and notifications cost beside the
+# least that they could (answers --help).
 #
 # --perf samples all processes of replicate as well (Debian: linux-perf) and tells, for each of them,
 # how its time is spread over the libraries.
@@ -30,11 +31,12 @@ while [[ $# -gt 0 ]]; do
 done
 
 mkdir -p build/bench
-if [[ ! -x $build_dir/bin/replicate || ! -x $build_dir/bin/packets ]]; then
+if [[ ! -x $build_dir/bin/replicate || ! -x $build_dir/bin/packets ||
+  ! -x $build_dir/bin/answers ]]; then
   scripts/setup
   scripts/configure release "$build_dir" -DJEX_BUILD_BENCH=ON >build/bench/configure.log
 fi
-cmake --build "$build_dir" --target replicate packets
+cmake --build "$build_dir" --target replicate packets answers
 scripts/in-private-namespaces --keep "$build_dir" "${perf[@]}" \
   "$build_dir/bin/replicate" --json build/bench/replicate.json "$@"
 if [[ ${#perf[@]} -gt 0 ]]; then
@@ -43,3 +45,5 @@ if [[ ${#perf[@]} -gt 0 ]]; then
 fi
 scripts/in-private-namespaces --keep "$build_dir" \
   "$build_dir/bin/packets" --json build/bench/packets.json
+scripts/in-private-namespaces --keep "$build_dir" \
+  "$build_dir/bin/answers" --json build/bench/answers.json
