@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "JexHybridSlice/JexPartnerLib.h"
@@ -72,7 +73,7 @@ void barrierPartner(const char* program, uint64_t count) {
   // would not give it.
   measure(count, [pid = getpid()](uint64_t name) {
     sendBarrier(0, name, pid);
-    while (PartnerBarrierGetLastComplete() != name) continue;
+    while (PartnerBarrierGetLastComplete() != name) std::this_thread::yield();
   });
 }
 
