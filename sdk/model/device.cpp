@@ -133,7 +133,11 @@ void Device::endPackets() {
 }
 
 void Device::endService() {
-  if (service_ != nullptr) service_->end();
+  if (service_ == nullptr) return;
+  for (const auto& info : infos_) {
+    for (const auto& watch : info->watches()) watch->end();
+  }
+  service_->end();
 }
 
 const RtInfo* Device::findInfo(const std::string& p4_name) const {

@@ -97,6 +97,7 @@ constexpr Entry kEntries[] = {
     {"jx_rt_grpc_server_run_with_addr", kStatusEffect},
     {"JxRtSession::sessionCreate", kNullEffect},
     {"JxRtSession::sessionInstantiate", kNullEffect},
+    {"JxRtSession::fromHandle", kNullEffect},
     {"JxRtSession::sessHandleGet", kDelayOnly},
     {"JxRtSession::cHandle", kDelayOnly},
     {"JxRtTableKey::setValue", kStatusEffect},

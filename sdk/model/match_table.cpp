@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include "model/clock.h"
+
 namespace jxmodel {
 
 MatchTable::MatchTable(const Program&, const Table& table, ActionDataTable* members,
@@ -76,7 +78,8 @@ jx_status_t MatchTable::add(const Addition& addition, uint32_t* slot) {
 void MatchTable::modify(uint32_t slot, uint32_t ttl_ms, const MatchResult& result) {
   reference(result);
   dereference(resultOf(slot));
-  entry(slot).ttl_ms = ttl_ms;
+  entry(slot).ttl_ms.store(ttl_ms, std::memory_order_relaxed);
+  entry(slot).activity.store(timeOfWrite(), std::memory_order_release);
   // One store: no Change, a packet that looks up meanwhile has no reason to do it again.
   const ResultWord before = entry(slot).result.exchange(wordOf(result), std::memory_order_acq_rel);
   ActionRecord::retire(reclaimer_, recordIn(before));
@@ -104,9 +107,21 @@ void MatchTable::fill(uint32_t slot, uint32_t priority, uint32_t ttl_ms,
   Entry& filled = entry(slot);
   filled.priority.store(priority, std::memory_order_relaxed);
   filled.next.store(kNoSlot, std::memory_order_relaxed);
-  filled.ttl_ms = ttl_ms;
-  filled.last_hit.store(0, std::memory_order_relaxed);
+  filled.ttl_ms.store(ttl_ms, std::memory_order_relaxed);
+  filled.activity.store(timeOfWrite(), std::memory_order_relaxed);
   filled.result.store(wordOf(result), std::memory_order_release);
+}
+
+uint64_t MatchTable::timeOfWrite() const {
+  return table_.idle_timeout ? Clock::instance().now() & kTime : 0;
+}
+
+bool MatchTable::markAged(uint32_t slot, uint64_t last_active, bool aged) {
+  uint64_t before = activityOf(slot);
+  const bool was_aged = (before & kAged) != 0;
+  if ((before & kTime) != last_active || was_aged == aged) return false;
+  return entry(slot).activity.compare_exchange_strong(before, before ^ kAged,
+                                                      std::memory_order_acq_rel);
 }
 
 /// Gives the slot back. Packets that found the entry before see what it was.

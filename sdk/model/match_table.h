@@ -87,19 +87,29 @@ class MatchTable {
   bool tryApply(const uint8_t* values, Applied* applied) const;
   Applied apply(const uint8_t* values) const;
 
-  /// Notes that a packet hit the entry, for entries that age. `now` is the model's clock, ns.
-  void hit(uint32_t slot, uint64_t now) const {
-    entry(slot).last_hit.store(now, std::memory_order_relaxed);
+  // Entries that age: of a table whose description says so. Times are the model's clock, ns.
+
+  /// Notes that a packet hit the entry. True if it had aged out: it is awake again.
+  bool hit(uint32_t slot, uint64_t now) const {
+    return (entry(slot).activity.exchange(kHit | (now & kTime), std::memory_order_acq_rel) &
+            kAged) != 0;
   }
-  /// 0: no packet hit it since it was added.
+  /// 0: no packet hit it since it was added or modified.
   uint64_t lastHitOf(uint32_t slot) const {
-    return entry(slot).last_hit.load(std::memory_order_relaxed);
+    const uint64_t activity = activityOf(slot);
+    return (activity & kHit) != 0 ? activity & kTime : 0;
   }
+  /// When the entry was last hit, or else added or modified.
+  uint64_t lastActiveOf(uint32_t slot) const { return activityOf(slot) & kTime; }
+  bool aged(uint32_t slot) const { return (activityOf(slot) & kAged) != 0; }
+  /// Marks the entry as aged out, or takes the mark away. False if it is marked so already, or was
+  /// active since `last_active`.
+  bool markAged(uint32_t slot, uint64_t last_active, bool aged);
 
   uint32_t handleOf(uint32_t slot) const { return store_.record(slot).handle; }
   const uint8_t* keyOf(uint32_t slot) const { return store_.at(slot) + kKeyOffset; }
   uint32_t priorityOf(uint32_t slot) const { return entry(slot).priority; }
-  uint32_t ttlOf(uint32_t slot) const { return entry(slot).ttl_ms; }
+  uint32_t ttlOf(uint32_t slot) const { return entry(slot).ttl_ms.load(std::memory_order_relaxed); }
   MatchResult resultOf(uint32_t slot) const;
 
   const KeyCodec& codec() const { return codec_; }
@@ -112,12 +122,20 @@ class MatchTable {
   /// MatchResult in one word: the record of an action, or a slot above two bits that say of what.
   using ResultWord = uintptr_t;
   struct Entry : RankedRecord {
-    uint32_t ttl_ms;
+    std::atomic<uint32_t> ttl_ms;
     std::atomic<ResultWord> result;
-    mutable std::atomic<uint64_t> last_hit;
+    mutable std::atomic<uint64_t> activity;  // a time, and the two bits above it
     // the packed key follows, then what the tuple space keeps
   };
   static constexpr size_t kKeyOffset = sizeof(Entry);
+  // One word, so that a packet that hits an entry just when it ages out wakes it.
+  static constexpr uint64_t kHit = uint64_t{1} << 63;   // the time is a packet's
+  static constexpr uint64_t kAged = uint64_t{1} << 62;  // has aged out since
+  static constexpr uint64_t kTime = kAged - 1;          // ns since 1970: until 2116
+  uint64_t activityOf(uint32_t slot) const {
+    return entry(slot).activity.load(std::memory_order_acquire);
+  }
+  uint64_t timeOfWrite() const;
   Entry& entry(uint32_t slot) { return *reinterpret_cast<Entry*>(store_.at(slot)); }
   const Entry& entry(uint32_t slot) const {
     return *reinterpret_cast<const Entry*>(store_.at(slot));

@@ -105,6 +105,19 @@ jx_status_t jx_model_learn_inject(jx_dev_id_t dev_id, const char* p4_name, const
   return place.channel->inject(values, count);
 }
 
+jx_status_t jx_model_idle_expire(jx_dev_id_t dev_id, const char* p4_name, const char* table_name,
+                                 uint32_t entry_handle) {
+  if (p4_name == nullptr || table_name == nullptr) return JX_INVALID_ARGUMENTS;
+  Place place;
+  const jx_status_t status = jxmodel::findProgram(dev_id, p4_name, &place);
+  if (status != JX_SUCCESS) return status;
+  for (const jxmodel::TableState* const state : place.info->states()) {
+    if (state->table->name != table_name) continue;
+    return state->idle == nullptr ? JX_NOT_SUPPORTED : state->idle->expire(entry_handle);
+  }
+  return JX_OBJECT_NOT_FOUND;
+}
+
 jx_status_t jx_model_notify_wait_idle(jx_dev_id_t dev_id, uint32_t timeout_ms) {
   Place place;
   const jx_status_t status = jxmodel::findDevice(dev_id, &place);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <vector>
 
+#include "model/idle_watch.h"
 #include "model/plcmt_info.h"
 
 namespace jxmodel {
@@ -74,7 +75,9 @@ jx_status_t addMatch(TableState& state, const Info& info) {
   const jx_status_t status = resultOf(state, info, &addition.result);
   if (status != JX_SUCCESS) return status;
   uint32_t slot = kNoSlot;
-  return table.add(addition, &slot);
+  const jx_status_t added = table.add(addition, &slot);
+  if (added == JX_SUCCESS && state.idle != nullptr) state.idle->written(slot);
+  return added;
 }
 
 /// The entry that data with a key is about: the one of the handle, and the key has to be its own.
@@ -96,6 +99,7 @@ jx_status_t modifyMatch(TableState& state, const Info& info) {
   status = resultOf(state, info, &result);
   if (status != JX_SUCCESS) return status;
   state.match->modify(slot, info.placement.header.ttl_ms, result);
+  if (state.idle != nullptr) state.idle->written(slot);
   return JX_SUCCESS;
 }
 

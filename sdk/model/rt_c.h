@@ -1,7 +1,9 @@
-// Handles of the C face: each is the address of the object that it stands for.
+// Handles of the C face: each is the address of the object that it stands for; a key's is that of
+// the word in it that names an entry.
 #pragma once
 
 #include "jxsdk/rt.hpp"
+#include "model/rt_key.h"
 
 namespace jxmodel {
 
@@ -21,11 +23,12 @@ inline const jxrt::JxRtInfo* object(const jx_rt_info_hdl* handle) {
 inline const jxrt::JxRtTable* object(const jx_rt_table_hdl* handle) {
   return objectOf<jxrt::JxRtTable>(handle);
 }
+// Keys are made by tables alone.
 inline jxrt::JxRtTableKey* object(jx_rt_table_key_hdl* handle) {
-  return objectOf<jxrt::JxRtTableKey>(handle);
+  return static_cast<RtTableKey*>(objectOf<KeyFace>(handle));
 }
 inline const jxrt::JxRtTableKey* object(const jx_rt_table_key_hdl* handle) {
-  return objectOf<jxrt::JxRtTableKey>(handle);
+  return static_cast<const RtTableKey*>(objectOf<KeyFace>(handle));
 }
 inline jxrt::JxRtTableData* object(jx_rt_table_data_hdl* handle) {
   return objectOf<jxrt::JxRtTableData>(handle);
@@ -52,6 +55,15 @@ inline const jxrt::JxRtTableOperations* object(const jx_rt_table_operations_hdl*
 template <typename Handle, typename Object>
 Handle* handleOf(Object* object) {
   return reinterpret_cast<Handle*>(object);
+}
+template <>
+inline jx_rt_table_key_hdl* handleOf(jxrt::JxRtTableKey* key) {
+  return reinterpret_cast<jx_rt_table_key_hdl*>(
+      static_cast<KeyFace*>(static_cast<RtTableKey*>(key)));
+}
+template <>
+inline const jx_rt_table_key_hdl* handleOf(const jxrt::JxRtTableKey* key) {
+  return handleOf<jx_rt_table_key_hdl>(const_cast<jxrt::JxRtTableKey*>(key));
 }
 
 template <typename... Pointers>

@@ -11,6 +11,9 @@ RtInfo::RtInfo(const Device& device, std::shared_ptr<const Program> program,
   for (uint32_t i = 0; i < states_.size(); ++i) makeState(i, handle_base, device.reclaimer());
   for (const auto& state : states_) {
     tables_.push_back(std::make_unique<RtTable>(device, *this, *state));
+    if (!state->table->idle_timeout || device.service() == nullptr) continue;
+    watches_.push_back(std::make_unique<IdleWatch>(device, *tables_.back(), *state));
+    state->idle = watches_.back().get();
   }
   for (const Learn& learn : program_->learns) {
     if (device.service() != nullptr) {

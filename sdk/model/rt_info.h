@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/idle_watch.h"
 #include "model/learn_channel.h"
 #include "model/program.h"
 #include "model/rt_learn.h"
@@ -35,6 +36,8 @@ class RtInfo final : public jxrt::JxRtInfo {
   std::vector<TableState*> states() const;
   /// By index into Program::tables.
   const RtTable& table(uint32_t index) const { return *tables_[index]; }
+  /// Of the tables that age; empty on a virtual device.
+  const std::vector<std::unique_ptr<IdleWatch>>& watches() const { return watches_; }
   /// As Program::learns; empty on a virtual device.
   const std::vector<std::unique_ptr<LearnChannel>>& channels() const { return channels_; }
 
@@ -44,6 +47,7 @@ class RtInfo final : public jxrt::JxRtInfo {
   std::shared_ptr<const Program> program_;
   std::vector<std::unique_ptr<TableState>> states_;  // as Program::tables
   std::vector<std::unique_ptr<RtTable>> tables_;     // as Program::tables
+  std::vector<std::unique_ptr<IdleWatch>> watches_;  // of tables that age
   std::vector<std::unique_ptr<LearnChannel>> channels_;
   std::vector<std::unique_ptr<RtLearn>> learns_;  // as Program::learns
 };

@@ -11,7 +11,13 @@ namespace jxmodel {
 
 class RtTable;
 
-class RtTableKey final : public jxrt::JxRtTableKey {
+/// What the C face of a key points at: its first word in memory is the handle of the entry that the
+/// key was read from by the SDK, 0 for a key that was not.
+struct KeyFace {
+  uint32_t entry_handle = 0;
+};
+
+class RtTableKey final : public jxrt::JxRtTableKey, public KeyFace {
  public:
   explicit RtTableKey(const RtTable& table);
 

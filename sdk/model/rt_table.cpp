@@ -1,6 +1,8 @@
 // Facts of tables, and the objects that go with them.
 #include "model/rt_table.h"
 
+#include <typeinfo>
+
 #include "model/device.h"
 #include "model/faults.h"
 #include "model/rt_info.h"
@@ -240,12 +242,13 @@ jx_status_t RtTable::dataReset(uint32_t action_id, jxrt::JxRtTableData* data) co
 }
 
 const RtTableKey* RtTable::own(const jxrt::JxRtTableKey& key) const {
-  // Keys and data are made by tables alone.
+  // Keys are made by tables alone.
   const auto& mine = static_cast<const RtTableKey&>(key);
   return &mine.table() == this ? &mine : nullptr;
 }
 
 const RtTableData* RtTable::own(const jxrt::JxRtTableData& data) const {
+  if (typeid(data) != typeid(RtTableData)) return nullptr;  // a digest's
   const auto& mine = static_cast<const RtTableData&>(data);
   return &mine.table() == this ? &mine : nullptr;
 }
@@ -260,21 +263,6 @@ RtTableData* RtTable::own(jxrt::JxRtTableData* data) const {
 
 jx_status_t RtTable::checkTarget(const jx_rt_target_t& target) const {
   return target.dev_id == device_.id() ? JX_SUCCESS : JX_INVALID_ARGUMENTS;
-}
-
-// Ageing is not done yet.
-
-jx_status_t RtTable::idleTableAttributesAllocate(
-    jx_rt_idle_table_mode_t, std::unique_ptr<jxrt::JxRtTableAttributes>* attributes) const {
-  if (attributes == nullptr) return JX_INVALID_ARGUMENTS;
-  JXMODEL_ENTRY_OUT("JxRtTable::idleTableAttributesAllocate", attributes);
-  return description().idle_timeout ? JX_NOT_IMPLEMENTED : JX_NOT_SUPPORTED;
-}
-
-jx_status_t RtTable::tableAttributesSet(const jxrt::JxRtSession&, const jx_rt_target_t&, uint64_t,
-                                        const jxrt::JxRtTableAttributes&) const {
-  JXMODEL_ENTRY("JxRtTable::tableAttributesSet");
-  return JX_NOT_IMPLEMENTED;
 }
 
 }  // namespace jxmodel

@@ -120,5 +120,6 @@ uint32_t jx_rt_session_pipe_handle_get(const jx_rt_session_hdl* session) {
 }
 
 const jxrt::JxRtSession* jxrt::JxRtSession::fromHandle(const jx_rt_session_hdl* session) {
+  if (jxmodel::fault::check("JxRtSession::fromHandle").isNull()) return nullptr;
   return jxmodel::fromHandle(session);
 }

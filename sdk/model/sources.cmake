@@ -6,6 +6,7 @@ target_sources(jxmodel_core PRIVATE
   model/drv.cpp
   model/fault_entries.cpp
   model/faults.cpp
+  model/idle_watch.cpp
   model/key_codec.cpp
   model/learn_channel.cpp
   model/learn_data.cpp
@@ -23,6 +24,7 @@ target_sources(jxmodel_core PRIVATE
   model/rt_learn.cpp
   model/rt_operations.cpp
   model/rt_table.cpp
+  model/rt_table_idle.cpp
   model/rt_table_read.cpp
   model/rt_table_write.cpp
   model/selector_table.cpp

@@ -12,6 +12,8 @@
 
 namespace jxmodel {
 
+class IdleWatch;
+
 /// A placement callback with its cookie; a null function tells nobody.
 template <typename Function>
 struct UpdateCallback {
@@ -37,6 +39,9 @@ struct TableState {
   UpdateCallback<pipe_mat_update_cb> on_match;
   UpdateCallback<pipe_adt_update_cb> on_member;
   UpdateCallback<pipe_sel_update_cb> on_group;
+
+  /// Of a physical device's table whose entries age; else null.
+  IdleWatch* idle = nullptr;
 
   /// The table's action with this id, null if it has none such.
   const Action* actionById(uint32_t id) const {

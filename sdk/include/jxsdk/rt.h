@@ -67,7 +67,7 @@ typedef enum jx_rt_key_match_type {
 #define JX_RT_FIELD_MAX_MEMBERS "$MAX_MEMBERS"
 #define JX_RT_FIELD_MEMBERS "$MEMBERS"
 #define JX_RT_FIELD_MEMBERS_ACTIVE "$MEMBERS_ACTIVE"
-/* Data of an entry that ages: milliseconds, 32 bits. */
+/* Data of an entry that ages: milliseconds, 32 bits. With 0, or without it, the entry stays. */
 #define JX_RT_FIELD_TTL "$TTL"
 /* Counter tables: key of 32 bits, data of 64 bits each. See the operations in rt.hpp. */
 #define JX_RT_FIELD_COUNTER_INDEX "$COUNTER_INDEX"
@@ -76,6 +76,9 @@ typedef enum jx_rt_key_match_type {
 
 /** Flags of reads: ask the hardware instead of the software copy. */
 #define JX_RT_FLAG_FROM_HARDWARE UINT64_C(1)
+/** Flag of jx_rt_table_attributes_set: the attributes are about idle time, as all are so far. It
+ * may be left out. */
+#define JX_RT_FLAG_IDLE_TIME UINT64_C(16)
 
 /** Modes of idle-time attributes. */
 typedef enum jx_rt_idle_table_mode {
@@ -88,8 +91,9 @@ typedef enum jx_rt_table_operations_mode {
   JX_RT_OPERATION_COUNTER_SYNC = 0
 } jx_rt_table_operations_mode_t;
 
-/** Called on the SDK's thread when an entry ages out. `key` names the entry: its first 32-bit word
- *  is the entry handle; it is valid until the callback returns. */
+/** Called on the SDK's thread when an entry ages out. `key` names the entry: the first 32-bit word
+ * in memory at `key` is the entry handle, and the key's fields can be read; it is valid until the
+ *  callback returns. The callback may call the SDK; what it returns is not looked at. */
 typedef jx_status_t (*jx_rt_idle_tmo_cb)(jx_rt_target_t* target, const jx_rt_table_key_hdl* key,
                                          void* cookie);
 
@@ -265,15 +269,36 @@ JXSDK_API jx_status_t jx_rt_table_default_entry_get(const jx_rt_table_hdl* table
 
 /* ---- idle time -------------------------------------------------------------------------- */
 
-/** Attributes of a table that ages its entries. JX_NOT_SUPPORTED for a table that does not. */
+/* An entry ages out when no packet has hit it for its TTL ($TTL), counted from the last hit, or
+ * else from when it was added or modified. It stays where it is: the application is told, once, at
+ * the first look after the TTL, and decides. A packet that hits the entry afterwards, or a
+ * modification, wakes it: it can age out again. Default entries do not age.
+ *
+ * Packets hit the entries of physical devices. On a virtual device attributes can be set like
+ * anywhere, but nothing ages and nobody is told.
+ */
+
+/** Attributes of a table that ages its entries, to be filled in and then set. JX_NOT_SUPPORTED: the
+ *  table does not, or the mode is JX_RT_IDLE_MODE_POLL. */
 JXSDK_API jx_status_t jx_rt_table_idle_table_attributes_allocate(
     const jx_rt_table_hdl* table, jx_rt_idle_table_mode_t mode,
     jx_rt_table_attributes_hdl** attributes);
 JXSDK_API jx_status_t jx_rt_table_attributes_deallocate(jx_rt_table_attributes_hdl* attributes);
-/** Intervals in milliseconds: how often entries are looked at, and the bounds of a TTL. */
+/** Fills attributes in: whether somebody is told, and who. `ttl_query_interval` is how often
+ * entries are looked at, in milliseconds from when the attributes are set, 0 for as often as there
+ * is something to find (1 ms). A TTL other than 0 counts as at most `max_ttl` and at least
+ * `min_ttl` milliseconds, where these are not 0. JX_INVALID_ARGUMENTS: no callback, though enabled,
+ * or `min_ttl` above `max_ttl`. */
 JXSDK_API jx_status_t jx_rt_attributes_idle_table_notify_mode_set(
     jx_rt_table_attributes_hdl* attributes, bool enable, jx_rt_idle_tmo_cb callback,
     uint32_t ttl_query_interval, uint32_t max_ttl, uint32_t min_ttl, void* cookie);
+/** Sets a table's attributes, in place of those that were set before: one callback is told of a
+ *  table's entries. `flags` is 0 or JX_RT_FLAG_IDLE_TIME. The former callback is not called with
+ * its cookie any more once this has returned, nor does it run then, unless it is where this is
+ * called: that is the moment from which on the cookie may go. Nothing keeps a callback that runs,
+ * or is about to, from using a cookie that went before. Entries that have aged out already are told
+ * anew. The attributes may be deallocated at once. JX_INVALID_ARGUMENTS: they are another table's,
+ * or were not filled in. */
 JXSDK_API jx_status_t jx_rt_table_attributes_set(const jx_rt_table_hdl* table,
                                                  const jx_rt_session_hdl* session,
                                                  const jx_rt_target_t* target, uint64_t flags,

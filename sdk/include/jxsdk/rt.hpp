@@ -128,15 +128,16 @@ class JXSDK_API JxRtTableData {
   virtual jx_status_t isActive(uint32_t field_id, bool* is_active) const = 0;
 };
 
-/// Reported on the SDK's thread when an entry ages out.
+/// Reported on the SDK's thread when an entry ages out. The key is valid until the callback
+/// returns, and is also what jx_rt_idle_tmo_cb gets. What the callback returns is not looked at.
 using JxRtIdleTmoCb = std::function<jx_status_t(const jx_rt_target_t& target,
                                                 const JxRtTableKey* key, const void* cookie)>;
 
-/// Idle-time attributes of one table.
+/// Idle-time attributes of one table. See rt.h.
 class JXSDK_API JxRtTableAttributes {
  public:
   virtual ~JxRtTableAttributes() = default;
-  /// Intervals in milliseconds: how often entries are looked at, and the bounds of a TTL.
+  /// Times in milliseconds: how often entries are looked at, and the bounds of a TTL.
   virtual jx_status_t idleTableNotifyModeSet(bool enable, const JxRtIdleTmoCb& callback,
                                              uint32_t ttl_query_interval, uint32_t max_ttl,
                                              uint32_t min_ttl, const void* cookie) = 0;
@@ -307,14 +308,24 @@ class JXSDK_API JxRtTable {
   virtual jx_status_t tableOperationsExecute(const JxRtTableOperations& operations) const = 0;
 };
 
-/// Reported on the SDK's learn thread for each learn message. The message is held until it has been
-/// acknowledged with notifyAck.
+/// Reported on the SDK's learn thread for each learn message; `data` has one element for each
+/// digest, with all fields of the learn object. The message is held until it has been acknowledged
+/// with notifyAck, in the callback or later, on any thread. What the callback returns is not looked
+/// at.
 using JxRtLearnCb =
     std::function<jx_status_t(const jx_rt_target_t& target, std::shared_ptr<JxRtSession> session,
                               std::vector<std::unique_ptr<JxRtTableData>> data,
                               jx_rt_learn_msg_hdl* const learn_msg, const void* cookie)>;
 
 /// One learn object (digest) of one program on one device.
+///
+/// Digests are told in the order in which packets made them, several in one message. Only so many
+/// messages may be out without having been acknowledged; what comes meanwhile waits, and beyond a
+/// bound it is lost. A digest that equals one that has not been acknowledged yet is not told again.
+/// Digests that come when nobody has registered are dropped.
+///
+/// On a virtual device, where no packets are, the three calls that follow the facts give
+/// JX_NOT_SUPPORTED.
 class JXSDK_API JxRtLearn {
  public:
   virtual ~JxRtLearn() = default;
@@ -324,11 +335,19 @@ class JXSDK_API JxRtLearn {
   virtual jx_status_t learnFieldNameGet(uint32_t field_id, std::string* name) const = 0;
   /// Width in bits.
   virtual jx_status_t learnFieldSizeGet(uint32_t field_id, size_t* bits) const = 0;
+  /// One callback is told: it takes the place of one that was registered before (as that of a
+  /// client that has gone without a word), and what waits goes to the new one. The former is not
+  /// called any more once this has returned, nor does it run then, unless it is where this is
+  /// called.
   virtual jx_status_t callbackRegister(const std::shared_ptr<JxRtSession>& session,
                                        const jx_rt_target_t& target, const JxRtLearnCb& callback,
                                        const void* cookie) = 0;
+  /// The callback is not called any more once this has returned, nor does it run then, unless it is
+  /// where this is called. What it got can still be acknowledged; what waits is dropped. JX_SUCCESS
+  /// also if nobody had registered.
   virtual jx_status_t callbackDeregister(const std::shared_ptr<JxRtSession>& session,
                                          const jx_rt_target_t& target) = 0;
+  /// JX_OBJECT_NOT_FOUND: no such message, or it has been acknowledged before.
   virtual jx_status_t notifyAck(const std::shared_ptr<JxRtSession>& session,
                                 jx_rt_learn_msg_hdl* learn_msg) = 0;
 };

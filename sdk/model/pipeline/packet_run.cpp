@@ -8,6 +8,7 @@
 
 #include "model/clock.h"
 #include "model/device.h"
+#include "model/idle_watch.h"
 #include "model/wire_value.h"
 
 namespace jxmodel {
@@ -143,12 +144,15 @@ BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Ap
   return members.actionOf(member);
 }
 
+/// Keeps an entry from ageing out.
+void PacketRun::touch(const TableState& state, uint32_t slot) {
+  if (state.match->hit(slot, now()) && state.idle != nullptr) state.idle->woken(slot);
+}
+
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
   if (trace_ == nullptr) {
-    if (applied.hit && apply.state->table->idle_timeout) {
-      apply.state->match->hit(applied.slot, now());
-    }
+    if (applied.hit && apply.state->table->idle_timeout) touch(*apply.state, applied.slot);
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }

@@ -1,0 +1,236 @@
+#include "model/idle_watch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "model/clock.h"
+#include "model/device.h"
+#include "model/rt_table.h"
+
+namespace jxmodel {
+namespace {
+
+constexpr uint64_t kNsPerMs = 1'000'000;
+constexpr uint64_t kNever = ServiceThread::kNever;
+
+}  // namespace
+
+IdleWatch::IdleWatch(const Device& device, const RtTable& table, TableState& state)
+    : device_(device),
+      table_(table),
+      state_(state),
+      // The device stays until the callback has returned, which may remove it.
+      timer_(device.service()->makeTimer([this, kept = device.weak_from_this()](uint64_t moment) {
+        if (const auto stays = kept.lock()) look(moment);
+      })) {}
+
+void IdleWatch::set(IdleAttributes attributes, const jx_rt_target_t& target) {
+  std::shared_ptr<const Watcher> watcher;
+  if (attributes.enabled) {
+    watcher = std::make_shared<const Watcher>(Watcher{std::move(attributes), target});
+  }
+  {
+    Lock lock(mutex_);
+    watcher_ = watcher;
+    origin_ = Clock::instance().now();
+    calendar_.clear();
+    look_of_.clear();
+    current_.clear();
+    current_at_ = 0;
+    expired_.clear();
+    setTimer();
+    const uint64_t begun = calls_begun_;
+    if (!device_.service()->onThread()) {
+      changed_.wait(lock, [this, begun] { return calls_ended_ >= begun; });
+    }
+  }
+  if (watcher != nullptr) enterAll(watcher);
+}
+
+/// Enters what the table holds already, some entries at a time.
+void IdleWatch::enterAll(const std::shared_ptr<const Watcher>& watcher) {
+  for (uint32_t slot = 0;;) {
+    const std::lock_guard device_lock(device_.mutex());
+    const Lock lock(mutex_);
+    MatchTable& match = *state_.match;
+    const uint32_t end = std::min(slot + kSlice, match.end());
+    for (; slot < end && watcher_ == watcher; ++slot) {
+      if (!match.used(slot)) continue;
+      match.markAged(slot, match.lastActiveOf(slot), false);
+      enter(slot);
+    }
+    if (slot >= match.end() || watcher_ != watcher) return;
+  }
+}
+
+void IdleWatch::end() {
+  const Lock lock(mutex_);
+  watcher_ = nullptr;
+}
+
+void IdleWatch::written(uint32_t slot) {
+  const Lock lock(mutex_);
+  if (watcher_ != nullptr) enter(slot);
+}
+
+void IdleWatch::woken(uint32_t slot) { written(slot); }
+
+// --- the calendar
+
+uint64_t IdleWatch::intervalNs() const {
+  return std::max(watcher_->attributes.interval_ms, kShortestIntervalMs) * kNsPerMs;
+}
+
+/// 0: the entry does not age.
+uint64_t IdleWatch::ttlNs(uint32_t slot) const {
+  const IdleAttributes& bounds = watcher_->attributes;
+  uint32_t ttl = state_.match->ttlOf(slot);
+  if (ttl == 0) return 0;
+  if (bounds.max_ttl_ms != 0) ttl = std::min(ttl, bounds.max_ttl_ms);
+  return std::max(ttl, bounds.min_ttl_ms) * kNsPerMs;
+}
+
+/// When the TTL runs out if nothing hits the entry; kNever for one that does not age.
+uint64_t IdleWatch::deadlineOf(uint32_t slot) const {
+  const uint64_t ttl = ttlNs(slot);
+  if (ttl == 0) return kNever;
+  return std::max(state_.match->lastActiveOf(slot), Clock::instance().began()) + ttl;
+}
+
+/// Puts the entry where it is looked at next, unless it is looked at before.
+void IdleWatch::enter(uint32_t slot) {
+  const uint64_t deadline = deadlineOf(slot);
+  if (deadline == kNever) return;
+  const uint64_t interval = intervalNs();
+  const uint64_t after = deadline > origin_ ? deadline - origin_ : 0;
+  const uint64_t look = std::max<uint64_t>((after + interval - 1) / interval, 1);
+  if (slot >= look_of_.size()) look_of_.resize(std::max(slot + size_t{1}, look_of_.size() * 2));
+  if (look_of_[slot] != 0 && look_of_[slot] <= look) return;
+  look_of_[slot] = look;
+  const auto place = calendar_.try_emplace(look).first;
+  place->second.push_back(slot);
+  if (place == calendar_.begin()) setTimer();
+}
+
+void IdleWatch::setTimer() {
+  const bool nothing = watcher_ == nullptr || calendar_.empty();
+  device_.service()->set(timer_, nothing ? kNever : timeOf(calendar_.begin()->first));
+}
+
+/// The next entry to look at. False if there is none up to this moment.
+bool IdleWatch::nextInLook(uint64_t moment, uint32_t* slot) {
+  for (;;) {
+    while (current_at_ < current_.size()) {
+      *slot = current_[current_at_++];
+      if (look_of_[*slot] != current_look_) continue;  // entered anew elsewhere
+      look_of_[*slot] = 0;
+      return true;
+    }
+    if (calendar_.empty() || timeOf(calendar_.begin()->first) > moment) return false;
+    current_look_ = calendar_.begin()->first;
+    current_ = std::move(calendar_.begin()->second);
+    current_at_ = 0;
+    calendar_.erase(calendar_.begin());
+  }
+}
+
+// --- looks
+
+void IdleWatch::look(uint64_t moment) {
+  for (;;) {
+    const Finds finds = find(moment);
+    tell(finds);
+    if (!finds.more) return;
+  }
+}
+
+IdleWatch::Finds IdleWatch::find(uint64_t moment) {
+  Finds finds;
+  const std::lock_guard device_lock(device_.mutex());
+  const Lock lock(mutex_);
+  finds.watcher = watcher_;
+  if (watcher_ == nullptr) return finds;
+  uint32_t slot = 0;
+  for (uint32_t i = 0; i < kSlice; ++i) {
+    if (!nextInLook(moment, &slot)) {
+      setTimer();
+      return finds;
+    }
+    inspect(slot, moment, &finds);
+  }
+  finds.more = true;
+  return finds;
+}
+
+void IdleWatch::inspect(uint32_t slot, uint64_t moment, Finds* finds) {
+  MatchTable& match = *state_.match;
+  while (match.used(slot) && !match.aged(slot)) {
+    const uint64_t active = match.lastActiveOf(slot);
+    if (deadlineOf(slot) > moment) return enter(slot);
+    if (match.markAged(slot, active, true)) return age(slot, finds);
+    // A packet has hit it just now.
+  }
+}
+
+void IdleWatch::age(uint32_t slot, Finds* finds) {
+  const MatchTable& match = *state_.match;
+  finds->reports.push_back({match.handleOf(slot), match.priorityOf(slot)});
+  const uint8_t* const key = match.keyOf(slot);
+  finds->keys.insert(finds->keys.end(), key, key + match.codec().keyBytes());
+}
+
+void IdleWatch::tell(const Finds& finds) {
+  if (finds.reports.empty()) return;
+  const IdleAttributes& attributes = finds.watcher->attributes;
+  RtTableKey key(table_);
+  const uint8_t* packed = finds.keys.data();
+  for (const Report& report : finds.reports) {
+    {
+      const Lock lock(mutex_);
+      if (watcher_ != finds.watcher) return;
+      ++calls_begun_;
+    }
+    key.assign(packed, report.priority);
+    key.entry_handle = report.handle;
+    packed += state_.match->codec().keyBytes();
+    attributes.callback(finds.watcher->target, &key, attributes.cookie);
+    const Lock lock(mutex_);
+    ++calls_ended_;
+    changed_.notify_all();
+  }
+}
+
+// --- entries that age out when they are told to
+
+jx_status_t IdleWatch::expire(uint32_t handle) {
+  const std::lock_guard device_lock(device_.mutex());
+  const Lock lock(mutex_);
+  if (state_.match->findHandle(handle) == kNoSlot) return JX_OBJECT_NOT_FOUND;
+  if (watcher_ == nullptr) return JX_NOT_READY;
+  expired_.push_back(handle);
+  if (expired_.size() > 1) return JX_SUCCESS;
+  device_.service()->post([this, kept = device_.weak_from_this()] {
+    const auto stays = kept.lock();
+    if (stays == nullptr) return;
+    for (Finds finds = findExpired(); !finds.reports.empty(); finds = findExpired()) tell(finds);
+  });
+  return JX_SUCCESS;
+}
+
+IdleWatch::Finds IdleWatch::findExpired() {
+  Finds finds;
+  const std::lock_guard device_lock(device_.mutex());
+  const Lock lock(mutex_);
+  finds.watcher = watcher_;
+  MatchTable& match = *state_.match;
+  for (const uint32_t handle : std::exchange(expired_, {})) {
+    const uint32_t slot = match.findHandle(handle);
+    if (slot == kNoSlot || match.aged(slot)) continue;
+    while (!match.markAged(slot, match.lastActiveOf(slot), true)) {  // a packet hits it just now
+    }
+    age(slot, &finds);
+  }
+  return finds;
+}
+
+}  // namespace jxmodel
