@@ -7,6 +7,7 @@
 #include <mutex>
 #include <thread>
 
+#include "support/wait_until.h"
 #include "unit/pipeline/testbed.h"
 
 namespace jxpipelinetest {
@@ -199,6 +200,69 @@ TEST_F(BesideUpdates, AnAccessRuleThatMovesIsAlwaysInForce) {
                     permit = fresh;
                   });
   EXPECT_EQ(denied, 0U);
+}
+
+// What writers free is done within later writes, so a look-up can be made just in the middle of
+// one: it has to say that it does not count. That of the tests above comes there by chance only.
+TEST_F(BesideUpdates, ALookUpInTheMiddleOfARemovalDoesNotCount) {
+  struct Middle {
+    const jxmodel::MatchTable& table;
+    const Packed values;
+    bool reached = false, counted = false;
+  };
+  const auto look_up = [](void* owner, uint64_t) {
+    Middle& middle = *static_cast<Middle*>(owner);
+    jxmodel::MatchTable::Applied applied;
+    middle.reached = true;
+    middle.counted = middle.table.tryApply(middle.values.data(), &applied);
+  };
+  addRoute(1, 24, members_[0]);
+  Middle middle{*router_->table("ipv4_lpm").match, Packed().add(kFlow.dst, 4)};
+  {
+    const std::lock_guard<std::mutex> lock(router_->device().mutex());
+    router_->device().reclaimer()->defer(look_up, &middle, 0);
+  }
+  jxmodel::MatchTable::Applied applied;
+  EXPECT_TRUE(middle.table.tryApply(middle.values.data(), &applied));
+  EXPECT_TRUE(jextest::waitUntil([&] {
+    for (uint32_t i = 0; i < 1000 && !middle.reached; ++i) {
+      remove("ipv4_lpm", addRoute(2, 16, members_[0]));
+    }
+    return middle.reached;
+  }));
+  EXPECT_FALSE(middle.counted);
+  EXPECT_TRUE(middle.table.tryApply(middle.values.data(), &applied));
+}
+
+TEST(Sequence, ReadsAgainWhatMetAChange) {
+  jxmodel::Sequence sut;
+  int reads = 0;
+  EXPECT_TRUE(sut.read([&] {
+    if (++reads == 1) const jxmodel::Sequence::Change change(sut);
+  }));
+  EXPECT_EQ(reads, 2);
+}
+
+TEST(Sequence, GivesUpWhereItNeverStops) {
+  jxmodel::Sequence sut;
+  int reads = 0;
+  EXPECT_FALSE(sut.read([&] {
+    ++reads;
+    const jxmodel::Sequence::Change change(sut);
+  }));
+  EXPECT_GT(reads, 1);
+}
+
+TEST(Sequence, IsNotReadDuringAChangeNorDuringOneWithinIt) {
+  jxmodel::Sequence sut;
+  bool read = false;
+  {
+    const jxmodel::Sequence::Change change(sut);
+    { const jxmodel::Sequence::Change within(sut); }
+    EXPECT_FALSE(sut.read([&] { read = true; }));
+  }
+  EXPECT_FALSE(read);
+  EXPECT_TRUE(sut.read([&] { read = true; }));
 }
 
 TEST_F(BesideUpdates, NoCountIsLost) {
