@@ -30,6 +30,7 @@ struct Options {
   bool json = false;
   Place place;
   std::string table;
+  bool non_zero = false;
   std::string port_spec;
   uint32_t port = 0;
   std::string file;
@@ -110,17 +111,24 @@ int runCount(const Options& options, Client& client) {
   return EXIT_SUCCESS;
 }
 
+bool isZero(const jx::control::v1::Entry& entry) {
+  return entry.has_counter() && entry.counter().packets() == 0 && entry.counter().bytes() == 0;
+}
+
 int runEntries(const Options& options, Client& client) {
   // Counted first for the progress, and because a count is given up when nobody answers.
   Progress progress(client.count(options.table, options.place));
   jexapps::Dump dump(options.json ? jexapps::DumpFormat::kJson : jexapps::DumpFormat::kText);
   jexapps::EntryView view;
+  uint64_t seen = 0;
   client.entries(options.table, options.place, [&](const jx::control::v1::EntryChunk& chunk) {
     for (const jx::control::v1::Entry& entry : chunk.entries()) {
+      if (options.non_zero && isZero(entry)) continue;
       toView(entry, &view);
       dump.add(view);
     }
-    progress.update(dump.entries());
+    seen += static_cast<uint64_t>(chunk.entries_size());
+    progress.update(seen);
   });
   progress.clear();
   dump.write(print);
@@ -274,9 +282,10 @@ int run(int argc, char** argv) {
   addCommand(&app, "health", "Print SERVING if the server is well", runHealth, &command);
   addCommand(&app, "programs", "List the programs that the devices carry", runPrograms, &command);
   addCommand(&app, "tables", "List tables, their sizes and present entries", runTables, &command);
-  addCommand(&app, "entries", "Print all entries of a table, sorted", runEntries, &command)
-      ->add_option("TABLE", options.table, "Name of the table")
-      ->required();
+  CLI::App* const entries =
+      addCommand(&app, "entries", "Print all entries of a table, sorted", runEntries, &command);
+  entries->add_option("TABLE", options.table, "Name of the table")->required();
+  entries->add_flag("--non-zero", options.non_zero, "Leave out counters that are 0");
   addCommand(&app, "count", "Print how many entries a table holds", runCount, &command)
       ->add_option("TABLE", options.table, "Name of the table")
       ->required();

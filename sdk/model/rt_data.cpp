@@ -53,27 +53,32 @@ void RtTableData::markSet(const Param& param) {
 template <typename Self>
 auto* RtTableData::number32(Self& self, uint32_t field_id) {
   using Field = decltype(&self.member_id);
-  if (!self.table_.hasDataField(field_id)) return Field{nullptr};
+  Field field = nullptr;
   switch (field_id) {
     case kFieldMemberId:
-      return &self.member_id;
+      field = &self.member_id;
+      break;
     case kFieldGroupId:
-      return &self.group_id;
+      field = &self.group_id;
+      break;
     case kFieldMaxMembers:
-      return &self.max_members;
+      field = &self.max_members;
+      break;
     case kFieldTtl:
-      return &self.ttl_ms;
+      field = &self.ttl_ms;
+      break;
     default:
       return Field{nullptr};
   }
+  return self.table_.hasDataField(field_id) ? field : Field{nullptr};
 }
 
 template <typename Self>
 auto* RtTableData::number64(Self& self, uint32_t field_id) {
   using Field = decltype(&self.packets);
+  if (field_id != kFieldCounterPkts && field_id != kFieldCounterBytes) return Field{nullptr};
   if (!self.table_.hasDataField(field_id)) return Field{nullptr};
-  if (field_id == kFieldCounterPkts) return &self.packets;
-  return field_id == kFieldCounterBytes ? &self.bytes : Field{nullptr};
+  return field_id == kFieldCounterPkts ? &self.packets : &self.bytes;
 }
 
 jx_status_t RtTableData::setValue(uint32_t field_id, uint64_t value) {

@@ -79,9 +79,16 @@ jx_status_t RtTableKey::setPrefix(const KeyField& field, const uint8_t* value,
 }
 
 jx_status_t RtTableKey::setValue(uint32_t field_id, uint64_t value) {
-  const FieldNumber number(field(field_id), value);
-  if (!number.ok()) return JX_INVALID_ARGUMENTS;
-  return setValue(field_id, number.data(), number.size());
+  const KeyField* const found = field(field_id);
+  if (found == nullptr || found->match != JX_RT_MATCH_EXACT) {
+    const FieldNumber number(found, value);
+    if (!number.ok()) return JX_INVALID_ARGUMENTS;
+    return setValue(field_id, number.data(), number.size());
+  }
+  JXMODEL_ENTRY("JxRtTableKey::setValue");
+  if (!numberFits(value, found->width)) return JX_INVALID_ARGUMENTS;
+  writeNumber(value, at(*found), found->value_bytes);
+  return JX_SUCCESS;
 }
 
 jx_status_t RtTableKey::setValue(uint32_t field_id, const uint8_t* value, size_t size) {

@@ -83,7 +83,9 @@ void EntryReader::noteDataField(const JxRtFieldInfo& field) {
 
 jx_status_t EntryReader::readChunk(uint64_t* cursor, uint32_t count, pb::EntryChunk* chunk) {
   entries_.clear();
-  jx_status_t status = table_.tableEntriesGet(session_, target_, 0, cursor, count, &entries_);
+  // Of counters people want to see what has been counted, not what the application has synced.
+  const uint64_t flags = type_ == JX_RT_TABLE_COUNTER ? JX_RT_FLAG_FROM_HARDWARE : 0;
+  jx_status_t status = table_.tableEntriesGet(session_, target_, flags, cursor, count, &entries_);
   if (status != JX_SUCCESS) return status;
   for (const jxrt::JxRtTable::Entry& read : entries_) {
     pb::Entry* entry = chunk->add_entries();
