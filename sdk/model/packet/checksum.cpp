@@ -43,7 +43,7 @@ uint16_t foldSum(uint64_t sum) {
 std::optional<uint16_t> ipv4ChecksumOf(const uint8_t* data, const Headers& headers) {
   if (!headers.has(Header::kIpv4)) return std::nullopt;
   const uint8_t* ip = data + headers.at(Header::kIpv4);
-  const size_t bytes = (ip[0] & 0x0FU) * 4;
+  const size_t bytes = (ip[0] & 0x0FU) * size_t{4};
   const uint64_t sum = addWords(ip + 12, bytes - 12, addWords(ip, 10));
   return static_cast<uint16_t>(~foldSum(sum));
 }
