@@ -112,7 +112,7 @@ int64_t timeOf(const timeval& stamp) {
 /// Leaves `file` at its start.
 TimeResolution findResolution(std::FILE* file) {
   TimeResolution found = TimeResolution::kMicrosecond;
-  const std::optional<uint32_t> magic = readWord(file, false);
+  const uint32_t magic = readWord(file, false).value_or(0);  // 0: no capture file
   if (magic == kPcapNanoseconds || magic == kPcapNanosecondsSwapped) {
     found = TimeResolution::kNanosecond;
   } else if (magic == kPcapng) {
