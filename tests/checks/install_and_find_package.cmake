@@ -14,7 +14,7 @@ if(NOT run_output MATCHES "carries router")
   message(FATAL_ERROR "the consumer printed: ${run_output}")
 endif()
 
-foreach(program slice-agent partner-shell switchctl)
+foreach(program slice-agent partner-shell switchctl slice-counters)
   run("the installed ${program}" ${SCRATCH_DIR}/prefix/bin/${program} --version)
   if(NOT EXISTS ${SCRATCH_DIR}/prefix/share/man/man1/${program}.1)
     message(FATAL_ERROR "no man page of ${program}")
