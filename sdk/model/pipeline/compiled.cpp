@@ -43,7 +43,7 @@ struct StepRefusal {
 
 std::string blockRefusal(const Program& program, const ControlBlock& block) {
   for (const ControlStep& step : block) {
-    const std::string reason = std::visit(StepRefusal{program}, step.step);
+    std::string reason = std::visit(StepRefusal{program}, step.step);
     if (!reason.empty()) return reason;
   }
   return {};
@@ -53,7 +53,7 @@ std::string blockRefusal(const Program& program, const ControlBlock& block) {
 
 std::string packetRefusal(const Program& program) {
   for (const PacketField& field : program.fields) {
-    const std::string reason = widthRefusal(field);
+    std::string reason = widthRefusal(field);
     if (!reason.empty()) return reason;
   }
   for (const Action& action : program.actions) {
