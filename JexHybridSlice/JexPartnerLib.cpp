@@ -6,7 +6,9 @@
 #include <boost/bimap.hpp>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -267,7 +269,10 @@ extern "C" bool PartnerNotificationQueueCreate(const char* name, size_t size, vo
 }
 
 extern "C" moodycamel::ProducerToken* PartnerNotificationQueueCreateToken(void* queue) {
-  return new moodycamel::ProducerToken(*static_cast<NotifyQueue*>(queue));
+  auto token = std::unique_ptr<moodycamel::ProducerToken>(
+      new (std::nothrow) moodycamel::ProducerToken(*static_cast<NotifyQueue*>(queue)));
+  // A token without a producer behind it would be found out only when something is enqueued.
+  return token != nullptr && token->valid() ? token.release() : nullptr;
 }
 
 extern "C" void PartnerNotificationQueueDeleteToken(moodycamel::ProducerToken* token) {
