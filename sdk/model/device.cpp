@@ -133,6 +133,7 @@ void Device::endPackets() {
 }
 
 void Device::endService() {
+  events_.end();
   if (service_ == nullptr) return;
   for (const auto& info : infos_) {
     for (const auto& watch : info->watches()) watch->end();

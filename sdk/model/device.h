@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/events.h"
 #include "model/read_copy_update.h"
 #include "model/service_thread.h"
 #include "model/table_state.h"
@@ -49,6 +50,9 @@ class Device : public std::enable_shared_from_this<Device> {
   /// Of a physical device; null on a virtual one, which has nothing to tell by itself.
   ServiceThread* service() const { return service_.get(); }
 
+  /// For those who watch the device.
+  EventSource& events() const { return events_; }
+
   /// The ports and the pipeline of a physical device; made by the first call. Null on a virtual
   /// device, and once the device has been removed.
   Switch* packetSwitch();
@@ -71,6 +75,7 @@ class Device : public std::enable_shared_from_this<Device> {
   jx_dev_id_t id_;
   Kind kind_;
   mutable std::mutex mutex_;
+  mutable EventSource events_;
   std::unique_ptr<Reclaimer> reclaimer_;
   const std::unique_ptr<ServiceThread> service_;
   std::vector<std::unique_ptr<RtInfo>> infos_;

@@ -190,6 +190,7 @@ void IdleWatch::tell(const Finds& finds) {
       if (watcher_ != finds.watcher) return;
       ++calls_begun_;
     }
+    show(report, packed);
     key.assign(packed, report.priority);
     key.entry_handle = report.handle;
     packed += state_.match->codec().keyBytes();
@@ -198,6 +199,18 @@ void IdleWatch::tell(const Finds& finds) {
     ++calls_ended_;
     changed_.notify_all();
   }
+}
+
+/// To those who watch the device.
+void IdleWatch::show(const Report& report, const uint8_t* key) const {
+  if (!device_.events().watched()) return;
+  Event event;
+  event.kind = Event::Kind::kAged;
+  event.program = state_.program->name;
+  event.object = state_.table->name;
+  event.values.assign(key, key + state_.match->codec().keyBytes());
+  event.entry_handle = report.handle;
+  device_.events().raise(std::move(event));
 }
 
 // --- entries that age out when they are told to

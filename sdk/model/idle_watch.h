@@ -102,6 +102,7 @@ class IdleWatch {
   Finds find(uint64_t moment);
   Finds findExpired();
   void tell(const Finds& finds);
+  void show(const Report& report, const uint8_t* key) const;
 
   const Device& device_;
   const RtTable& table_;

@@ -34,6 +34,8 @@ const LearnLayout::Field* LearnLayout::find(uint32_t field_id) const {
 
 LearnChannel::LearnChannel(const Device& device, const Program& program, const Learn& learn)
     : device_(device),
+      program_(program),
+      learn_(learn),
       layout_(std::make_shared<LearnLayout>(program, learn)),
       timer_(device.service()->makeTimer([this](uint64_t) { close(); })),
       options_(kDefaults) {}
@@ -46,6 +48,7 @@ void LearnChannel::offer(const uint8_t* values, Full full) {
     ++counts_.suppressed;
     return;
   }
+  show(values);
   if (full == Full::kWait) waitForRoom(lock);
   if (client_ == nullptr) {
     ++counts_.unclaimed;
@@ -65,6 +68,7 @@ jx_status_t LearnChannel::inject(const uint8_t* values, size_t count) {
     waitForRoom(lock);
     if (ended_) return JX_NOT_READY;
     if (client_ == nullptr) return JX_NO_LEARN_CLIENTS;
+    show(values + i * layout_->bytes);
     gather(values + i * layout_->bytes);
   }
   return JX_SUCCESS;
@@ -80,6 +84,17 @@ void LearnChannel::waitForRoom(Lock& lock) {
   if (hasRoom()) return;
   complete();  // time may stand still as long as the caller waits
   changed_.wait(lock, [this] { return ended_ || client_ == nullptr || hasRoom(); });
+}
+
+/// To those who watch the device, whether anybody takes digests or not.
+void LearnChannel::show(const uint8_t* values) const {
+  if (!device_.events().watched()) return;
+  Event event;
+  event.kind = Event::Kind::kLearned;
+  event.program = program_.name;
+  event.object = learn_.name;
+  event.values.assign(values, values + layout_->bytes);
+  device_.events().raise(std::move(event));
 }
 
 void LearnChannel::gather(const uint8_t* values) {

@@ -114,6 +114,7 @@ class LearnChannel {
   bool hasRoom() const { return waiting_ < options_.max_waiting; }
   void waitForRoom(Lock& lock);
   void gather(const uint8_t* values);
+  void show(const uint8_t* values) const;
   void complete();
   bool canDeliver() const;
   void deliverSoon();
@@ -128,6 +129,8 @@ class LearnChannel {
   }
 
   const Device& device_;
+  const Program& program_;
+  const Learn& learn_;
   const std::shared_ptr<const LearnLayout> layout_;
   const std::shared_ptr<ServiceThread::Timer> timer_;  // completes a message whose time is up
 

@@ -4,6 +4,7 @@ target_sources(jxmodel_core PRIVATE
   model/clock.cpp
   model/device.cpp
   model/drv.cpp
+  model/events.cpp
   model/fault_entries.cpp
   model/faults.cpp
   model/idle_watch.cpp

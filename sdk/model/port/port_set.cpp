@@ -183,6 +183,8 @@ bool PortSet::setEnabled(uint32_t number, bool enabled) {
   const PortPointer port = find(number);
   if (port == nullptr) return false;
   port->setEnabled(enabled);
+  const std::lock_guard lock(mutex_);
+  changed();
   return true;
 }
 
@@ -250,6 +252,12 @@ std::optional<PortStatus> PortSet::status(uint32_t number) const {
   const PortPointer port = find(number);
   if (port == nullptr) return std::nullopt;
   return port->status();
+}
+
+std::bitset<kMaxPorts> PortSet::links() const {
+  std::bitset<kMaxPorts> up;
+  for (const Port* const port : round_list_) up[port->number()] = port->linkUp();
+  return up;
 }
 
 bool PortSet::readsCapture(uint32_t number) const {

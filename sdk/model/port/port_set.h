@@ -14,6 +14,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -80,6 +81,8 @@ class PortSet {
   /// Numbers of all ports, in order, in place of what *numbers held. By the I/O thread only.
   void numbers(std::vector<uint32_t>* numbers) const;
   std::optional<PortStatus> status(uint32_t number) const;
+  /// The ports whose link is up, by number. By the I/O thread only.
+  std::bitset<kMaxPorts> links() const;
   /// Whether packets at this port come from a capture file. By the I/O thread only.
   bool readsCapture(uint32_t number) const;
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <future>
+#include <utility>
 
 #include "model/clock.h"
 #include "model/device.h"
@@ -9,13 +10,14 @@
 
 namespace jxmodel {
 
-Switch::Switch(const Device& device) : service_(*device.service()), pipeline_(device) {
+Switch::Switch(const Device& device)
+    : events_(device.events()), service_(*device.service()), pipeline_(device) {
   for (const auto& info : device.infos()) {
     if (&info->program() != pipeline_.program()) continue;
     for (const auto& channel : info->channels()) channels_.push_back(channel.get());
   }
   ports_.start([this](uint32_t port, PacketBuffer&& packet) { receive(port, std::move(packet)); },
-               [this] { inputsEnded(); });
+               [this] { pause(); });
 }
 
 Switch::~Switch() { end(); }
@@ -113,10 +115,25 @@ void Switch::tellDigests(uint32_t port) {
   digests_.clear();
 }
 
-/// Nothing moves a clock that follows captures now: messages that were begun would wait for ever.
-void Switch::inputsEnded() {
+/// When there is nothing to do but to wait for packets.
+void Switch::pause() {
+  showLinks();
+  // Nothing moves a clock that follows captures now: messages that were begun would wait for ever.
   if (Clock::instance().source() != JX_MODEL_CLOCK_CAPTURE) return;
   for (LearnChannel* const channel : channels_) channel->close();
+}
+
+/// Tells which ports came up or went down since the last time.
+void Switch::showLinks() {
+  const std::bitset<kMaxPorts> before = std::exchange(links_, ports_.links());
+  if (before == links_ || !events_.watched()) return;
+  for (uint32_t port = 0; port < kMaxPorts; ++port) {
+    if (before[port] == links_[port]) continue;
+    Event event;
+    event.kind = links_[port] ? Event::Kind::kPortUp : Event::Kind::kPortDown;
+    event.port = port;
+    events_.raise(std::move(event));
+  }
 }
 
 void Switch::send(uint32_t port, PacketBuffer&& packet) {

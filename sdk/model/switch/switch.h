@@ -13,12 +13,14 @@
 #pragma once
 
 #include <atomic>
+#include <bitset>
 #include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "model/events.h"
 #include "model/pipeline/pipeline.h"
 #include "model/port/port_set.h"
 #include "model/switch/tap.h"
@@ -69,13 +71,16 @@ class Switch final : private Egress {
   bool runOnIoThread(std::function<void()> work);
   void awaitTimers(const PacketBuffer& packet);
   void tellDigests(uint32_t port);
-  void inputsEnded();
+  void pause();
+  void showLinks();
 
+  EventSource& events_;
   ServiceThread& service_;
   const Pipeline pipeline_;
   std::vector<LearnChannel*> channels_;  // as Program::learns of the pipeline's program
   std::vector<Digest> digests_;          // of one packet; the I/O thread's
   bool injecting_ = false;               // the I/O thread's
+  std::bitset<kMaxPorts> links_;         // that are up; the I/O thread's
   std::atomic<uint64_t> sent_nowhere_{0};
   std::vector<uint32_t> flood_ports_;  // the I/O thread's
 

@@ -423,6 +423,20 @@ TEST_F(IdleTest, OnlyTablesThatAgeHaveAttributes) {
 
 // --- without packets, with captures, with many
 
+TEST_F(IdleTest, WhoWatchesTheDeviceSeesIt) {
+  watch();
+  add(5, 100);
+  const auto events = device()->events().open();
+  advance(100);
+  settle();
+  const auto seen = events->take(std::chrono::milliseconds(kPatienceMs)).events;
+  ASSERT_EQ(seen.size(), 1U);
+  EXPECT_EQ(seen[0].kind, jxmodel::Event::Kind::kAged);
+  EXPECT_EQ(seen[0].object, "smac");
+  EXPECT_EQ(seen[0].entry_handle, 5U);
+  EXPECT_EQ(seen[0].values, digest(kHost + 5, kPort));
+}
+
 TEST_F(IdleTest, AnEntryCanBeMadeToAgeOut) {
   EXPECT_EQ(jx_model_idle_expire(kDevice, "l2_switch", "smac", 1), JX_OBJECT_NOT_FOUND);
   add(1, 0);
