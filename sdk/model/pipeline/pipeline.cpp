@@ -37,8 +37,11 @@ Outcome Pipeline::forward(uint32_t ingress_port, PacketBuffer&& packet, Egress& 
   const Packet view{packet.data(), static_cast<uint32_t>(packet.size()),
                     static_cast<uint32_t>(packet.wireLength()), ingress_port};
   const Outcome outcome = run(view, digests);
-  if (outcome.kind == Outcome::Kind::kForwarded) egress.send(outcome.port, std::move(packet));
-  if (outcome.kind == Outcome::Kind::kFlooded) egress.flood(ingress_port, std::move(packet));
+  if (outcome.kind == Outcome::Kind::kForwarded) {
+    egress.send(outcome.port, std::move(packet));
+  } else if (outcome.kind == Outcome::Kind::kFlooded) {
+    egress.flood(ingress_port, std::move(packet));
+  }
   return outcome;
 }
 
