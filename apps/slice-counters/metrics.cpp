@@ -32,7 +32,7 @@ void add(MetricFamily* family, const Labels& labels, double value) {
 
 MetricFamily presence(bool present) {
   MetricFamily presence =
-      family("jex_counter_segment_present",
+      family("jex_counters_segment_present",
              "Whether there is a segment of counters that can be read.", MetricType::Gauge);
   add(&presence, {}, present ? 1 : 0);
   return presence;
@@ -40,16 +40,16 @@ MetricFamily presence(bool present) {
 
 /// The families that tables fill.
 struct Families {
-  MetricFamily entries = family("jex_counter_entries", "Entries of the table.", MetricType::Gauge);
+  MetricFamily entries = family("jex_counters_entries", "Entries of the table.", MetricType::Gauge);
   MetricFamily age =
-      family("jex_counter_last_sync_age_seconds",
+      family("jex_counters_last_sync_age_seconds",
              "Time since the end of the table's last counter sync.", MetricType::Gauge);
   MetricFamily packets =
-      family("jex_counter_packets_total", "Packets counted by the entry.", MetricType::Counter);
+      family("jex_counters_packets_total", "Packets counted by the entry.", MetricType::Counter);
   MetricFamily bytes =
-      family("jex_counter_bytes_total", "Bytes counted by the entry.", MetricType::Counter);
+      family("jex_counters_bytes_total", "Bytes counted by the entry.", MetricType::Counter);
   MetricFamily omitted = family(
-      "jex_counter_entries_omitted",
+      "jex_counters_entries_omitted",
       "Entries that have counted something and are left out by --max-series.", MetricType::Gauge);
 };
 

@@ -1,11 +1,11 @@
 // Counters in the exposition format of Prometheus.
 //
-//   jex_counter_segment_present                      1, or 0: no Partner has started counters
-//   jex_counter_entries{table,table_id}              size of a table
-//   jex_counter_last_sync_age_seconds{...}           left out before the first sync
-//   jex_counter_packets_total{...,index}             of each entry that has counted something,
-//   jex_counter_bytes_total{...,index}               as far as the limit of series goes
-//   jex_counter_entries_omitted{...}                 entries that it left out
+//   jex_counters_segment_present                      1, or 0: no Partner has started counters
+//   jex_counters_entries{table,table_id}              size of a table
+//   jex_counters_last_sync_age_seconds{...}           left out before the first sync
+//   jex_counters_packets_total{...,index}             of each entry that has counted something,
+//   jex_counters_bytes_total{...,index}               as far as the limit of series goes
+//   jex_counters_entries_omitted{...}                 entries that it left out
 //
 // The label "table" is left out of tables whose name is not known. Prometheus's numbers are
 // floating point: counts above 2^53 are rounded.

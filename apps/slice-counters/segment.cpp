@@ -33,11 +33,10 @@ constexpr uint32_t kMade = 2;
 constexpr uint64_t kManagerAt = bip::ipcdetail::shmem_open_or_create<
     Manager::memory_algorithm>::type::ManagedOpenOrCreateUserOffset;
 
-constexpr size_t kMaxNames = 65536;   // more are no index
-constexpr size_t kMaxIdDigits = 10;   // of a 32-bit number
-constexpr int kQuickAttempts = 10;    // at a walk, one right after the other
-constexpr int kPatientAttempts = 50;  // with pauses
-constexpr std::chrono::milliseconds kPause{2};
+constexpr size_t kMaxNames = 65536;  // more are no index
+constexpr size_t kMaxIdDigits = 10;  // of a 32-bit number
+constexpr int kQuickWalks = 10;      // one right after the other; then with pauses
+constexpr std::chrono::milliseconds kPause{1};
 
 /// Does not wait if a pipe has taken the name.
 int openSegment() {
@@ -190,8 +189,9 @@ bool Segment::blocks(std::vector<Block>* blocks) const {
   std::vector<Block> earlier;
   bool walked_earlier = false;
   bool agreed_in_part = false;
-  for (int attempt = 0; attempt < kQuickAttempts + kPatientAttempts; ++attempt) {
-    if (attempt >= kQuickAttempts) std::this_thread::sleep_for(kPause);
+  const auto deadline = std::chrono::steady_clock::now() + patience_;
+  for (int walks = 0; walks < kQuickWalks || std::chrono::steady_clock::now() < deadline; ++walks) {
+    if (walks >= kQuickWalks) std::this_thread::sleep_for(kPause);
     std::vector<Block> found;
     if (!walk(&picture, &found)) continue;
     if (walked_earlier) {

@@ -23,6 +23,7 @@
 // One thread at a time.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -37,7 +38,9 @@ class Picture;
 
 class Segment {
  public:
-  Segment() = default;
+  /// `patience`: how long a listing of the blocks is repeated while the index is not sound.
+  explicit Segment(std::chrono::milliseconds patience = std::chrono::milliseconds(100))
+      : patience_(patience) {}
   ~Segment();
   Segment(const Segment&) = delete;
   Segment& operator=(const Segment&) = delete;
@@ -63,6 +66,7 @@ class Segment {
   void detach();
   bool walk(Picture* picture, std::vector<Block>* blocks) const;
 
+  const std::chrono::milliseconds patience_;
   int fd_ = -1;
 };
 

@@ -233,12 +233,12 @@ TEST(CounterMetrics, LeaveOutZerosAndWhatWasNeverSynced) {
   std::map<std::string, size_t> series;
   for (const prometheus::MetricFamily& family : families)
     series[family.name] = family.metric.size();
-  EXPECT_EQ(series, (std::map<std::string, size_t>{{"jex_counter_segment_present", 1},
-                                                   {"jex_counter_entries", 1},
-                                                   {"jex_counter_last_sync_age_seconds", 0},
-                                                   {"jex_counter_packets_total", 1},
-                                                   {"jex_counter_bytes_total", 1},
-                                                   {"jex_counter_entries_omitted", 1}}));
+  EXPECT_EQ(series, (std::map<std::string, size_t>{{"jex_counters_segment_present", 1},
+                                                   {"jex_counters_entries", 1},
+                                                   {"jex_counters_last_sync_age_seconds", 0},
+                                                   {"jex_counters_packets_total", 1},
+                                                   {"jex_counters_bytes_total", 1},
+                                                   {"jex_counters_entries_omitted", 1}}));
   EXPECT_EQ(metricsOfNone().size(), 1u);
   EXPECT_EQ(metricsOfNone()[0].metric[0].gauge.value, 0);
 }
