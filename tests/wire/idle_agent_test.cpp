@@ -2,6 +2,7 @@
 // an entry ages out.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -72,6 +73,15 @@ TEST(IdleAgent, LooksAtNothingBehindTheEndOfAName) {
   pair.partner.send(message);
   send(pair.partner, disarm());
   pair.expectAllTaken();
+}
+
+TEST(IdleAgent, ReadsANameWithoutAnEndNoFurtherThanItsField) {
+  NotifyAgentPair pair;
+  Bytes message = arm().message(pair.partner.pid());
+  std::fill(message.begin() + 20, message.begin() + 276, 'n');
+  pair.partner.send(message);
+  expectStop(pair.agent,
+             stopIn("Cannot find p4 program: " + std::string(256, 'n'), "status == JX_SUCCESS"));
 }
 
 TEST(IdleAgent, ArmsOneTableForSeveralPartners) {
