@@ -19,20 +19,15 @@ void checkDigestFits(const DigestFacts& digest) {
   if (record > kMaxDigestRecord) failDigest(digest, record);
 }
 
-void checkTimes(const TableFacts& table, const IdleTimes& times) {
-  if (times.query == 0) throw CommandError(table.name + ": ttl-query has to be at least 1 ms");
-  if (times.min_ttl > times.max_ttl) {
-    throw CommandError(table.name + ": min-ttl is greater than max-ttl");
-  }
-}
-
 // Whether the SDK takes the attributes that the library will set: what it refuses there would stop
 // the process.
 void checkIdleAttributes(const TableFacts& table, const IdleTimes& times) {
   if (table.dataField(JX_RT_FIELD_TTL) == nullptr) {
     throw CommandError(table.name + ": its entries do not age");
   }
-  checkTimes(table, times);
+  if (times.max_ttl != 0 && times.min_ttl > times.max_ttl) {
+    throw CommandError(table.name + ": min-ttl is greater than max-ttl");
+  }
   std::unique_ptr<jxrt::JxRtTableAttributes> attributes;
   check(table.table->idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes), table.name);
   const jxrt::JxRtIdleTmoCb ignore = [](const jx_rt_target_t&, const jxrt::JxRtTableKey*,

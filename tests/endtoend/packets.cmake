@@ -5,7 +5,8 @@ find_package(ZLIB REQUIRED)
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ENDTOEND_PCAP REQUIRED IMPORTED_TARGET libpcap)
 
-add_executable(endtoend_packets_test captures_test.cpp cli_run.cpp ecmp_test.cpp hosts_test.cpp
+add_executable(endtoend_packets_test captures_test.cpp cli_run.cpp counters_test.cpp ecmp_test.cpp
+               hosts_test.cpp
                switch_run.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_packets_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"

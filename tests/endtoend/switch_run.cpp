@@ -109,4 +109,24 @@ void PartnerShell::make(const Words& commands, const Words& tables) {
   }
 }
 
+json PartnerShell::ask(const std::string& command) {
+  const json answer = json::parse(shell_.ask(command), nullptr, false);
+  EXPECT_TRUE(answer.is_object() && answer.value("ok", false)) << command << ": " << answer;
+  return answer;
+}
+
+std::string PartnerShell::refusalOf(const std::string& command) {
+  const json answer = json::parse(shell_.ask(command), nullptr, false);
+  EXPECT_TRUE(answer.is_object() && !answer.value("ok", true)) << command << ": " << answer;
+  return answer.is_object() ? answer.value("error", "") : "";
+}
+
+std::vector<json> PartnerShell::list(const std::string& command) {
+  std::vector<json> lines;
+  for (const std::string& line : listingOf(shell_, command)) {
+    lines.push_back(json::parse(line, nullptr, false));
+  }
+  return lines;
+}
+
 }  // namespace jextest

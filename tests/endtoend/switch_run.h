@@ -50,14 +50,25 @@ nlohmann::json portOf(uint32_t number);
 /// A ready agent that carries `program`, without heartbeats.
 std::unique_ptr<Child> startSwitch(const std::string& program, const Words& more = {});
 
-/// A partner shell whose changes arrive: each call returns when the agent's table is as the
-/// partner's own.
+/// A partner shell.
 class PartnerShell {
  public:
   explicit PartnerShell(const std::string& program);
 
-  /// Makes `commands`, all of which have to succeed, and waits for `tables`.
+  /// Makes `commands`, all of which have to succeed, and waits until these tables of the agent are
+  /// as the partner's own.
   void make(const Words& commands, const Words& tables);
+
+  /// The result of a command; the test fails if that is an error.
+  nlohmann::json ask(const std::string& command);
+
+  /// The error of a command; empty, and the test has failed, if there was none.
+  std::string refusalOf(const std::string& command);
+
+  /// What a command lists, line by line.
+  std::vector<nlohmann::json> list(const std::string& command);
+
+  Child& process() { return shell_; }
 
  private:
   Child shell_;

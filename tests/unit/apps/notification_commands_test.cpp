@@ -101,8 +101,6 @@ TEST_F(NotificationCommands, RefuseTablesTimesAndDigestsThatMakeNoSense) {
                 "dmac: its entries do not age");
   expectRefused("idle-register port_counters q ttl-query=1 max-ttl=2 min-ttl=1",
                 "port_counters: its entries do not age");
-  expectRefused("idle-register smac q ttl-query=0 max-ttl=2 min-ttl=1",
-                "smac: ttl-query has to be at least 1 ms");
   expectRefused("idle-register smac q ttl-query=1 max-ttl=1 min-ttl=2",
                 "smac: min-ttl is greater than max-ttl");
   expectRefused("idle-register smac q ttl-query=1 max-ttl=1", "min-ttl=MS is missing");
