@@ -23,8 +23,8 @@ constexpr uint32_t ALL_PIPES = 0xFFFF;
 
 /// What the service keeps of a record beside it.
 struct SyncState {
-  unsigned inFlight = 0;  ///< syncs that will still call back with the record
-  bool writing = false;   ///< a thread copies values into its block
+  unsigned uses = 0;     ///< syncs that will still call back with the record; who waits to stop it
+  unsigned writing = 0;  ///< threads that copy values into its block
   std::atomic<bool> disabled{false};
 };
 
@@ -45,9 +45,9 @@ CounterReadStruct_t* findRecord(uint32_t tableId) {
   return found == countersCallbackMap.end() ? nullptr : found->second;
 }
 
-/// With the mutex held: frees a stopped record that no sync will come back with.
+/// With the mutex held: frees a stopped record that nobody will use any more, and its state.
 void freeIfUnused(CounterReadStruct_t* rec, const SyncState& state) {
-  if (state.disabled.load(std::memory_order_relaxed) && state.inFlight == 0) {
+  if (state.disabled.load(std::memory_order_relaxed) && state.uses == 0) {
     syncStates.erase(rec);
     delete rec;
   }
@@ -64,12 +64,12 @@ class WritingTurn {
       return;  // an image that came in a request: nobody can stop it
     }
     state_ = &found->second;
-    state_->writing = true;
+    ++state_->writing;
   }
   ~WritingTurn() {
     if (state_ != nullptr) {
       const std::lock_guard<std::mutex> lock(countersMutex);
-      state_->writing = false;
+      --state_->writing;
       writingEnded.notify_all();
     }
   }
@@ -126,9 +126,13 @@ void stopCounters(uint32_t tableId, const StopPlace& place) {
   countersCallbackMap.erase(counterKey(tableId));
   SyncState& state = syncStates[rec];
   state.disabled.store(true, std::memory_order_release);
-  while (state.writing) {
+  // The sync that writes may complete before this thread is awake: the record is freed by the
+  // later.
+  ++state.uses;
+  while (state.writing > 0) {
     writingEnded.wait(lock);
   }
+  --state.uses;
   freeIfUnused(rec, state);
 }
 
@@ -137,7 +141,7 @@ std::vector<CounterReadStruct_t*> recordsToSync() {
   std::vector<CounterReadStruct_t*> records;
   const std::lock_guard<std::mutex> lock(countersMutex);
   for (const auto& [key, rec] : countersCallbackMap) {
-    ++syncStates[rec].inFlight;
+    ++syncStates[rec].uses;
     records.push_back(rec);
   }
   return records;
@@ -146,8 +150,8 @@ std::vector<CounterReadStruct_t*> recordsToSync() {
 void syncCompleted(CounterReadStruct_t* rec) {
   const std::lock_guard<std::mutex> lock(countersMutex);
   const auto found = syncStates.find(rec);
-  if (found != syncStates.end() && found->second.inFlight > 0) {
-    --found->second.inFlight;
+  if (found != syncStates.end() && found->second.uses > 0) {
+    --found->second.uses;
     freeIfUnused(rec, found->second);
   }
 }
@@ -307,7 +311,7 @@ void barrierDeserialize(uint8_t dev, uint32_t sessionArg, const void* payload, s
     if (rec != nullptr) {
       storeFenced(rec->pendingBarrier, timestamp);
       storeFenced(rec->nextBarrier, 0);
-      ++syncStates[rec].inFlight;
+      ++syncStates[rec].uses;
     }
   }
   if (rec == nullptr) {

@@ -17,8 +17,9 @@ std::string packets(size_t port, size_t count, size_t bytes) {
 
 /// Program "counters" with one table of `size`.
 struct CountedAgent : AgentBesideRawPartner {
-  explicit CountedAgent(uint32_t size, uint32_t program_id = 31)
-      : AgentBesideRawPartner({0, counterProgram(program_id, {size})}),
+  explicit CountedAgent(uint32_t size, uint32_t program_id = 31,
+                        const Child::Environment& environment = {})
+      : AgentBesideRawPartner({0, counterProgram(program_id, {size})}, environment),
         table(counterTableId(program_id, 1)) {
     enable(table, size, "counters");
   }
@@ -278,6 +279,32 @@ TEST(CounterAgent, ASyncUnderWayOutlivesItsTable) {
   EXPECT_EQ(pair.agent.ask("idle"), "done");
   EXPECT_EQ(pair.block(kPairs), Bytes(12 + 16 * kPairCount, 0xA5));
   pair.fence();
+}
+
+// A sync that is writing ends where it is, so that the block may go as soon as the end has been
+// handled. It may complete before or after the loop goes on: whoever is last frees the record, and
+// what is freed is scribbled over here.
+TEST(CounterAgent, TheEndOfATableEndsTheSyncThatIsWriting) {
+  constexpr uint32_t kEntries = 100000;
+  CountedAgent pair(
+      kEntries, 34,
+      {{"MALLOC_PERTURB_", "165"}, {"GLIBC_TUNABLES", "glibc.malloc.tcache_count=0"}});
+  const std::string name = std::to_string(pair.table);
+  for (int round = 0; round < 10 && !HasFailure(); ++round) {
+    pair.fence();
+    pair.segment.fill(name, 0xFF);
+    EXPECT_EQ(pair.agent.ask("update"), "true");
+    EXPECT_TRUE(waitUntil([&] { return packetsOf(pair.block(pair.table), 0) == 0; }));
+    pair.disable(pair.table, "counters");
+    pair.fence();
+    pair.segment.fill(name, 0xA5);
+    EXPECT_EQ(pair.agent.ask("idle"), "done");
+    EXPECT_EQ(pair.agent.ask("record " + name), "none");
+    EXPECT_TRUE(pair.block(pair.table) == Bytes(12 + 16 * kEntries, 0xA5)) << "written afterwards";
+    pair.segment.destroyBlock(name);
+    pair.enable(pair.table, kEntries, "counters");
+  }
+  pair.sync(pair.table);
 }
 
 // The same table, started anew in between, hears nothing of the old sync.
