@@ -7,6 +7,7 @@
 #include <mutex>
 #include <vector>
 
+#include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "JexPartnerLibIdle.h"
+#include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"

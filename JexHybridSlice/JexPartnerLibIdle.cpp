@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"
