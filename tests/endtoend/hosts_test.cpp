@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "endtoend/cli_run.h"
+#include "endtoend/host.h"
 #include "endtoend/switch_run.h"
 #include "support/child.h"
 #include "support/wait_until.h"
@@ -23,9 +24,10 @@ namespace {
 
 using jextest::answerOf;
 using jextest::Child;
-using jextest::finish;
 using jextest::Finished;
 using jextest::Frame;
+using jextest::Host;
+using jextest::kGateway;
 using jextest::PartnerShell;
 using jextest::pathOf;
 using jextest::portOf;
@@ -38,95 +40,6 @@ using nlohmann::json;
 using testing::HasSubstr;
 
 constexpr int kCurlTimeout = 28;
-constexpr const char* kGateway = "02:00:00:00:01:01";
-
-Words joined(Words words, const Words& more) {
-  words.insert(words.end(), more.begin(), more.end());
-  return words;
-}
-
-Child started(const Words& command) { return Child("/usr/bin/env", command); }
-
-/// Runs a command that has to succeed.
-void run(const Words& command) {
-  const Finished result = finish(started(command));
-  EXPECT_TRUE(result.endedWith(0)) << testing::PrintToString(command) << ": " << result.error;
-}
-
-/// A network namespace with one interface, whose other end `wire()` stands in the switch's own. It
-/// lasts as long as the process that keeps it.
-class Host {
- public:
-  explicit Host(int number) : number_(number), keeper_(started({"unshare", "--net", "cat"})) {
-    // The echo tells that the process has entered its namespace.
-    EXPECT_EQ(keeper_.ask("there"), "there") << keeper_.standardError();
-    ::run({"ip", "link", "add", wire(), "type", "veth", "peer", "name", "eth0", "address", mac(),
-           "netns", std::to_string(keeper_.pid())});
-    ::run({"ip", "link", "set", wire(), "addrgenmode", "none", "up"});
-    ip({"link", "set", "lo", "up"});
-    ip({"link", "set", "eth0", "up"});
-  }
-  /// The kernel takes namespaces away when it likes to; the next test wants the names now.
-  ~Host() { ::run({"ip", "link", "delete", wire()}); }
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-
-  std::string wire() const { return "wire" + std::to_string(number_); }
-  std::string mac() const { return "02:00:00:00:00:0" + std::to_string(number_); }
-  int port() const { return number_; }
-  std::string spec() const { return std::to_string(number_) + "=if:" + wire(); }
-  const std::string& v4() const { return v4_; }
-  const std::string& v6() const { return v6_; }
-
-  /// All hosts in one subnet: they find each other with ARP and neighbour discovery.
-  void joinLan() {
-    setAddresses("10.0.0." + std::to_string(number_), "fd00::" + std::to_string(number_));
-  }
-
-  /// Each host in a subnet of its own, behind a gateway whose address it need not ask for.
-  void joinRouter() {
-    const std::string n = std::to_string(number_);
-    setAddresses("10.0." + n + ".2", "fd00:" + n + "::2");
-    for (const auto& [family, gateway] :
-         {std::pair{"-4", "10.0." + n + ".1"}, std::pair{"-6", "fd00:" + n + "::1"}}) {
-      ip({family, "neigh", "replace", gateway, "lladdr", kGateway, "dev", "eth0", "nud",
-          "permanent"});
-      ip({family, "route", "add", "default", "via", gateway});
-    }
-  }
-
-  Child start(const Words& command) const {
-    return started(
-        joined({"nsenter", "--target", std::to_string(keeper_.pid()), "--net", "--"}, command));
-  }
-  Finished run(const Words& command) const { return finish(start(command)); }
-
-  bool reaches(const std::string& address) const {
-    const Finished ping = run({"ping", "-n", "-c", "2", "-i", "0.02", "-W", "10", address});
-    return ping.endedWith(0) &&
-           testing::PrintToString(ping.output).find("2 received") != std::string::npos;
-  }
-  /// Whether one request gets no answer within a second.
-  bool misses(const std::string& address) const {
-    return run({"ping", "-n", "-c", "1", "-W", "1", address}).endedWith(1);
-  }
-
- private:
-  void ip(const Words& arguments) const {
-    const Finished result = run(joined({"ip"}, arguments));
-    EXPECT_TRUE(result.endedWith(0)) << testing::PrintToString(arguments) << result.error;
-  }
-  void setAddresses(const std::string& v4, const std::string& v6) {
-    v4_ = v4;
-    v6_ = v6;
-    ip({"address", "add", v4 + "/24", "dev", "eth0"});
-    ip({"address", "add", v6 + "/64", "dev", "eth0", "nodad"});
-  }
-
-  int number_;
-  Child keeper_;
-  std::string v4_, v6_;
-};
 
 /// A web server of a host, with one file.
 class WebServer {

@@ -1,0 +1,216 @@
+// The recorded captures through a learning switch, with the clock of the captures: who is learned,
+// and which silences are found, compared with what the capture itself says.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "endtoend/learner.h"
+#include "endtoend/switch_run.h"
+#include "support/child.h"
+#include "support/wait_until.h"
+
+namespace {
+
+using jextest::Child;
+using jextest::directions;
+using jextest::Frame;
+using jextest::Learner;
+using jextest::PartnerShell;
+using jextest::portOf;
+using jextest::PortsByAddress;
+using jextest::readCapture;
+using jextest::sources;
+using jextest::startSwitch;
+using jextest::switchctl;
+using jextest::waitUntil;
+using jextest::Words;
+using nlohmann::json;
+using testing::IsEmpty;
+
+constexpr int kLongAge = 1'000'000;  // seconds, beyond every capture
+constexpr int64_t kMillisecond = 1'000'000;
+
+/// What the capture has not kept whole does not go through the tables.
+bool isWhole(const Frame& frame) { return frame.bytes.size() == frame.length; }
+
+std::string sourceOf(const Frame& frame) {
+  char text[18];
+  const uint8_t* const mac = frame.bytes.data() + 6;
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+                mac[4], mac[5]);
+  return text;
+}
+
+/// The addresses of hosts that have sent something.
+std::set<std::string> hostsIn(const std::vector<Frame>& frames) {
+  std::set<std::string> hosts;
+  for (const Frame& frame : frames) {
+    if (!isWhole(frame)) continue;
+    const bool group = (frame.bytes.at(6) & 1) != 0;
+    if (!group) hosts.insert(sourceOf(frame));
+  }
+  return hosts;
+}
+
+class L2LearningOnCaptures : public testing::TestWithParam<std::string> {
+ protected:
+  static std::string input() { return std::string(JEX_CAPTURES) + "/" + GetParam(); }
+  void SetUp() override {
+    frames_ = readCapture(input());
+    hosts_ = hostsIn(frames_);
+    ASSERT_FALSE(hosts_.empty());
+    agent_ = startSwitch("l2_switch", {"--clock", "capture"});
+  }
+  /// Lets the capture in and waits until all of it has been through the tables.
+  static void passAll() {
+    EXPECT_TRUE(switchctl({"port-add", "1=pcap:" + input()}).endedWith(0));
+    EXPECT_TRUE(waitUntil([] { return portOf(1).at("input") == "exhausted"; }));
+  }
+
+  std::vector<Frame> frames_;
+  std::set<std::string> hosts_;
+  std::unique_ptr<Child> agent_;
+};
+
+TEST_P(L2LearningOnCaptures, LearnsEachHostOnceAndNoGroup) {
+  PortsByAddress expected;
+  std::multiset<std::string> lines;
+  for (const std::string& host : hosts_) {
+    expected[host] = "1";
+    lines.insert("learned " + host + " on port 1");
+  }
+  Learner learner(kLongAge);
+  passAll();
+  EXPECT_TRUE(waitUntil([&] { return sources() == expected && directions() == expected; }))
+      << testing::PrintToString(sources());
+  // All that it has ever said, up to what was still on its way when it was told to end.
+  const Words said = learner.end(SIGTERM);
+  EXPECT_EQ(std::multiset<std::string>(said.begin(), said.end()), lines);
+  EXPECT_TRUE(waitUntil([&] { return sources().empty() && directions().empty(); }));
+}
+
+// How far the capture has come when a host is written to the tables depends on the processes, and
+// so do the silences that are found. Whenever that is: every host is learned at some time, and none
+// again before it has aged.
+TEST_P(L2LearningOnCaptures, LearnsAndForgetsInTurn) {
+  Learner learner(1);
+  passAll();
+  PortsByAddress left;
+  std::set<std::string> ever;
+  const auto follow = [&](const std::string& line) {
+    std::array<char, 18> mac{};
+    if (std::sscanf(line.c_str(), "learned %17s on port 1", mac.data()) == 1) {
+      EXPECT_TRUE(left.emplace(mac.data(), "1").second) << line << " again";
+      ever.insert(mac.data());
+    } else if (std::sscanf(line.c_str(), "aged %17s on port 1", mac.data()) == 1) {
+      EXPECT_EQ(left.erase(mac.data()), 1u) << line;
+    } else {
+      ADD_FAILURE() << line;
+    }
+  };
+  while (ever != hosts_ && !testing::Test::HasFailure()) follow(learner.lines(1)[0]);
+  for (const std::string& line : learner.end(SIGTERM)) follow(line);
+  EXPECT_EQ(ever, hosts_);
+  EXPECT_TRUE(waitUntil([&] { return sources().empty() && directions().empty(); }));
+}
+
+// ---- silences
+
+/// An address, and the time of the capture at which its silence was found.
+using Silence = std::pair<std::string, int64_t>;
+
+struct Host {
+  int64_t ttl_ns = 0;
+  int64_t last_ns = 0;
+  bool silent = false;
+};
+
+/// All silences that a switch finds which knows every host from the beginning, and which looks at
+/// the multiples of `interval`: when a frame has moved the clock to or beyond the first look after
+/// the host's time was over. The clock never goes back, whatever time stamps do.
+std::vector<Silence> silencesIn(const std::vector<Frame>& frames, std::map<std::string, Host> hosts,
+                                int64_t interval) {
+  std::vector<Silence> silences;
+  int64_t clock = frames.front().time_ns;
+  for (auto& [mac, host] : hosts) host.last_ns = clock;
+  for (const Frame& frame : frames) {
+    clock = std::max(clock, frame.time_ns);
+    for (auto& [mac, host] : hosts) {
+      const int64_t over = host.last_ns + host.ttl_ns;
+      const int64_t look = (over + interval - 1) / interval * interval;
+      if (host.silent || look > clock) continue;
+      host.silent = true;
+      silences.emplace_back(mac, clock);
+    }
+    if (!isWhole(frame)) continue;
+    const auto sender = hosts.find(sourceOf(frame));
+    if (sender == hosts.end()) continue;
+    sender->second.last_ns = clock;
+    sender->second.silent = false;
+  }
+  std::sort(silences.begin(), silences.end());
+  return silences;
+}
+
+TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
+  constexpr int kIntervalMs = 500;
+  constexpr std::array<int, 3> kTtlsMs{1000, 10'000, 60'000};
+  std::map<std::string, Host> known;
+  Words commands{"queue-create silences 65536",
+                 "idle-register smac silences ttl-query=" + std::to_string(kIntervalMs) +
+                     " max-ttl=60000 min-ttl=1000"};
+  for (const std::string& host : hosts_) {
+    const int ttl_ms = kTtlsMs[known.size() % kTtlsMs.size()];
+    known[host].ttl_ns = ttl_ms * kMillisecond;
+    commands.push_back("add smac ethernet.src=" + host +
+                       " meta.ingress_port=1 -> known ttl=" + std::to_string(ttl_ms));
+  }
+  const std::vector<Silence> expected = silencesIn(frames_, known, kIntervalMs * kMillisecond);
+  ASSERT_FALSE(expected.empty());
+  PartnerShell partner("l2_switch");
+  partner.make(commands, {"smac"});
+  passAll();
+
+  std::map<std::string, size_t> times, expected_times;
+  for (const auto& [mac, time] : expected) ++expected_times[mac];
+  const std::string wanted = std::to_string(expected.size());
+  for (const json& told : partner.list("drain silences max=" + wanted + " wait=40000")) {
+    ASSERT_EQ(told.at("kind"), "idle") << told;
+    ++times[told.at("key").at("ethernet.src")];
+  }
+  EXPECT_EQ(times, expected_times);
+  partner.ask("idle-deregister smac");
+  EXPECT_THAT(partner.list("drain silences"), IsEmpty());
+}
+
+Words captures() {
+  Words names;
+  for (const auto& file : std::filesystem::directory_iterator(JEX_CAPTURES)) {
+    names.push_back(file.path().filename());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string inWords(const testing::TestParamInfo<std::string>& file) {
+  std::string name = file.param;
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Recorded, L2LearningOnCaptures, testing::ValuesIn(captures()), inWords);
+
+}  // namespace
