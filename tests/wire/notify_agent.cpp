@@ -108,22 +108,24 @@ Storm& storm() {
 }
 
 /// Digests that count up, as long as somebody is registered.
-void beginDigests(const Words& words) {
+std::string beginDigests(const Words& words) {
   storm().begin([words, next = uint64_t{1}](uint64_t) mutable {
     const jx_status_t status = inject(words, numbersFrom(next, 1), 1);
     if (status == JX_SUCCESS) ++next;
     return status;
   });
+  return "begun";
 }
 
 /// Entries from HANDLE on that age out in turn, over and over.
-void beginExpiries(const Words& words) {
+std::string beginExpiries(const Words& words) {
   const auto first = static_cast<uint32_t>(std::stoul(words.at(3)));
   const auto count = static_cast<uint32_t>(std::stoul(words.at(4)));
   storm().begin([words, first, count](uint64_t i) {
     return jx_model_idle_expire(kDevice, words.at(1).c_str(), words.at(2).c_str(),
                                 first + static_cast<uint32_t>(i % count));
   });
+  return "begun";
 }
 
 /// All named digests at once, each counting from 1 to N on a thread of its own; waits until they
@@ -147,8 +149,8 @@ jx_status_t flood(const Words& words) {
 
 std::string answerTo(const Words& words) {
   const std::string& command = words.at(0);
-  if (command == "storm-digests") return beginDigests(words), "begun";
-  if (command == "storm-expiries") return beginExpiries(words), "begun";
+  if (command == "storm-digests") return beginDigests(words);
+  if (command == "storm-expiries") return beginExpiries(words);
   if (command == "calm") return std::to_string(storm().end());
   if (command == "flood") return std::to_string(flood(words));
   if (command == "fault") return std::to_string(armFault(words));
