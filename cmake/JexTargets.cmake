@@ -12,8 +12,10 @@ if(JEX_SANITIZE)
                          -fno-sanitize-recover=all)
   # GCC takes what a sanitizer inserts for a use of what was never set.
   target_compile_options(jex_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-  # Fences of libraries' headers, which the thread sanitizer does not see.
-  target_compile_options(jex_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
+  if(JEX_SANITIZE STREQUAL "thread")
+    # Fences of libraries' headers, which the thread sanitizer does not see.
+    target_compile_options(jex_flags INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
+  endif()
   target_link_options(jex_flags INTERFACE -fsanitize=${JEX_SANITIZE})
 endif()
 if(JEX_BUILD_FUZZERS)
