@@ -13,7 +13,12 @@ function(jex_notify_test name)
   set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET default)
 endfunction()
 
-jex_notify_test(queue_test DEATH queue_test.cpp queue_from_c.c)
+# Not with the project's flags, which are C++'s.
+add_library(jex_queue_from_c OBJECT queue_from_c.c)
+target_include_directories(jex_queue_from_c PRIVATE ${PROJECT_SOURCE_DIR}
+                           ${PROJECT_SOURCE_DIR}/tests ${PROJECT_SOURCE_DIR}/sdk/include)
+target_compile_options(jex_queue_from_c PRIVATE -Wall -Wextra -Wpedantic -Werror)
+jex_notify_test(queue_test DEATH queue_test.cpp $<TARGET_OBJECTS:jex_queue_from_c>)
 jex_notify_test(idle_partner_test DEATH idle_partner_test.cpp)
 jex_notify_test(digest_partner_test DEATH digest_partner_test.cpp)
 jex_notify_test(idle_agent_test DEATH idle_agent_test.cpp ${wire_objects})

@@ -256,7 +256,9 @@ JEX_HELPER(token_without_a_producer) {
   void* queue = nullptr;
   PartnerNotificationQueueCreate("no_producer", 8, &queue);
   failMallocs();
-  return PartnerNotificationQueueCreateToken(queue) == nullptr ? 42 : 1;
+  const bool is_null = PartnerNotificationQueueCreateToken(queue) == nullptr;
+  PartnerNotificationQueueDestroy(queue);
+  return is_null ? 42 : 1;
 }
 
 TEST(Token, IsNullWithoutMemoryForItsProducer) {
