@@ -8,6 +8,12 @@ void Counters::start(const TableFacts& table, size_t size) {
   if (started_.count(table.id) != 0) {
     throw CommandError(table.name + ": counters have been started; counters-stop ends them");
   }
+  if (!segment_is_ours_ && partner_.agentKeepsCounters()) {
+    throw CommandError(table.name +
+                       ": the slice agent has the counter segment of another partner, "
+                       "and can have one only in its life; start it anew");
+  }
+  segment_is_ours_ = true;
   PartnerCounterTableHandle handle = nullptr;
   try {
     handle = partner_.startCounters(table);

@@ -44,6 +44,7 @@ class Counters {
 
   Partner& partner_;
   std::map<uint32_t, Started> started_;  // by table id
+  bool segment_is_ours_ = false;         // from the first start on
 };
 
 }  // namespace jexapps

@@ -33,7 +33,10 @@ class Partner {
  public:
   virtual ~Partner() = default;
 
-  // Counters. startCounters throws what the library throws when the shared segment is full.
+  // Counters. agentKeepsCounters: whether the slice agent has a partner's segment already, and so
+  // stops over another one's. startCounters throws what the library throws when the shared segment
+  // is full.
+  virtual bool agentKeepsCounters() = 0;
   virtual PartnerCounterTableHandle startCounters(const TableFacts& table) = 0;
   virtual bool readCounters(PartnerCounterTableHandle counters, uint32_t first, uint32_t count,
                             PartnerCounterEntry* entries, uint64_t* synced) = 0;

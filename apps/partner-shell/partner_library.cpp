@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <iterator>
 
+#include "agent_segment.h"
+
 namespace jexapps {
+
+bool PartnerLibrary::agentKeepsCounters() { return agentHasCounterSegment(); }
 
 PartnerCounterTableHandle PartnerLibrary::startCounters(const TableFacts& table) {
   const PartnerProgramName program = PartnerProgramNameOf(table.program.c_str());

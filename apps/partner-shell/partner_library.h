@@ -12,6 +12,7 @@ class PartnerLibrary : public Partner {
   PartnerLibrary(const jxrt::JxRtSession& session, const jx_rt_target_t& target)
       : session_(session), target_(target) {}
 
+  bool agentKeepsCounters() override;
   PartnerCounterTableHandle startCounters(const TableFacts& table) override;
   bool readCounters(PartnerCounterTableHandle counters, uint32_t first, uint32_t count,
                     PartnerCounterEntry* entries, uint64_t* synced) override;

@@ -93,6 +93,19 @@ TEST_F(CounterCommands, SayThatTheSegmentIsFull) {
   EXPECT_EQ(answer("counters-start port_counters"), "ok 512 entries");
 }
 
+// The agent would look for these counters in the other partner's segment, and stop.
+TEST_F(CounterCommands, RefuseAnAgentThatKeepsAnotherPartnersSegment) {
+  partner_.agent_keeps_counters = true;
+  EXPECT_EQ(answer("counters-start port_counters"),
+            "error: port_counters: the slice agent has the counter segment of another partner, and "
+            "can have one only in its life; start it anew");
+  EXPECT_THAT(partner_.calls, IsEmpty());
+  partner_.agent_keeps_counters = false;
+  given({"counters-start port_counters"});
+  partner_.agent_keeps_counters = true;  // ours
+  given({"counters-start route_counters"});
+}
+
 TEST_F(CounterCommands, StartAgainWhatHasBeenStopped) {
   given({"counters-start port_counters", "counters-stop port_counters",
          "counters-start port_counters"});

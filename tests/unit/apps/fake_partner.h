@@ -24,6 +24,7 @@ class FakePartner : public Partner {
   }
 
   // What it is told.
+  bool agent_keeps_counters = false;
   bool segment_is_full = false;
   bool answers = true;  // barriers
   uint64_t time = 1000;
@@ -45,6 +46,7 @@ class FakePartner : public Partner {
   std::vector<std::string> calls;
   int live_records = 0;  // that nobody has freed
 
+  bool agentKeepsCounters() override { return agent_keeps_counters; }
   PartnerCounterTableHandle startCounters(const TableFacts& table) override {
     calls.push_back("start " + table.program + "." + table.name);
     if (segment_is_full) throw std::runtime_error("no memory");
