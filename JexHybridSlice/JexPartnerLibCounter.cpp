@@ -86,6 +86,17 @@ class WritingTurn {
   SyncState* state_ = nullptr;
 };
 
+void answerBarrier(int replySocket, uint64_t timestamp) {
+  const BarrierReply_t reply = {BARRIER_REPLY_KIND, timestamp};
+  socketSend(replySocket, &reply, sizeof(reply));
+}
+
+/// With the mutex held: whether the record's table has been stopped.
+bool isStopped(CounterReadStruct_t* rec) {
+  const auto found = syncStates.find(rec);
+  return found != syncStates.end() && found->second.disabled.load(std::memory_order_relaxed);
+}
+
 /// Answers the barrier that waited for the sync that has completed, and lets the one that came
 /// meanwhile wait for the next. Only the SDK's thread empties pendingBarrier.
 void completeBarrier(CounterReadStruct_t* rec) {
@@ -93,18 +104,24 @@ void completeBarrier(CounterReadStruct_t* rec) {
   if (answered == 0) {
     return;
   }
-  const BarrierReply_t reply = {BARRIER_REPLY_KIND, answered};
-  socketSend(rec->replySocket, &reply, sizeof(reply));
+  answerBarrier(rec->replySocket, answered);
   uint64_t promoted = 0;
+  bool stopped = false;
   {
     // A barrier that arrives now is either seen here or finds none pending.
     const std::lock_guard<std::mutex> lock(countersMutex);
     promoted = rec->nextBarrier;
     storeFenced(rec->pendingBarrier, promoted);
     storeFenced(rec->nextBarrier, 0);
+    stopped = isStopped(rec);
   }
-  // A process that is no Partner has no socket to itself: there the next sync answers it.
-  if (promoted != 0 && pSocket != nullptr) {
+  if (promoted == 0) {
+    return;
+  }
+  if (stopped) {
+    answerBarrier(rec->replySocket, promoted);  // no sync will
+  } else if (pSocket != nullptr) {
+    // A process that is no Partner has no socket to itself: there the next sync answers it.
     sendBarrier(rec->tableId, promoted, rec->pid);
   }
 }
@@ -134,7 +151,14 @@ void stopCounters(uint32_t tableId, const StopPlace& place) {
     writingEnded.wait(lock);
   }
   --state.uses;
+  // A barrier that waited for the next sync waits no longer; one with a sync is answered by that.
+  const uint64_t waiting = state.uses == 0 ? rec->pendingBarrier : 0;
+  const int replySocket = rec->replySocket;
   freeIfUnused(rec, state);
+  lock.unlock();
+  if (waiting != 0) {
+    answerBarrier(replySocket, waiting);
+  }
 }
 
 /// The records at this moment, each kept alive until a sync that the caller starts has come back.
@@ -316,8 +340,7 @@ void barrierDeserialize(uint8_t dev, uint32_t sessionArg, const void* payload, s
     }
   }
   if (rec == nullptr) {
-    const BarrierReply_t reply = {BARRIER_REPLY_KIND, timestamp};
-    socketSend(replySocket, &reply, sizeof(reply));
+    answerBarrier(replySocket, timestamp);
     return;
   }
   const jx_status_t jx_status = requestSync(rec);

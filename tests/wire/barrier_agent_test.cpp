@@ -233,6 +233,35 @@ TEST(BarrierAgent, ABarrierAfterTheEndOfTheCountersIsPlain) {
   EXPECT_EQ(pair.agent.ask("waiting"), "0");
 }
 
+TEST(BarrierAgent, TheEndOfTheCountersLeavesNoBarrierOfTheSyncWaiting) {
+  StartedAgent pair;
+  pair.hold();
+  pair.sendBarrier(kPairs, 1);
+  pair.sendBarrier(kPairs, 2);
+  pair.disable(kPairs);
+  pair.fence();
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  pair.becomeIdle();
+  pair.fence();
+}
+
+TEST(BarrierAgent, TheEndOfTheCountersAnswersTheBarrierThatWaitsForTheNextSync) {
+  StartedAgent pair;
+  pair.hold();
+  pair.sendBarrier(kPairs, 1);
+  pair.sendBarrier(kPairs, 2);
+  pair.fence();
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  pair.becomeIdle();
+  EXPECT_EQ(pair.record(), "2 0");
+  pair.disable(kPairs);
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  pair.fence();
+}
+
 TEST(BarrierAgent, ALateSyncIsStillAnswered) {
   StartedAgent pair(
       Child::Environment{{"JX_MODEL_FAULTS", "jx_rt_table_operations_execute:0:delay=30"}});
