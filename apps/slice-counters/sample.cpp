@@ -10,7 +10,8 @@ namespace slice_counters {
 namespace {
 
 constexpr size_t kStretch = 4096;  // entries
-constexpr int kAttempts = 4;
+constexpr int kAttempts = 4;       // at a block whose time stamp changes
+constexpr int kEntryAttempts = 100;
 
 bool readTime(const Segment& segment, const Block& block, uint64_t* time) {
   char bytes[sizeof *time];
@@ -19,15 +20,28 @@ bool readTime(const Segment& segment, const Block& block, uint64_t* time) {
   return true;
 }
 
+bool same(const PartnerCounterEntry& a, const PartnerCounterEntry& b) {
+  return a.packets == b.packets && a.bytes == b.bytes;
+}
+
+/// Copies an entry that is being written until two copies in a row are the same.
+bool readBusyEntry(const Segment& segment, uint64_t offset, PartnerCounterEntry* entry) {
+  for (int attempt = 0; attempt < kEntryAttempts; ++attempt) {
+    const PartnerCounterEntry before = *entry;
+    if (!segment.read(offset, entry, sizeof *entry)) return false;
+    if (same(*entry, before)) break;
+  }
+  return true;
+}
+
 /// Copies `count` entries to `to`; `again` has as much room.
 bool readStretch(const Segment& segment, uint64_t offset, size_t count, PartnerCounterEntry* to,
                  PartnerCounterEntry* again) {
   const size_t bytes = count * sizeof *to;
-  if (!segment.read(offset, to, bytes)) return false;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
-    if (!segment.read(offset, again, bytes)) return false;
-    if (std::memcmp(to, again, bytes) == 0) break;
-    std::memcpy(to, again, bytes);
+  if (!segment.read(offset, again, bytes) || !segment.read(offset, to, bytes)) return false;
+  for (size_t i = 0; i < count; ++i) {
+    if (same(to[i], again[i])) continue;
+    if (!readBusyEntry(segment, offset + i * sizeof *to, &to[i])) return false;
   }
   return true;
 }

@@ -16,7 +16,7 @@ uint64_t nowMs();
 /// id. Blocks that come or go meanwhile are left out. False if the index of names is damaged or the
 /// segment has been cut off.
 ///
-/// Values are copied without a lock, while the SliceAgent may be writing them: each stretch until
+/// Values are copied without a lock, while the SliceAgent may be writing them: each entry until
 /// two copies in a row are the same, so that no value is half an old and half a new one, and the
 /// whole block until its time stamp stays, so that the values belong to it. Both end after a few
 /// attempts. As for every reader of a block, some entries can be of the sync that is under way.

@@ -97,15 +97,17 @@ TEST_F(SegmentReader, TellsWhetherTheNameStillLeadsToIt) {
 
 TEST_F(SegmentReader, ListsOnlyWhatIsThereWhileBlocksComeAndGo) {
   constexpr uint32_t kSteady = 50;
-  constexpr int kRounds = 30;
+  constexpr int kChanges = 20000;
   for (uint32_t id = 1; id <= kSteady; ++id) segment_.construct(id, id);
   std::map<uint32_t, uint64_t> places;
   for (uint32_t id = 1; id <= kSteady; ++id) places[id] = segment_.offset(id);
   attach();
+  std::atomic<int> changes{0};
+  int rounds = 0;
   int whole = 0;
   {
     const Meanwhile partner(
-        [this, random = std::mt19937(7), started = std::set<uint32_t>()]() mutable {
+        [this, &changes, random = std::mt19937(7), started = std::set<uint32_t>()]() mutable {
           const auto id = static_cast<uint32_t>(1000 + random() % 200);
           if (started.erase(id) == 0) {
             segment_.construct(id, id);
@@ -113,8 +115,9 @@ TEST_F(SegmentReader, ListsOnlyWhatIsThereWhileBlocksComeAndGo) {
           } else {
             segment_.destroy(id);
           }
+          ++changes;
         });
-    for (int round = 0; round < kRounds; ++round) {
+    for (; changes < kChanges; ++rounds) {
       std::vector<Block> blocks;
       if (!sut_.blocks(&blocks)) continue;
       uint32_t steady = 0;
@@ -128,8 +131,8 @@ TEST_F(SegmentReader, ListsOnlyWhatIsThereWhileBlocksComeAndGo) {
     }
   }
   // No Partner changes its tables without a pause. Even then most listings are whole.
-  std::printf("%d of %d listings have all blocks that stay\n", whole, kRounds);
-  EXPECT_GT(whole, kRounds / 2);
+  std::printf("%d of %d listings have all blocks that stay\n", whole, rounds);
+  EXPECT_GT(whole, rounds / 2);
   std::vector<Block> blocks;
   ASSERT_TRUE(sut_.blocks(&blocks));
   EXPECT_TRUE(std::all_of(places.begin(), places.end(), [&](const auto& place) {
