@@ -223,36 +223,51 @@ void Client::trace(uint32_t port, const std::string& file, const Place& place,
   check(stream->Finish(), target_);
 }
 
-void Client::capture(const pb::CaptureRequest& request,
-                     const std::function<void(const pb::CapturedPackets&)>& consumer) {
+/// Reads a stream that lasts until somebody stops it.
+template <typename Message, typename Open>
+void Client::readUntilStopped(Open open, const std::function<void(const Message&)>& consumer) {
   grpc::ClientContext context;
   // However it ends, by an exception of the consumer say: who stops it later finds no call.
-  const auto forget = [this](grpc::ClientContext*) { setCapture(nullptr); };
-  const std::unique_ptr<grpc::ClientContext, decltype(forget)> capturing(&context, forget);
-  setCapture(&context);
-  const auto reader = stubs_->control.Capture(&context, request);
-  for (pb::CapturedPackets packets; reader->Read(&packets);) consumer(packets);
+  const auto forget = [this](grpc::ClientContext*) { setStream(nullptr); };
+  const std::unique_ptr<grpc::ClientContext, decltype(forget)> running(&context, forget);
+  setStream(&context);
+  const auto reader = open(&context);
+  for (Message message; reader->Read(&message);) consumer(message);
   const grpc::Status status = reader->Finish();
-  const bool stopped = captureStopped() && status.error_code() == grpc::StatusCode::CANCELLED;
-  if (!stopped) check(status, target_);
+  const bool as_told = stopped() && status.error_code() == grpc::StatusCode::CANCELLED;
+  if (!as_told) check(status, target_);
 }
 
-void Client::stopCapture() {
-  const std::lock_guard<std::mutex> lock(capture_mutex_);
-  capture_stopped_ = true;
-  if (capture_ != nullptr) capture_->TryCancel();
+void Client::capture(const pb::CaptureRequest& request,
+                     const std::function<void(const pb::CapturedPackets&)>& consumer) {
+  readUntilStopped(
+      [&](grpc::ClientContext* context) { return stubs_->control.Capture(context, request); },
+      consumer);
 }
 
-/// The capture that runs from now on; null: none.
-void Client::setCapture(grpc::ClientContext* capture) {
-  const std::lock_guard<std::mutex> lock(capture_mutex_);
-  capture_ = capture;
-  if (capture_ != nullptr && capture_stopped_) capture_->TryCancel();
+void Client::watch(const pb::WatchRequest& request,
+                   const std::function<void(const pb::WatchedEvents&)>& consumer) {
+  readUntilStopped(
+      [&](grpc::ClientContext* context) { return stubs_->control.Watch(context, request); },
+      consumer);
 }
 
-bool Client::captureStopped() {
-  const std::lock_guard<std::mutex> lock(capture_mutex_);
-  return capture_stopped_;
+void Client::stop() {
+  const std::lock_guard<std::mutex> lock(stream_mutex_);
+  stopped_ = true;
+  if (stream_ != nullptr) stream_->TryCancel();
+}
+
+/// The capture or watch that runs from now on; null: none.
+void Client::setStream(grpc::ClientContext* stream) {
+  const std::lock_guard<std::mutex> lock(stream_mutex_);
+  stream_ = stream;
+  if (stream_ != nullptr && stopped_) stream_->TryCancel();
+}
+
+bool Client::stopped() {
+  const std::lock_guard<std::mutex> lock(stream_mutex_);
+  return stopped_;
 }
 
 }  // namespace switchctl

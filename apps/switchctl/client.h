@@ -58,23 +58,29 @@ class Client {
   void trace(uint32_t port, const std::string& file, const Place& place,
              const std::function<void(const jx::control::v1::TracedPacket&)>& consumer);
   /// Hands over what passes at a port: first a message without packets, when the capture has begun.
-  /// Ends after `count` packets (0: never), or when `stopCapture` is called.
+  /// Ends after `count` packets (0: never), or when `stop` is called.
   void capture(const jx::control::v1::CaptureRequest& request,
                const std::function<void(const jx::control::v1::CapturedPackets&)>& consumer);
-  /// Ends the capture that runs, or the one that begins next. By any thread.
-  void stopCapture();
+  /// Hands over what happens on a device: first a message without events, when watching has begun.
+  /// Ends after `count` events (0: never), or when `stop` is called.
+  void watch(const jx::control::v1::WatchRequest& request,
+             const std::function<void(const jx::control::v1::WatchedEvents&)>& consumer);
+  /// Ends the capture or watch that runs, or the one that begins next. By any thread.
+  void stop();
 
  private:
   struct Stubs;
 
-  void setCapture(grpc::ClientContext* capture);
-  bool captureStopped();
+  template <typename Message, typename Open>
+  void readUntilStopped(Open open, const std::function<void(const Message&)>& consumer);
+  void setStream(grpc::ClientContext* stream);
+  bool stopped();
 
   const std::string target_;
   const std::unique_ptr<Stubs> stubs_;
-  std::mutex capture_mutex_;                // guards all below
-  grpc::ClientContext* capture_ = nullptr;  // of the capture that runs
-  bool capture_stopped_ = false;
+  std::mutex stream_mutex_;                // guards all below
+  grpc::ClientContext* stream_ = nullptr;  // of the capture or watch that runs
+  bool stopped_ = false;
 };
 
 }  // namespace switchctl

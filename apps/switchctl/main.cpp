@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "capture_out.h"
 #include "client.h"
@@ -203,8 +204,8 @@ sigset_t endSignals() {
   return signals;
 }
 
-/// Ends the capture in order at SIGINT and SIGTERM, so that the file is whole. Every thread of the
-/// process has them blocked.
+/// Ends a capture or watch in order at SIGINT and SIGTERM, so that what it writes is whole. Every
+/// thread of the process has them blocked.
 class StopAtSignal {
  public:
   explicit StopAtSignal(Client* client)
@@ -212,10 +213,10 @@ class StopAtSignal {
           const sigset_t signals = endSignals();
           int signal_number = 0;
           while (sigwait(&signals, &signal_number) != 0) continue;
-          client->stopCapture();
+          client->stop();
         }) {}
   ~StopAtSignal() {
-    pthread_kill(thread_.native_handle(), SIGTERM);  // the capture has ended: lets the thread go
+    pthread_kill(thread_.native_handle(), SIGTERM);  // it has ended: lets the thread go
     thread_.join();
   }
   StopAtSignal(const StopAtSignal&) = delete;
@@ -253,7 +254,29 @@ int runCapture(const Options& options, Client& client) {
   return EXIT_SUCCESS;
 }
 
+int runWatch(const Options& options, Client& client) {
+  jx::control::v1::WatchRequest request;
+  if (options.place.device) request.set_device(*options.place.device);
+  request.set_count(options.count);
+  uint64_t events = 0;
+  uint64_t lost = 0;
+  bool begun = false;
+  const StopAtSignal stop(&client);
+  client.watch(request, [&](const jx::control::v1::WatchedEvents& watched) {
+    if (!std::exchange(begun, true)) print(renderWatching(watched.device(), options.format()));
+    for (const auto& event : watched.events()) print(renderEvent(event, options.format()));
+    events += static_cast<uint64_t>(watched.events_size());
+    const uint64_t more_lost = watched.lost() - std::exchange(lost, watched.lost());
+    if (more_lost != 0) print(renderLost(more_lost, options.format()));
+    finishOutput();
+  });
+  print(renderWatched(events, lost, options.format()));
+  return EXIT_SUCCESS;
+}
+
 using Command = int (*)(const Options& options, Client& client);
+
+bool lastsUntilStopped(Command command) { return command == runCapture || command == runWatch; }
 
 CLI::App* addCommand(CLI::App* app, const char* name, const char* help, Command command,
                      Command* chosen) {
@@ -269,7 +292,8 @@ int run(int argc, char** argv) {
   Command command = nullptr;
   CLI::App app{
       "Looks into the devices of a slice agent, or of a partner in test mode, over gRPC;\n"
-      "attaches ports to an agent's device and follows packets through it.",
+      "attaches ports to an agent's device and follows packets through it; tells what happens on "
+      "it.",
       "switchctl"};
   app.set_version_flag("--version", "switchctl " JEX_VERSION);
   app.require_subcommand(0, 1);  // a missing one is reported below, after an unknown one
@@ -321,6 +345,10 @@ int run(int argc, char** argv) {
   capture->add_option("--direction", options.direction, "Only packets that come in, or that go out")
       ->check(CLI::IsMember({"in", "out", "both"}))
       ->capture_default_str();
+  addCommand(&app, "watch", "Print what is learned, what ages, and ports up and down", runWatch,
+             &command)
+      ->add_option("--count", options.count, "End after so many events; 0: at SIGINT")
+      ->capture_default_str();
   try {
     app.parse(argc, argv);
     if (command == nullptr) throw CLI::RequiredError("A command");
@@ -330,7 +358,7 @@ int run(int argc, char** argv) {
     std::fprintf(stderr, "switchctl: %s (see switchctl --help)\n", error.what());
     return kExitUsage;
   }
-  if (command == runCapture) {
+  if (lastsUntilStopped(command)) {
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before gRPC has threads
   }

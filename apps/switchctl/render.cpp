@@ -56,40 +56,6 @@ std::string hex(uint32_t value) {
 
 jexapps::FieldRef fieldOf(const std::string& name, uint32_t width) { return {name, width}; }
 
-void toView(const pb::KeyField& field, jexapps::KeyFieldView* view) {
-  view->field = fieldOf(field.name(), field.width());
-  jexapps::Match& match = view->match;
-  switch (field.match_case()) {
-    case pb::KeyField::kExact:
-      view->kind = JX_RT_MATCH_EXACT;
-      match.value = field.exact();
-      break;
-    case pb::KeyField::kTernary:
-      view->kind = JX_RT_MATCH_TERNARY;
-      match.value = field.ternary().value();
-      match.second = field.ternary().mask();
-      break;
-    case pb::KeyField::kLpm:
-      view->kind = JX_RT_MATCH_LPM;
-      match.value = field.lpm().value();
-      match.prefix_length = static_cast<uint16_t>(field.lpm().prefix_length());
-      break;
-    case pb::KeyField::kRange:
-      view->kind = JX_RT_MATCH_RANGE;
-      match.value = field.range().low();
-      match.second = field.range().high();
-      break;
-    case pb::KeyField::kOptional:
-      view->kind = JX_RT_MATCH_OPTIONAL;
-      match.value = field.optional().value();
-      match.valid = field.optional().valid();
-      break;
-    case pb::KeyField::MATCH_NOT_SET:
-      view->kind = JX_RT_MATCH_INVALID;
-      break;
-  }
-}
-
 jexapps::EntryKind kindOf(pb::Entry::Role role) {
   switch (role) {
     case pb::Entry::ROLE_DEFAULT:
@@ -278,6 +244,40 @@ std::string renderTraced(const pb::TracedPacket& packet, Format format) {
   }
   return "packet " + std::to_string(packet.number()) + ", " + std::to_string(packet.length()) +
          " bytes, " + packet.text() + '\n';
+}
+
+void toView(const pb::KeyField& field, jexapps::KeyFieldView* view) {
+  view->field = fieldOf(field.name(), field.width());
+  jexapps::Match& match = view->match;
+  switch (field.match_case()) {
+    case pb::KeyField::kExact:
+      view->kind = JX_RT_MATCH_EXACT;
+      match.value = field.exact();
+      break;
+    case pb::KeyField::kTernary:
+      view->kind = JX_RT_MATCH_TERNARY;
+      match.value = field.ternary().value();
+      match.second = field.ternary().mask();
+      break;
+    case pb::KeyField::kLpm:
+      view->kind = JX_RT_MATCH_LPM;
+      match.value = field.lpm().value();
+      match.prefix_length = static_cast<uint16_t>(field.lpm().prefix_length());
+      break;
+    case pb::KeyField::kRange:
+      view->kind = JX_RT_MATCH_RANGE;
+      match.value = field.range().low();
+      match.second = field.range().high();
+      break;
+    case pb::KeyField::kOptional:
+      view->kind = JX_RT_MATCH_OPTIONAL;
+      match.value = field.optional().value();
+      match.valid = field.optional().valid();
+      break;
+    case pb::KeyField::MATCH_NOT_SET:
+      view->kind = JX_RT_MATCH_INVALID;
+      break;
+  }
 }
 
 void toView(const pb::Entry& entry, jexapps::EntryView* view) {

@@ -21,9 +21,19 @@ std::string renderPorts(const jx::control::v1::ListPortsReply& reply, Format for
 std::string renderPort(const jx::control::v1::Port& port, const std::string& what, Format format);
 std::string renderInjected(const jx::control::v1::InjectReply& reply, Format format);
 std::string renderCaptured(uint64_t packets, uint64_t lost, Format format);
+/// That watching has begun.
+std::string renderWatching(int32_t device, Format format);
+/// One event: a line of text, or an object on one line.
+std::string renderEvent(const jx::control::v1::Event& event, Format format);
+/// That `events` more were lost at this place.
+std::string renderLost(uint64_t events, Format format);
+/// The end of watching; nothing in JSON, whose lines are events.
+std::string renderWatched(uint64_t events, uint64_t lost, Format format);
 /// One packet of a trace: lines of text, or an object on one line.
 std::string renderTraced(const jx::control::v1::TracedPacket& packet, Format format);
 
+/// A key field in the form of a dump; `view` refers to its name.
+void toView(const jx::control::v1::KeyField& field, jexapps::KeyFieldView* view);
 /// The entry in the form of a dump. `view` is filled anew and keeps its memory from call to call;
 /// it refers to names inside `entry`.
 void toView(const jx::control::v1::Entry& entry, jexapps::EntryView* view);

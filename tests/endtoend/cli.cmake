@@ -32,7 +32,8 @@ target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
 add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_partner_events_test.cpp
                cli_partner_shell_test.cpp
-               cli_run.cpp cli_switch_test.cpp control_server_test.cpp switch_run.cpp
+               cli_run.cpp cli_switch_test.cpp cli_watch_test.cpp control_server_test.cpp
+               switch_run.cpp
                terminal.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"

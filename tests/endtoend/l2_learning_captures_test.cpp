@@ -37,6 +37,7 @@ using jextest::switchctl;
 using jextest::waitUntil;
 using jextest::Words;
 using nlohmann::json;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr int kLongAge = 1'000'000;  // seconds, beyond every capture
@@ -164,6 +165,25 @@ std::vector<Silence> silencesIn(const std::vector<Frame>& frames, std::map<std::
   return silences;
 }
 
+/// The silences that a watcher tells, when it has told `count`.
+std::vector<Silence> silencesOf(Child& watcher, size_t count) {
+  std::vector<Silence> silences;
+  while (silences.size() < count) {
+    const std::string line = watcher.readLine();
+    const json event = json::parse(line, nullptr, false);
+    if (!event.is_object()) {
+      ADD_FAILURE() << line << watcher.standardError();
+      break;
+    }
+    if (event.at("event") == "port_up") continue;
+    // Nobody is learned, since all are known.
+    EXPECT_EQ(event.at("event"), "aged") << line;
+    silences.emplace_back(event.at("key").at("ethernet.src"), event.at("time_ns"));
+  }
+  std::sort(silences.begin(), silences.end());
+  return silences;
+}
+
 TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   constexpr int kIntervalMs = 500;
   constexpr std::array<int, 3> kTtlsMs{1000, 10'000, 60'000};
@@ -181,7 +201,10 @@ TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   ASSERT_FALSE(expected.empty());
   PartnerShell partner("l2_switch");
   partner.make(commands, {"smac"});
+  Child watcher(JEX_SWITCHCTL, {"watch", "--json"});
+  EXPECT_THAT(watcher.readLine(), HasSubstr("watching")) << watcher.standardError();
   passAll();
+  EXPECT_EQ(silencesOf(watcher, expected.size()), expected);
 
   std::map<std::string, size_t> times, expected_times;
   for (const auto& [mac, time] : expected) ++expected_times[mac];

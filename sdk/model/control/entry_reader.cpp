@@ -123,14 +123,20 @@ jx_status_t EntryReader::readSpecialEntries(pb::EntryChunk* chunk) const {
   return status;
 }
 
-jx_status_t EntryReader::fillKey(const JxRtTableKey& key, pb::Entry* entry) const {
+jx_status_t EntryReader::fillKeyFields(
+    const JxRtTableKey& key, google::protobuf::RepeatedPtrField<pb::KeyField>* out) const {
   for (const JxRtFieldInfo& field : key_fields_) {
-    const jx_status_t status = fillKeyField(key, field, entry->add_key());
+    const jx_status_t status = fillKeyField(key, field, out->Add());
     if (status != JX_SUCCESS) return status;
   }
-  if (!has_priority_) return JX_SUCCESS;
+  return JX_SUCCESS;
+}
+
+jx_status_t EntryReader::fillKey(const JxRtTableKey& key, pb::Entry* entry) const {
+  jx_status_t status = fillKeyFields(key, entry->mutable_key());
+  if (status != JX_SUCCESS || !has_priority_) return status;
   uint32_t priority = 0;
-  const jx_status_t status = key.priorityGet(&priority);
+  status = key.priorityGet(&priority);
   if (status == JX_SUCCESS) entry->set_priority(priority);
   return status;
 }

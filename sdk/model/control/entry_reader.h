@@ -29,6 +29,11 @@ class EntryReader {
   /// Appends the fallback and the default entry, those of them that are set.
   jx_status_t readSpecialEntries(jx::control::v1::EntryChunk* chunk) const;
 
+  /// Sets the fields of a key of the table.
+  jx_status_t fillKeyFields(
+      const jxrt::JxRtTableKey& key,
+      google::protobuf::RepeatedPtrField<jx::control::v1::KeyField>* out) const;
+
  private:
   jx_status_t learnFacts();
   void noteDataField(const jxrt::JxRtFieldInfo& field);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "model/control/physical_device.h"
 #include "model/control/service.h"
 #include "model/device.h"
 #include "model/port/capture_file.h"
@@ -22,57 +23,8 @@ constexpr uint64_t kMaxCaptureBytes = uint64_t{1} << 30;
 constexpr size_t kPacketsPerBurst = 256;
 constexpr size_t kBytesPerMessage = 1 << 20;
 
-/// Keeps the device in place for one call.
-struct Place {
-  std::shared_ptr<Device> device;
-  Switch* target = nullptr;
-};
-
-grpc::Status noDevice(jx_dev_id_t device) {
-  return {StatusCode::NOT_FOUND, "there is no device " + std::to_string(device)};
-}
-
-/// The one physical device of the process.
-grpc::Status findOnly(std::shared_ptr<Device>* only) {
-  std::vector<jx_dev_id_t> ids;
-  DeviceRegistry::instance().devicesGet(&ids);
-  for (const jx_dev_id_t id : ids) {
-    std::shared_ptr<Device> device = DeviceRegistry::instance().find(id);
-    if (device == nullptr || device->isVirtual()) continue;
-    if (*only != nullptr) {
-      return {StatusCode::INVALID_ARGUMENT, "there are several physical devices, choose: device " +
-                                                std::to_string((*only)->id()) + ", device " +
-                                                std::to_string(id)};
-    }
-    *only = std::move(device);
-  }
-  if (*only == nullptr) return {StatusCode::NOT_FOUND, "there is no physical device"};
-  return grpc::Status::OK;
-}
-
-template <typename Request>
-grpc::Status find(const Request& request, Place* place) {
-  if (!request.has_device()) {
-    grpc::Status found = findOnly(&place->device);
-    if (!found.ok()) return found;
-  } else {
-    place->device = DeviceRegistry::instance().find(request.device());
-    if (place->device == nullptr) return noDevice(request.device());
-    if (place->device->isVirtual()) {
-      return {StatusCode::INVALID_ARGUMENT,
-              "device " + std::to_string(request.device()) + " is virtual and has no ports"};
-    }
-  }
-  place->target = place->device->packetSwitch();
-  return place->target == nullptr ? noDevice(place->device->id()) : grpc::Status::OK;
-}
-
 grpc::Status noPort(uint32_t port) {
   return {StatusCode::NOT_FOUND, "there is no port " + std::to_string(port)};
-}
-
-grpc::Status gone(const Place& place) {
-  return {StatusCode::ABORTED, "device " + std::to_string(place.device->id()) + " was removed"};
 }
 
 pb::Port::Input inputOf(InputState state) {
@@ -89,7 +41,7 @@ pb::Port::Input inputOf(InputState state) {
   return pb::Port::INPUT_NONE;
 }
 
-void describe(const Place& place, const PortStatus& status, pb::Port* port) {
+void describe(const PhysicalDevice& place, const PortStatus& status, pb::Port* port) {
   port->set_device(place.device->id());
   port->set_number(status.spec.number);
   port->set_spec(toString(status.spec));
@@ -109,8 +61,8 @@ void describe(const Place& place, const PortStatus& status, pb::Port* port) {
 }
 
 /// The state of an attached port.
-grpc::Status describe(const Place& place, uint32_t number, pb::Port* port) {
-  const std::optional<PortStatus> status = place.target->ports().status(number);
+grpc::Status describe(const PhysicalDevice& place, uint32_t number, pb::Port* port) {
+  const std::optional<PortStatus> status = place.packets->ports().status(number);
   if (!status) return noPort(number);
   describe(place, *status, port);
   return grpc::Status::OK;
@@ -247,14 +199,14 @@ bool sendPackets(const Tap::Harvest& harvest, uint64_t* left,
 
 grpc::Status SwitchService::AddPort(grpc::ServerContext* /*context*/,
                                     const pb::AddPortRequest* request, pb::Port* reply) {
-  Place place;
+  PhysicalDevice place;
   grpc::Status found = find(*request, &place);
   if (!found.ok()) return found;
   PortSpec spec;
   std::string error;
   if (!parsePortSpec(request->spec(), &spec, &error)) return {StatusCode::INVALID_ARGUMENT, error};
-  const bool taken = place.target->ports().status(spec.number).has_value();
-  if (!place.target->ports().attach(spec, &error)) {
+  const bool taken = place.packets->ports().status(spec.number).has_value();
+  if (!place.packets->ports().attach(spec, &error)) {
     return {taken ? StatusCode::ALREADY_EXISTS : StatusCode::FAILED_PRECONDITION, error};
   }
   return describe(place, spec.number, reply);
@@ -262,32 +214,33 @@ grpc::Status SwitchService::AddPort(grpc::ServerContext* /*context*/,
 
 grpc::Status SwitchService::DeletePort(grpc::ServerContext* /*context*/,
                                        const pb::PortRequest* request, pb::Port* reply) {
-  Place place;
+  PhysicalDevice place;
   grpc::Status found = find(*request, &place);
   if (found.ok()) found = describe(place, request->port(), reply);
   if (!found.ok()) return found;
-  return place.target->ports().detach(request->port()) ? grpc::Status::OK : noPort(request->port());
+  return place.packets->ports().detach(request->port()) ? grpc::Status::OK
+                                                        : noPort(request->port());
 }
 
 grpc::Status SwitchService::ListPorts(grpc::ServerContext* /*context*/,
                                       const pb::ListPortsRequest* request,
                                       pb::ListPortsReply* reply) {
-  Place place;
+  PhysicalDevice place;
   grpc::Status found = find(*request, &place);
   if (!found.ok()) return found;
-  for (const PortStatus& status : place.target->ports().list()) {
+  for (const PortStatus& status : place.packets->ports().list()) {
     describe(place, status, reply->add_ports());
   }
-  describe(*place.target, reply->mutable_packets());
+  describe(*place.packets, reply->mutable_packets());
   return grpc::Status::OK;
 }
 
 grpc::Status SwitchService::SetPort(grpc::ServerContext* /*context*/,
                                     const pb::SetPortRequest* request, pb::Port* reply) {
-  Place place;
+  PhysicalDevice place;
   grpc::Status found = find(*request, &place);
   if (!found.ok()) return found;
-  if (!place.target->ports().setEnabled(request->port(), request->enabled())) {
+  if (!place.packets->ports().setEnabled(request->port(), request->enabled())) {
     return noPort(request->port());
   }
   return describe(place, request->port(), reply);
@@ -298,7 +251,7 @@ grpc::Status SwitchService::Inject(grpc::ServerContext* context,
                                    pb::InjectReply* reply) {
   Upload capture;
   pb::CaptureUpload first;
-  Place place;
+  PhysicalDevice place;
   grpc::Status status = capture.receive(upload, &first);
   if (status.ok()) status = find(first, &place);
   if (!status.ok()) return status;
@@ -316,7 +269,7 @@ grpc::Status SwitchService::Inject(grpc::ServerContext* context,
       reply->set_bytes(reply->bytes() + packet.wireLength());
       burst.push_back(std::move(packet));
     }
-    if (!place.target->inject(first.port(), std::move(burst))) return gone(place);
+    if (!place.packets->inject(first.port(), std::move(burst))) return gone(place);
   }
   if (result != CaptureReader::Result::kFailed) return grpc::Status::OK;
   return capture.broken(error + " (" + std::to_string(reply->packets()) + " packets injected)");
@@ -327,7 +280,7 @@ grpc::Status SwitchService::Trace(
     grpc::ServerReaderWriter<pb::TracedPacket, pb::CaptureUpload>* stream) {
   Upload capture;
   pb::CaptureUpload first;
-  Place place;
+  PhysicalDevice place;
   grpc::Status status = capture.receive(stream, &first);
   if (status.ok()) status = find(first, &place);
   if (!status.ok()) return status;
@@ -343,7 +296,7 @@ grpc::Status SwitchService::Trace(
     traced.set_number(traced.number() + 1);
     traced.set_time_ns(packet.timeNs());
     traced.set_length(static_cast<uint32_t>(packet.wireLength()));
-    const jxmodel::Trace trace = place.target->trace(first.port(), std::move(packet));
+    const jxmodel::Trace trace = place.packets->trace(first.port(), std::move(packet));
     traced.set_text(trace.text());
     traced.set_json(trace.json());
     if (!stream->Write(traced)) return grpc::Status::CANCELLED;
@@ -352,12 +305,12 @@ grpc::Status SwitchService::Trace(
 
 grpc::Status SwitchService::Capture(grpc::ServerContext* context, const pb::CaptureRequest* request,
                                     grpc::ServerWriter<pb::CapturedPackets>* writer) {
-  Place place;
+  PhysicalDevice place;
   grpc::Status found = find(*request, &place);
   if (!found.ok()) return found;
-  if (!place.target->ports().status(request->port())) return noPort(request->port());
+  if (!place.packets->ports().status(request->port())) return noPort(request->port());
 
-  const auto tap = place.target->openTap(request->port(), directionOf(request->direction()));
+  const auto tap = place.packets->openTap(request->port(), directionOf(request->direction()));
   uint64_t left = request->count() == 0 ? UINT64_MAX : request->count();
   bool going = writer->Write({});  // the capture has begun
   bool ended = false;
@@ -366,7 +319,7 @@ grpc::Status SwitchService::Capture(grpc::ServerContext* context, const pb::Capt
     ended = harvest.ended;
     going = sendPackets(harvest, &left, writer);
   }
-  place.target->closeTap(tap);
+  place.packets->closeTap(tap);
   if (left == 0) return grpc::Status::OK;
   return ended ? gone(place) : grpc::Status::CANCELLED;
 }

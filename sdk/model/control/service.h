@@ -1,5 +1,6 @@
 // The control service: answers about devices, programs and tables, from the runtime API alone
-// (service.cpp); ports and packets of physical devices (port_service.cpp).
+// (service.cpp); ports and packets of physical devices (port_service.cpp), and what happens on them
+// (watch_service.cpp).
 #pragma once
 
 #include <memory>
@@ -50,6 +51,9 @@ class SwitchService final : public jx::control::v1::Switch::Service {
                                               jx::control::v1::CaptureUpload>* stream) override;
   grpc::Status Capture(grpc::ServerContext* context, const jx::control::v1::CaptureRequest* request,
                        grpc::ServerWriter<jx::control::v1::CapturedPackets>* writer) override;
+
+  grpc::Status Watch(grpc::ServerContext* context, const jx::control::v1::WatchRequest* request,
+                     grpc::ServerWriter<jx::control::v1::WatchedEvents>* writer) override;
 
  private:
   /// A program on a device.
