@@ -23,6 +23,7 @@ install(DIRECTORY programs DESTINATION ${share_dir} FILES_MATCHING PATTERN "*.js
 install(FILES docs/program.schema.json DESTINATION ${share_dir}/docs OPTIONAL)
 install(FILES LICENSE README.md CHANGELOG.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/jexhybridslice)
+install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/jexhybridslice)
 install(DIRECTORY packaging/man/ DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
         FILES_MATCHING PATTERN "*.1")
 
