@@ -100,11 +100,12 @@ class LearningSwitch {
     std::printf("%s %s on port %u\n", moves ? "moved" : "learned", textOf(mac).c_str(), port);
   }
 
-  // The smac entry with this handle has been silent.
-  void age(uint32_t handle) {
+  // The smac entry with this handle had been silent at this time.
+  void age(uint32_t handle, uint64_t time) {
     const auto found = macs_.find(handle);
     if (found == macs_.end()) return;  // it has moved meanwhile
     const Mac mac = found->second;
+    if (time < hosts_.at(mac).since) return;  // an older entry, whose handle is in use again
     std::printf("aged %s on port %u\n", textOf(mac).c_str(), hosts_.at(mac).port);
     forget(mac);
   }
@@ -118,6 +119,7 @@ class LearningSwitch {
   struct Host {
     uint32_t port;
     uint32_t handle;  // of its smac entry
+    uint64_t since;   // when that was made
   };
 
   void forget(const Mac& mac) {
@@ -127,13 +129,13 @@ class LearningSwitch {
   }
 
   bool addSource(const Mac& mac, uint32_t port) {
+    Host host{port, 0, PartnerGetTimestamp()};
     setSourceKey(mac, port);
     smac_data_->setValue(ttl_, uint64_t{age_ms_});
     if (!succeeded(smac_->tableEntryAdd(session_, target_, 0, *smac_key_, *smac_data_),
                    "learn " + textOf(mac))) {
       return false;  // the table is full: the next frame asks again
     }
-    Host host{port, 0};
     must(smac_->tableEntryHandleGet(session_, target_, *smac_key_, &host.handle), "smac: handle");
     hosts_[mac] = host;
     macs_[host.handle] = mac;
@@ -180,7 +182,8 @@ class LearningSwitch {
 
 void handle(const void* notification, LearningSwitch* lan) {
   if (*static_cast<const uint8_t*>(notification) == PARTNER_NOTIFY_IDLE) {
-    lan->age(static_cast<const PartnerIdleNotify*>(notification)->entryKey);
+    const auto* idle = static_cast<const PartnerIdleNotify*>(notification);
+    lan->age(idle->entryKey, idle->time);
     return;
   }
   const auto* digest = static_cast<const PartnerDigestNotify*>(notification);
@@ -205,9 +208,9 @@ void serve(const std::shared_ptr<jxrt::JxRtSession>& session, uint32_t age_ms) {
   LearningSwitch lan(*session, target, age_ms);
   PartnerNotificationQueueHandle queue = nullptr;
   PartnerNotificationQueueCreate("l2_learning", 4096, &queue);
-  PartnerRegisterDigestNotification(kProgram, "mac_learn", target, session->cHandle(), queue);
   PartnerRegisterIdleNotification(kProgram, "smac", age_ms / kLooksPerAge + 1, age_ms, age_ms,
                                   target, session->cHandle(), queue);
+  PartnerRegisterDigestNotification(kProgram, "mac_learn", target, session->cHandle(), queue);
   std::printf("l2_learning: ready\n");
   const timespec pause = {0, 1'000'000};
   while (end_wanted == 0) {

@@ -22,6 +22,7 @@ using jextest::Child;
 using jextest::Finished;
 using jextest::isOneLine;
 using jextest::kCaptureTime;
+using jextest::kPatience;
 using jextest::kSecond;
 using jextest::PartnerShell;
 using jextest::pathOf;
@@ -149,7 +150,7 @@ TEST_F(Watch, CountsWhatASlowReaderLosesWhilePacketsGoOn) {
   const auto watcher = watch({"--json"});
   watcher->signal(SIGSTOP);
   run({"port-add", "1=pcap:" + capture});
-  EXPECT_TRUE(waitUntil([] { return portOf(1).at("input") == "exhausted"; }));
+  EXPECT_TRUE(waitUntil([] { return portOf(1).at("input") == "exhausted"; }, 2 * kPatience));
   EXPECT_EQ(answerOf({"ports"}).at("packets").at("received"), kFrames);
   watcher->signal(SIGCONT);
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
@@ -36,6 +37,7 @@ using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::waitUntil;
 using jextest::Words;
+using jextest::writeCapture;
 using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -216,6 +218,50 @@ TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   EXPECT_EQ(times, expected_times);
   partner.ask("idle-deregister smac");
   EXPECT_THAT(partner.list("drain silences"), IsEmpty());
+}
+
+// The switch finds a host silent on a port that it has left, while the learner does not run. When
+// it runs again, the entry of the new port may have got the handle of the old one.
+TEST(L2LearningOfMoves, TakesNoOldSilenceForOneOnTheNewPort) {
+  const jextest::Bytes broadcast(6, 0xff);
+  const auto frameFrom = [&](const jextest::Bytes& source) {
+    jextest::Bytes frame(broadcast);
+    frame.insert(frame.end(), source.begin(), source.end());
+    frame.insert(frame.end(), {0x88, 0xb5});
+    frame.resize(60);
+    return frame;
+  };
+  const auto inject = [](const char* port, const std::string& capture) {
+    EXPECT_TRUE(switchctl({"inject", "--port", port, capture}).endedWith(0));
+  };
+  const jextest::Bytes host{2, 0, 0, 0, 0, 1}, group{3, 0, 0, 0, 0, 1};
+  const std::string mac = "02:00:00:00:00:01";
+  const auto agent = startSwitch("l2_switch", {"--clock", "capture"});
+  Learner learner(2);
+  inject("1", writeCapture("first.in", {frameFrom(host)}));
+  EXPECT_EQ(learner.lines(1)[0], "learned " + mac + " on port 1");
+  EXPECT_TRUE(waitUntil([&] { return directions() == PortsByAddress{{mac, "1"}}; }));
+
+  learner.process().signal(SIGSTOP);
+  inject("2", writeCapture("moved.in", {frameFrom(host)}));
+  // Nobody is learned from these. The first two move the clock by a second, so that the digest goes
+  // its way; the others beyond the host's time on port 1.
+  for (const size_t count : {2, 9}) {
+    inject("3", writeCapture("later.in", std::vector<jextest::Bytes>(count, frameFrom(group))));
+  }
+  const auto milliseconds = [] {
+    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+  };
+  const auto told = milliseconds();
+  EXPECT_TRUE(waitUntil([&] { return milliseconds() > told; }));
+  learner.process().signal(SIGCONT);
+
+  EXPECT_TRUE(waitUntil([&] { return directions() == PortsByAddress{{mac, "2"}}; }));
+  // Both stand in the queue, which has no order between them: either may come first.
+  const Words said = learner.end(SIGTERM);
+  EXPECT_THAT(said, testing::AnyOf(testing::ElementsAre("moved " + mac + " on port 2"),
+                                   testing::ElementsAre("aged " + mac + " on port 1",
+                                                        "learned " + mac + " on port 2")));
 }
 
 Words captures() {
