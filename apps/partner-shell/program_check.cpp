@@ -23,6 +23,7 @@ bool isReadable(const std::string& path) {
 
 bool canAddDevice(const std::vector<std::string>& program_files) {
   std::vector<const char*> paths;
+  paths.reserve(program_files.size());
   for (const std::string& path : program_files) paths.push_back(path.c_str());
   jx_device_profile_t profile{};
   profile.num_programs = static_cast<uint32_t>(paths.size());

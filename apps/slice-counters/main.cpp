@@ -66,7 +66,9 @@ void watch(const Options& options, const std::vector<uint32_t>& wanted, const Ta
     histories.update(std::move(samples));
     std::string text =
         renderWatched(histories, names, {options.format, options.selection, nowMs()});
-    if (options.format == Format::kText) text = on_screen ? kClearScreen + text : text + '\n';
+    if (options.format == Format::kText) {
+      on_screen ? text.insert(0, kClearScreen) : text.append("\n");
+    }
     if (!end.print(text) || ++looks == options.count) return;
 
     next += *options.watch;

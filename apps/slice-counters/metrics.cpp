@@ -99,6 +99,7 @@ std::vector<size_t> shareOut(const std::vector<size_t>& counting, size_t limit) 
 std::vector<MetricFamily> metricsOf(const std::vector<BlockSample>& samples,
                                     const TableNames& names, uint64_t now_ms, size_t max_series) {
   std::vector<size_t> counting;
+  counting.reserve(samples.size());
   for (const BlockSample& sample : samples) counting.push_back(countingEntries(sample));
   const std::vector<size_t> shares = shareOut(counting, max_series / kSeriesPerEntry);
 

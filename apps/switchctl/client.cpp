@@ -64,7 +64,7 @@ void setDevice(const Place& place, Request* request) {
 template <typename Stream>
 void upload(std::ifstream& file, const std::string& name, uint32_t port, const Place& place,
             Stream* stream) {
-  constexpr size_t kPiece = 256 * 1024;
+  constexpr size_t kPiece = size_t{256} * 1024;
   pb::CaptureUpload message;
   setDevice(place, &message);
   message.set_port(port);

@@ -216,7 +216,8 @@ class StopAtSignal {
           client->stop();
         }) {}
   ~StopAtSignal() {
-    pthread_kill(thread_.native_handle(), SIGTERM);  // it has ended: lets the thread go
+    // It has ended: the thread, which waits for this signal and has it blocked, goes.
+    pthread_kill(thread_.native_handle(), SIGTERM);  // NOLINT(bugprone-bad-signal-to-kill-thread)
     thread_.join();
   }
   StopAtSignal(const StopAtSignal&) = delete;
@@ -362,18 +363,20 @@ int run(int argc, char** argv) {
     const sigset_t signals = endSignals();
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before gRPC has threads
   }
-  try {
-    Client client(options.target);
-    const int status = command(options, client);
-    finishOutput();
-    return status;
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "switchctl: %s\n", error.what());
-    return kExitFailure;
-  }
+  Client client(options.target);
+  const int status = command(options, client);
+  finishOutput();
+  return status;
 }
 
 }  // namespace
 }  // namespace switchctl
 
-int main(int argc, char** argv) { return switchctl::run(argc, argv); }
+int main(int argc, char** argv) {
+  try {
+    return switchctl::run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "switchctl: %s\n", error.what());
+    return switchctl::kExitFailure;
+  }
+}

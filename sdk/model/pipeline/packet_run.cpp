@@ -314,7 +314,7 @@ void PacketRun::read(const CompiledOperand& operand, const uint8_t* params, uint
     case CompiledOperand::Kind::kField:
       return load(operand.index, at);
     case CompiledOperand::Kind::kParam:
-      std::memcpy(at, params + operand.index + skipped, used);
+      std::copy_n(params + operand.index + skipped, used, at);
       return;
     case CompiledOperand::Kind::kConstant:
       std::copy_n(operand.constant + skipped, used, at);
