@@ -71,7 +71,7 @@ std::string renderBins(const RoundTrips& trips, size_t columns) {
 
 std::string renderSummary(const RoundTrips& trips) {
   const uint64_t count = countOf(trips);
-  const std::string barriers = std::to_string(count) + (count == 1 ? " answer" : " answers");
+  std::string barriers = std::to_string(count) + (count == 1 ? " answer" : " answers");
   if (count == 0) return barriers;
   if (maxIsRoundTrip(trips)) return barriers + ", longest " + std::to_string(trips.max) + " ms";
   return barriers + ", longest unknown: a double barrier was answered " +

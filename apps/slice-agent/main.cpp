@@ -143,17 +143,18 @@ int run(int argc, char** argv) {
   if (const std::optional<int> status = parse(argc, argv, &options)) return *status;
   const sigset_t signals = endSignals();
   sigprocmask(SIG_BLOCK, &signals, nullptr);
-  try {
-    serve(options, signals);
-  } catch (const ProgramError&) {
-    return kExitFailure;
-  } catch (const std::exception& error) {  // a StartError, or memory is out
-    std::fprintf(stderr, "slice-agent: %s\n", error.what());
-    return kExitFailure;
-  }
+  serve(options, signals);
 }
 
 }  // namespace
 }  // namespace slice_agent
 
-int main(int argc, char** argv) { return slice_agent::run(argc, argv); }
+int main(int argc, char** argv) {
+  try {
+    return slice_agent::run(argc, argv);
+  } catch (const slice_agent::ProgramError&) {  // has been told
+  } catch (const std::exception& error) {       // a StartError, or memory is out
+    std::fprintf(stderr, "slice-agent: %s\n", error.what());
+  }
+  return slice_agent::kExitFailure;
+}

@@ -14,7 +14,6 @@ namespace jxmodel::control {
 namespace {
 
 namespace pb = jx::control::v1;
-using grpc::StatusCode;
 
 constexpr int kEventsPerMessage = 256;
 
