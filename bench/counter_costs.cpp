@@ -69,18 +69,24 @@ struct Counters {
   uint32_t size;
 };
 
+/// Both copy the same memory to the same place, in turn.
 nlohmann::json readCosts(const Counters& counters) {
+  constexpr int kTurns = 8;
   CounterHandleStruct handle = {};
   handle.block = counters.block;
   handle.counters = counters.block + sizeof(PartnerLib::CounterBlockHeader_t);
   const size_t bytes = counters.size * sizeof(PartnerCounterEntry);
   std::vector<unsigned char> out(bytes, 1);
-  std::vector<unsigned char> source(bytes, 2);
   uint64_t time = 0;
-  const double read = costOf(
-      counters.size, [&] { PartnerCounterRead(&handle, 0, counters.size, out.data(), &time); });
-  const double copy = costOf(counters.size, [&] { std::memcpy(out.data(), source.data(), bytes); });
-  return {{"read", read}, {"memcpy", copy}};
+  double read = 0;
+  double copy = 0;
+  PartnerCounterRead(&handle, 0, counters.size, out.data(), &time);  // the caches' first turn
+  for (int i = 0; i < kTurns; ++i) {
+    copy += costOf(counters.size, [&] { std::memcpy(out.data(), handle.counters, bytes); });
+    read += costOf(counters.size,
+                   [&] { PartnerCounterRead(&handle, 0, counters.size, out.data(), &time); });
+  }
+  return {{"read", read / kTurns}, {"memcpy", copy / kTurns}};
 }
 
 /// The calls that read all values of a table, and nothing else.

@@ -5,6 +5,7 @@
 #include <nanomsg/pair.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -74,10 +75,8 @@ class Learn final : public jxrt::JxRtLearn {
   }
 };
 
-void pauseBetween() {
-  const uint64_t until = now() + kPauseNs;
-  while (now() < until) continue;
-}
+/// Leaves the core to those who are measured.
+void pauseBetween() { std::this_thread::sleep_for(std::chrono::nanoseconds(kPauseNs)); }
 
 /// Dequeues `count` notifications and reports their times.
 void reportDequeued(PartnerNotificationQueueHandle queue, uint64_t count) {
