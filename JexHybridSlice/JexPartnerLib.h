@@ -130,9 +130,11 @@ JEX_API void PartnerCounterFree(PartnerCounterTableHandle handle);
 /* ---- barriers (Partner) --------------------------------------------------------------------
  *
  * A barrier is named by its time stamp, which the send functions return; it is complete when
- * PartnerBarrierGetLastComplete returns that value. Wait for it in a loop of your own, with a
- * time-out: of barriers with counter sync that follow each other quickly on one table, the last
- * one only may be answered. Replies arrive on the library's receive thread. */
+ * PartnerBarrierGetLastComplete returns that value. Two that are sent in the same millisecond share
+ * a name: before you send the next one, wait until PartnerGetTimestamp has passed the last. Wait
+ * for the answer in a loop of your own, with a time-out: of barriers with counter sync that follow
+ * each other quickly on one table, the last one only may be answered. Replies arrive on the
+ * library's receive thread. */
 
 /** Milliseconds of the steady clock: the time base of barriers, counters and notifications. */
 JEX_API uint64_t PartnerGetTimestamp(void);

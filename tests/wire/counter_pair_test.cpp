@@ -18,6 +18,13 @@ void expectAnswered(Child& partner, uint64_t timestamp) {
       << partner.standardError();
 }
 
+/// Sends a barrier by `command` and waits for its answer. A barrier is named by its millisecond: in
+/// that of the last one, the answer to that would pass for its own.
+void expectBarrier(Child& partner, const std::string& command) {
+  EXPECT_TRUE(waitUntil([&] { return number(partner, "now") > number(partner, "last"); }));
+  expectAnswered(partner, number(partner, command));
+}
+
 Child startedCountingPartner(const CountingPartnerOptions& options = {}) {
   Child partner = startCountingPartner(options);
   EXPECT_EQ(partner.ask("start"), "true") << partner.standardError();
@@ -32,14 +39,14 @@ TEST(CounterPair, APartnerReadsWhatTheAgentSynced) {
     ASSERT_EQ(agent.ask("packets 0 1 100"), "status 0");
     ASSERT_EQ(agent.ask("idle"), "done");
     const uint64_t before = number(partner, "now");
-    expectAnswered(partner, number(partner, "sync pairs"));
+    expectBarrier(partner, "sync pairs");
     const std::string read = partner.ask("read pairs 0 1");
     const std::string values = std::to_string(round) + ":" + std::to_string(100 * round);
     EXPECT_EQ(read.substr(read.rfind(' ') + 1), values);
     EXPECT_GE(std::stoull(read.substr(5)), before);
   }
   EXPECT_EQ(partner.ask("free pairs"), "done");
-  expectAnswered(partner, number(partner, "barrier"));
+  expectBarrier(partner, "barrier");
   EXPECT_EQ(agent.ask("record " + std::to_string(kPairs)), "none");
 }
 
@@ -81,7 +88,7 @@ TEST(CounterPair, TheAgentStopsForALaterPartnersCounters) {
   Child agent = startCountingAgent();
   Child first = startedCountingPartner();
   ASSERT_EQ(first.ask("init limits pairs"), "true handle");
-  expectAnswered(first, number(first, "sync pairs"));
+  expectBarrier(first, "sync pairs");
   Child second = startedCountingPartner({2, "limits"});
   ASSERT_EQ(second.ask("init limits no_pairs"), "true handle");
   expectStop(agent, {"Error: Cannot find counter for table in SHM", "JexPartnerLibCounter",
@@ -93,7 +100,7 @@ TEST(CounterPair, OutlivesAPartnerThatIsKilledWhileItsCountersSync) {
   {
     Child partner = startedCountingPartner();
     ASSERT_EQ(partner.ask("init limits pairs"), "true handle");
-    expectAnswered(partner, number(partner, "sync pairs"));
+    expectBarrier(partner, "sync pairs");
     ASSERT_EQ(agent.ask("idle"), "done");
     ASSERT_EQ(agent.ask("hold"), "done");
     ASSERT_EQ(agent.ask("update"), "true");
@@ -103,10 +110,10 @@ TEST(CounterPair, OutlivesAPartnerThatIsKilledWhileItsCountersSync) {
   ASSERT_EQ(agent.ask("release"), "done");
   ASSERT_EQ(agent.ask("idle"), "done");
   Child next = startedCountingPartner();
-  expectAnswered(next, number(next, "barrier"));
+  expectBarrier(next, "barrier");
   ASSERT_EQ(agent.ask("update"), "true");
   ASSERT_EQ(agent.ask("idle"), "done");
-  expectAnswered(next, number(next, "barrier"));
+  expectBarrier(next, "barrier");
   EXPECT_EQ(agent.standardError(), "");
 }
 
@@ -116,10 +123,10 @@ TEST(CounterPair, CountsAMillionEntries) {
   Child partner = startedCountingPartner({1, program});
   ASSERT_EQ(partner.ask("init counters t1"), "true handle");
   ASSERT_EQ(agent.ask("packets 500 4 100"), "status 0");
-  expectAnswered(partner, number(partner, "sync t1"));
+  expectBarrier(partner, "sync t1");
   EXPECT_EQ(partner.ask("read-all t1 1000000"), "sums 4 400");
   EXPECT_EQ(partner.ask("free t1"), "done");
-  expectAnswered(partner, number(partner, "barrier"));
+  expectBarrier(partner, "barrier");
 }
 
 // Every barrier is answered, and once.
