@@ -25,6 +25,7 @@ using PartnerLib::getEpochTime;
 using PartnerLib::pMessage;
 using PartnerLib::pSocket;
 using PartnerLib::StopPlace;
+using PartnerLib::storeFenced;
 using NotifyQueue = moodycamel::ConcurrentQueue<void*>;
 
 namespace {
@@ -37,10 +38,6 @@ std::string givenText(const char* text) {
   return text;
 }
 
-/// Stores with a full fence behind.
-void storeFenced(uint64_t& variable, uint64_t value) {
-  __atomic_store_n(&variable, value, __ATOMIC_SEQ_CST);
-}
 uint64_t loadFenced(const uint64_t& variable) {
   return __atomic_load_n(&variable, __ATOMIC_SEQ_CST);
 }

@@ -35,11 +35,6 @@ std::mutex countersMutex;
 std::condition_variable writingEnded;
 std::unordered_map<CounterReadStruct_t*, SyncState> syncStates;
 
-/// Stores with a full fence behind.
-void storeFenced(uint64_t& variable, uint64_t value) {
-  __atomic_store_n(&variable, value, __ATOMIC_SEQ_CST);
-}
-
 /// With the mutex held. Null if the table's counters are not started.
 CounterReadStruct_t* findRecord(uint32_t tableId) {
   const auto found = countersCallbackMap.find(counterKey(tableId));

@@ -45,6 +45,11 @@ JEX_API std::string jxStatusError(int status);
 /// Milliseconds of the steady clock: a time base for differences, no wall-clock time.
 JEX_API uint64_t getEpochTime();
 
+/// Stores a word that other threads read without a lock, with a full fence behind.
+inline void storeFenced(uint64_t& variable, uint64_t value) {
+  __atomic_store_n(&variable, value, __ATOMIC_SEQ_CST);
+}
+
 /// PartnerLibStartup. Returns true or stops the process.
 JEX_API bool PartnerLibSetup(const jxrt::JxRtSession& session, jx_rt_target_t target,
                              jx_dev_type_t dev_type, jx_device_profile_t* profile);

@@ -1,5 +1,7 @@
 // Recorded traffic from files through both programs: what leaves is what came in, as far as
 // another reader of packets can tell.
+#include "endtoend/captures.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -184,22 +186,7 @@ TEST_P(CapturesTest, PassThroughARouterIntact) {
   expectAmong(after, before);
 }
 
-Words captures() {
-  Words names;
-  for (const auto& file : std::filesystem::directory_iterator(JEX_CAPTURES)) {
-    names.push_back(file.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string inWords(const testing::TestParamInfo<std::string>& file) {
-  std::string name = file.param;
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Recorded, CapturesTest, testing::ValuesIn(captures()), inWords);
+INSTANTIATE_TEST_SUITE_P(Recorded, CapturesTest, testing::ValuesIn(jextest::captures()),
+                         jextest::inWords);
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "endtoend/captures.h"
 #include "endtoend/cli_run.h"
 #include "endtoend/switch_run.h"
 #include "support/child.h"
@@ -229,22 +230,7 @@ TEST_P(CountersTest, OfRoutesAndRulesAreWhatTheyMatched) {
   EXPECT_EQ(malformed(), 0u) << answerOf({"ports"});
 }
 
-Words captures() {
-  Words names;
-  for (const auto& file : std::filesystem::directory_iterator(JEX_CAPTURES)) {
-    names.push_back(file.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string inWords(const testing::TestParamInfo<std::string>& file) {
-  std::string name = file.param;
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Recorded, CountersTest, testing::ValuesIn(captures()), inWords);
+INSTANTIATE_TEST_SUITE_P(Recorded, CountersTest, testing::ValuesIn(jextest::captures()),
+                         jextest::inWords);
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <utility>
 #include <vector>
 
+#include "endtoend/captures.h"
 #include "endtoend/learner.h"
 #include "endtoend/switch_run.h"
 #include "support/child.h"
@@ -264,22 +265,7 @@ TEST(L2LearningOfMoves, TakesNoOldSilenceForOneOnTheNewPort) {
                                                         "learned " + mac + " on port 2")));
 }
 
-Words captures() {
-  Words names;
-  for (const auto& file : std::filesystem::directory_iterator(JEX_CAPTURES)) {
-    names.push_back(file.path().filename());
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string inWords(const testing::TestParamInfo<std::string>& file) {
-  std::string name = file.param;
-  std::replace_if(
-      name.begin(), name.end(), [](char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Recorded, L2LearningOnCaptures, testing::ValuesIn(captures()), inWords);
+INSTANTIATE_TEST_SUITE_P(Recorded, L2LearningOnCaptures, testing::ValuesIn(jextest::captures()),
+                         jextest::inWords);
 
 }  // namespace
