@@ -80,9 +80,7 @@ void expectStop(Child& child, const Stop& stop) {
     EXPECT_NE(parts->line, "0") << line;
     EXPECT_NE(parts->function.find(stop.function), std::string::npos) << line;
     EXPECT_NE(parts->function.find('('), std::string::npos) << "no signature: " << line;
-    if (!stop.expression.empty()) {
-      EXPECT_EQ(parts->expression, "\"" + stop.expression + "\" == nullptr") << line;
-    }
+    EXPECT_EQ(parts->expression, "\"" + stop.expression + "\" == nullptr") << line;
   }
   EXPECT_EQ(found, 1u) << text;
 }

@@ -12,8 +12,8 @@ namespace jextest {
 struct Stop {
   std::string error;       ///< the whole line without its end
   std::string source;      ///< "JexPartnerLibServer": the file is JexHybridSlice/<source>.cpp
-  std::string function;    ///< part of the function's signature; empty: any
-  std::string expression;  ///< the condition that stands in quotes; empty: any
+  std::string function;    ///< part of the function's signature
+  std::string expression;  ///< the condition that stands in quotes
 };
 
 /// Expects that `child` ends, and that its end is `stop`: exactly one Error line.

@@ -268,7 +268,7 @@ TEST(PartnerStart, StopsOnASecondDevice) {
   Child child =
       Child::helper("start_two_devices", {}, {{"JX_MODEL_FAULTS", "jx_drv_init:2:status=5"}});
   expectStop(child, {"Error: Already initialized the hybrid library", "JexPartnerLibServer",
-                     "PartnerLib::PartnerLibSetup(", ""});
+                     "PartnerLib::PartnerLibSetup(", "pSocket == nullptr && pMessage == nullptr"});
 }
 
 // The device is added before the library looks whether it runs already.
@@ -323,24 +323,25 @@ INSTANTIATE_TEST_SUITE_P(
                      false,
                      {"Error: Unable to open Client socket", "JexPartnerLibSocket", "init",
                       "( socket_ >= 0 )"}},
-        FailingStart{"Connect",
+        FailingStart{
+            "Connect",
+            "",
+            nanomsgFault("nn_connect", 1, -1, EINVAL),
+            false,
+            {"Error: Socket init Failed", "JexPartnerLibServer", "PartnerLib::PartnerLibSetup(",
+             "pSocket->init( DEFAULT_SOCKET_NAME, testMode ) == true"}},
+        FailingStart{"ReverseSocket",
                      "",
-                     nanomsgFault("nn_connect", 1, -1, EINVAL),
+                     nanomsgFault("nn_socket", 2, -1, EMFILE),
                      false,
-                     {"Error: Socket init Failed", "JexPartnerLibServer",
-                      "PartnerLib::PartnerLibSetup(", ""}},
-        FailingStart{
-            "ReverseSocket",
-            "",
-            nanomsgFault("nn_socket", 2, -1, EMFILE),
-            false,
-            {"Error: Cannot open socket for reverse path", "JexPartnerLibSocket", "init", ""}},
-        FailingStart{
-            "ReverseBind",
-            "",
-            nanomsgFault("nn_bind", 1, -1, EADDRINUSE),
-            false,
-            {"Error: Cannot bind socket for reverse path", "JexPartnerLibSocket", "init", ""}},
+                     {"Error: Cannot open socket for reverse path", "JexPartnerLibSocket", "init",
+                      "( reverse >= 0 )"}},
+        FailingStart{"ReverseBind",
+                     "",
+                     nanomsgFault("nn_bind", 1, -1, EADDRINUSE),
+                     false,
+                     {"Error: Cannot bind socket for reverse path", "JexPartnerLibSocket", "init",
+                      "( endpoints[1] >= 0 )"}},
         FailingStart{
             "Programs",
             "JxRtDevMgr::jxRtInfoP4NamesGet:1:status=6",
@@ -420,8 +421,8 @@ TEST(PartnerStart, RegistersBeforeTestModeServes) {
   ASSERT_TRUE(waitUntil([&] { return hasBoundItsReversePath(partner); }));
   EXPECT_FALSE(partner.ended());
   RawAgent agent;
-  expectStop(partner, {"Error: Cannot spawn gRPC server socket on 50053", "JexPartnerLibSocket", "",
-                       "jx_status == JX_SUCCESS"});
+  expectStop(partner, {"Error: Cannot spawn gRPC server socket on 50053", "JexPartnerLibSocket",
+                       "startgRPCServer(", "jx_status == JX_SUCCESS"});
 }
 
 // The agent receives meanwhile, as an agent does: nanomsg keeps nothing for a closed sender.

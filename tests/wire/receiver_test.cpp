@@ -159,7 +159,7 @@ TEST(Receiver, DoesNotMistakeADigestForATable) {
   NotifyPair pair;
   pair.registerTable();
   pair.reverse.send(digestRecord(kAllKinds, 1, {}));
-  expectStop(pair.partner, stop("Cannot find table in digest notify map: 196615", ""));
+  expectStop(pair.partner, stop("Cannot find table in digest notify map: 196615", "false"));
 }
 
 TEST(Receiver, DropsAnIdleRecordThatComesAfterDeregistration) {
@@ -231,18 +231,18 @@ INSTANTIATE_TEST_SUITE_P(
                     BadRecord{"IdleSizeBeforeItsTable", resized(idleRecord(5, 1, 1), 21),
                               " Incorrect Idle message from Slice", kIdleSize},
                     BadRecord{"IdleOfNoTable", idleRecord(12345, 1, 1),
-                              "Cannot find table in notify map: 12345", ""},
+                              "Cannot find table in notify map: 12345", "false"},
                     BadRecord{"IdleOfTheLastId", idleRecord(0xFFFFFFFF, 1, 1),
-                              "Cannot find table in notify map: 4294967295", ""},
+                              "Cannot find table in notify map: 4294967295", "false"},
                     BadRecord{"Digest19", resized(digestRecord(kAddresses, 1, {}), 19),
                               "Incorrect digest message from Slice", kDigestSize},
                     BadRecord{"Digest1", {1}, "Incorrect digest message from Slice", kDigestSize},
                     BadRecord{"DigestSizeBeforeItsId", resized(digestRecord(5, 1, {}), 19),
                               "Incorrect digest message from Slice", kDigestSize},
                     BadRecord{"DigestOfNobody", digestRecord(12345, 1, {}),
-                              "Cannot find table in digest notify map: 12345", ""},
+                              "Cannot find table in digest notify map: 12345", "false"},
                     BadRecord{"DigestOfTheLastId", digestRecord(0xFFFFFFFF, 1, {}),
-                              "Cannot find table in digest notify map: 4294967295", ""},
+                              "Cannot find table in digest notify map: 4294967295", "false"},
                     BadRecord{"Kind2", Bytes(20, 2), std::string(kMismatch) + '\2', "false"},
                     BadRecord{"Kind2Alone", {2}, std::string(kMismatch) + '\2', "false"},
                     BadRecord{"KindA", {'A', 1, 2, 3}, std::string(kMismatch) + 'A', "false"},
