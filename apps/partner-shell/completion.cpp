@@ -7,8 +7,6 @@
 namespace jexapps {
 namespace {
 
-using Operand = Command::Operand;
-
 // Gathers the words that begin as the one that is being typed.
 class Candidates {
  public:
@@ -37,8 +35,9 @@ void offerTables(const Shell& shell, Wanted wanted, Candidates* candidates) {
   }
 }
 
-void offerNames(const Shell& shell, Operand operand, Candidates* candidates) {
-  switch (operand) {
+void offerNames(const Shell& shell, Command::Operand kind, Candidates* candidates) {
+  using Operand = Command::Operand;
+  switch (kind) {
     case Operand::kTable:
       return offerTables(
           shell, [](const TableFacts&) { return true; }, candidates);
@@ -100,7 +99,7 @@ std::vector<std::string> Shell::completions(std::string_view text) const {
     return {};  // within a quoted word
   }
   if (words.empty()) {
-    offerNames(*this, Operand::kCommand, &candidates);
+    offerNames(*this, Command::Operand::kCommand, &candidates);
     return candidates.take();
   }
   const Command* const command = commandOf(words);
@@ -112,7 +111,7 @@ std::vector<std::string> Shell::completions(std::string_view text) const {
   if (operand >= command->min_operands) {
     for (std::string& option : splitWords(command->options)) candidates.offer(std::move(option));
   }
-  if (operand > 0 && command->operands[0] == Operand::kTable) {
+  if (operand > 0 && command->operands[0] == Command::Operand::kTable) {
     offerFieldsAndActions(*this, words, &candidates);
   }
   return candidates.take();

@@ -13,6 +13,7 @@ namespace slice_counters {
 
 inline constexpr uint64_t kBlockHeaderBytes = 12;
 inline constexpr uint64_t kLastSyncAt = 4;
+inline constexpr double kMsPerSecond = 1000;
 
 /// Where a block lies.
 struct Block {

@@ -12,7 +12,6 @@ using prometheus::MetricFamily;
 using prometheus::MetricType;
 using Labels = std::vector<ClientMetric::Label>;
 
-constexpr double kMsPerSecond = 1000;
 constexpr size_t kSeriesPerEntry = 2;
 
 MetricFamily family(const char* name, const char* help, MetricType type) {

@@ -5,8 +5,6 @@
 namespace slice_counters {
 namespace {
 
-constexpr double kMsPerSecond = 1000;
-
 uint64_t increase(uint64_t before, uint64_t now) { return now >= before ? now - before : now; }
 
 }  // namespace

@@ -8,8 +8,6 @@
 namespace slice_counters {
 namespace {
 
-constexpr double kMsPerSecond = 1000;
-
 template <typename... Values>
 std::string format(const char* pattern, Values... values) {
   char text[256];

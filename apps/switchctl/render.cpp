@@ -10,8 +10,6 @@ namespace {
 namespace pb = jx::control::v1;
 using Json = nlohmann::ordered_json;
 
-std::string jsonLine(const Json& json) { return json.dump() + '\n'; }
-
 /// The names that other programs of this project print too.
 const char* kindName(pb::TableKind kind) {
   switch (kind) {
@@ -138,6 +136,8 @@ std::string summaryOf(const pb::PacketCounts& counts) {
 }
 
 }  // namespace
+
+std::string jsonLine(const Json& json) { return json.dump() + '\n'; }
 
 std::string renderHealth(const std::string& status, Format format) {
   if (format == Format::kJson) return jsonLine(Json{{"status", status}});

@@ -1,6 +1,7 @@
 // What switchctl prints: answers of the control service as text for people, or as JSON.
 #pragma once
 
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@
 namespace switchctl {
 
 enum class Format { kText, kJson };
+
+/// What is printed of an object or an array.
+std::string jsonLine(const nlohmann::ordered_json& json);
 
 // Whole outputs, each ending with an end of line. Lists in JSON are an array of objects.
 std::string renderHealth(const std::string& status, Format format);

@@ -94,8 +94,6 @@ std::string textOf(const pb::Event& event) {
   return text + '\n';
 }
 
-std::string jsonLine(const Json& json) { return json.dump() + '\n'; }
-
 }  // namespace
 
 std::string renderWatching(int32_t device, Format format) {

@@ -10,6 +10,8 @@
 
 namespace jxmodel {
 
+constexpr uint64_t kNsPerMs = 1'000'000;
+
 /// Somebody who waits for a moment of the clock. Told by whoever moves the clock, on its thread.
 class ClockListener {
  public:

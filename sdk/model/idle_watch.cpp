@@ -10,7 +10,6 @@
 namespace jxmodel {
 namespace {
 
-constexpr uint64_t kNsPerMs = 1'000'000;
 constexpr uint64_t kNever = ServiceThread::kNever;
 
 }  // namespace

@@ -10,7 +10,6 @@
 namespace jxmodel {
 namespace {
 
-constexpr uint64_t kNsPerMs = 1'000'000;
 constexpr jx_model_learn_options_t kDefaults = {32, 1, 16, 65536};
 
 uint64_t nextMessageId() {

@@ -15,11 +15,6 @@ namespace {
 
 using Time = std::chrono::steady_clock::time_point;
 
-struct Work {
-  Time not_before;
-  std::function<void()> run;
-};
-
 /// The machine's time is looked at this often at least: somebody may set it.
 constexpr std::chrono::nanoseconds kLongestNap = std::chrono::seconds(1);
 
@@ -38,6 +33,11 @@ class ServiceThread::Timer {
 };
 
 struct ServiceThread::Shared final : ClockListener {
+  struct Work {
+    Time not_before;
+    std::function<void()> run;
+  };
+
   mutable std::mutex mutex;  // guards all below
   std::condition_variable changed;
   std::deque<Work> waiting;
@@ -134,7 +134,7 @@ ServiceThread::~ServiceThread() {
 void ServiceThread::run(Shared& shared) {
   std::unique_lock lock(shared.mutex);
   shared.thread = std::this_thread::get_id();
-  Work work;
+  Shared::Work work;
   while (shared.next(lock, &work)) {
     shared.running = true;
     lock.unlock();
@@ -228,7 +228,7 @@ bool ServiceThread::onThread() const {
 }
 
 void ServiceThread::end() {
-  std::deque<Work> dropped;  // ends after the lock
+  std::deque<Shared::Work> dropped;  // ends after the lock
   std::unique_lock lock(shared_->mutex);
   shared_->ended = true;
   dropped.swap(shared_->waiting);

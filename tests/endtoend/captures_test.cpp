@@ -28,10 +28,10 @@ using jextest::Child;
 using jextest::finish;
 using jextest::Finished;
 using jextest::Frame;
-using jextest::PartnerShell;
 using jextest::pathOf;
 using jextest::portOf;
 using jextest::readCapture;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::waitUntil;
@@ -88,7 +88,7 @@ class CapturesTest : public testing::TestWithParam<std::string> {
   void start(const std::string& program, const Words& commands, const Words& tables) {
     agent_ = startSwitch(program, {"--clock", "capture", "--port", "2=pcap:," + output(2), "--port",
                                    "3=pcap:," + output(3)});
-    partner_ = std::make_unique<PartnerShell>(program);
+    partner_ = std::make_unique<ShellProcess>(program);
     partner_->make(commands, tables);
   }
 
@@ -102,12 +102,10 @@ class CapturesTest : public testing::TestWithParam<std::string> {
   }
 
   std::unique_ptr<Child> agent_;
-  std::unique_ptr<PartnerShell> partner_;
+  std::unique_ptr<ShellProcess> partner_;
 };
 
 bool isGroup(const Bytes& frame) { return (frame.at(0) & 1) != 0; }
-
-bool isCut(const Frame& frame) { return frame.bytes.size() < frame.length; }
 
 bool areSame(const std::vector<Frame>& left, const std::vector<Frame>& right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
@@ -131,7 +129,7 @@ TEST_P(CapturesTest, PassThroughALanSwitchUnchanged) {
   Words commands;
   size_t cut = 0;  // what the capture has not kept whole is not sent
   for (const Frame& frame : frames) {
-    if (isCut(frame)) {
+    if (frame.isCut()) {
       ++cut;
       continue;
     }

@@ -20,8 +20,9 @@ using jextest::Bytes;
 using jextest::Child;
 using jextest::finish;
 using jextest::Finished;
-using jextest::PartnerShell;
+using jextest::frameFrom;
 using jextest::pathOf;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::Terminal;
@@ -34,13 +35,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// A frame of 60 bytes from 02:00:00:00:00:`from` to nobody known.
-Bytes frameFrom(uint8_t from) {
-  Bytes frame = {2, 0, 0, 0, 0, 0xee, 2, 0, 0, 0, 0, from, 0x88, 0xb5};
-  frame.resize(60);
-  return frame;
-}
-
 void inject(int port, const std::vector<Bytes>& frames) {
   static int captures = 0;
   const std::string capture = writeCapture("in" + std::to_string(captures++) + ".pcap", frames);
@@ -48,7 +42,7 @@ void inject(int port, const std::vector<Bytes>& frames) {
   EXPECT_TRUE(run.endedWith(0)) << run.error;
 }
 
-json pairAt(PartnerShell& shell, int index) {
+json pairAt(ShellProcess& shell, int index) {
   const std::vector<json> lines =
       shell.list("counters-read port_counters " + std::to_string(index) + " 1");
   EXPECT_EQ(lines.size(), 1u);
@@ -63,7 +57,7 @@ class PartnerEvents : public testing::Test {
  protected:
   void start(const Words& agent_arguments = {}) {
     agent_ = startSwitch("l2_switch", agent_arguments);
-    shell_ = std::make_unique<PartnerShell>("l2_switch");
+    shell_ = std::make_unique<ShellProcess>("l2_switch");
   }
 
   /// Ends the shell as `quit` does; the agent has to have understood all of it.
@@ -75,7 +69,7 @@ class PartnerEvents : public testing::Test {
   }
 
   std::unique_ptr<Child> agent_;
-  std::unique_ptr<PartnerShell> shell_;
+  std::unique_ptr<ShellProcess> shell_;
 };
 
 const Words kNoUpdates = {"--counter-update-ms", "0"};
@@ -246,7 +240,7 @@ TEST_F(PartnerEvents, AShellThatEndsTakesItsRegistrationsBack) {
   ASSERT_THAT(shell_->list("drain q wait=40000"), testing::SizeIs(1));
   quit();
   inject(3, {frameFrom(3)});
-  PartnerShell next("l2_switch");
+  ShellProcess next("l2_switch");
   next.ask("queue-create q 10");
   next.ask("digest-register mac_learn q");
   next.ask("barrier");

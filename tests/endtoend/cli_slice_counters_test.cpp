@@ -26,6 +26,7 @@ using jextest::CounterSegment;
 using jextest::finish;
 using jextest::Finished;
 using jextest::isOneLine;
+using jextest::kRouteCounters;
 using jextest::waitUntil;
 using jextest::Words;
 using nlohmann::json;
@@ -37,7 +38,6 @@ using testing::SizeIs;
 using testing::StartsWith;
 
 // Tables of programs/router.json and programs/l2_switch.json.
-constexpr uint32_t kRouteCounters = 2 << 16 | 6;
 constexpr uint32_t kAclCounters = 2 << 16 | 7;
 constexpr uint32_t kPortCounters = 1 << 16 | 3;
 

@@ -20,13 +20,14 @@ using jextest::answerOf;
 using jextest::Bytes;
 using jextest::Child;
 using jextest::Finished;
+using jextest::frameFrom;
 using jextest::isOneLine;
 using jextest::kCaptureTime;
 using jextest::kPatience;
 using jextest::kSecond;
-using jextest::PartnerShell;
 using jextest::pathOf;
 using jextest::portOf;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::waitUntil;
@@ -34,16 +35,6 @@ using jextest::Words;
 using jextest::writeCapture;
 using nlohmann::json;
 using testing::HasSubstr;
-
-/// A broadcast frame from 02:00:00:00:00:NN, of a type that programs do not look into.
-Bytes frameFrom(uint8_t last) {
-  Bytes frame(12, 0xff);
-  const Bytes mac{2, 0, 0, 0, 0, last};
-  std::copy(mac.begin(), mac.end(), frame.begin() + 6);
-  frame.insert(frame.end(), {0x88, 0xb5});
-  frame.resize(60);
-  return frame;
-}
 
 void run(const Words& arguments) {
   const Finished result = switchctl(arguments);
@@ -89,7 +80,7 @@ TEST_F(Watch, TellsPortsUpAndDown) {
 }
 
 TEST_F(Watch, TellsSourcesThatAreLearnedAndEntriesThatAge) {
-  PartnerShell partner("l2_switch");
+  ShellProcess partner("l2_switch");
   partner.make({"add smac ethernet.src=02:00:00:00:00:07 meta.ingress_port=1 -> known ttl=1500",
                 "queue-create q 64", "idle-register smac q ttl-query=100 max-ttl=9000 min-ttl=100"},
                {"smac"});

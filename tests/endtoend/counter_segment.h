@@ -7,6 +7,9 @@
 
 namespace jextest {
 
+/// Id of table route_counters of programs/router.json.
+constexpr uint32_t kRouteCounters = 2 << 16 | 6;
+
 class CounterSegment {
  public:
   /// Takes the name from a segment that has it, and makes one.

@@ -22,9 +22,9 @@ using jextest::answerOf;
 using jextest::Bytes;
 using jextest::Child;
 using jextest::Frame;
-using jextest::PartnerShell;
 using jextest::portOf;
 using jextest::readCapture;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::waitUntil;
@@ -49,8 +49,6 @@ std::ostream& operator<<(std::ostream& out, const Count& count) {
 }
 
 using Counts = std::vector<Count>;
-
-bool isCut(const Frame& frame) { return frame.bytes.size() < frame.length; }
 
 // ---- an account of a frame that knows nothing of the switch
 
@@ -95,7 +93,7 @@ class CountersTest : public testing::TestWithParam<std::string> {
     // Without updates of its own accord: what is read is what the barrier asked for.
     // Nothing is plugged into the ports that packets leave at: counting does not need it.
     agent_ = startSwitch(program, {"--clock", "capture", "--counter-update-ms", "0"});
-    partner_ = std::make_unique<PartnerShell>(program);
+    partner_ = std::make_unique<ShellProcess>(program);
     for (const std::string& table : counter_tables) partner_->ask("counters-start " + table);
     frames_ = readCapture(input());
     ASSERT_FALSE(frames_.empty());
@@ -144,7 +142,7 @@ class CountersTest : public testing::TestWithParam<std::string> {
   }
 
   std::unique_ptr<Child> agent_;
-  std::unique_ptr<PartnerShell> partner_;
+  std::unique_ptr<ShellProcess> partner_;
   std::vector<Frame> frames_;
 };
 
@@ -156,7 +154,7 @@ TEST_P(CountersTest, OfPortsAreWhatCameInAtThem) {
   for (const int port : {0, 7, 511}) {
     passAt(port);
     for (const Frame& frame : frames_) {
-      if (!isCut(frame)) expected[static_cast<size_t>(port)].add(frame);
+      if (!frame.isCut()) expected[static_cast<size_t>(port)].add(frame);
     }
     EXPECT_NE(readAll("port_counters"), expected) << "nothing has been synced";
     expectSame(syncAndReadAll("port_counters"), expected);
@@ -214,7 +212,7 @@ TEST_P(CountersTest, OfRoutesAndRulesAreWhatTheyMatched) {
   partner_->make(routerCommands(), {"nexthops", "ipv4_lpm", "ipv6_lpm", "acl"});
   Counts routes(kRoutes), rules(kRules);
   for (const Frame& frame : frames_) {
-    if (isCut(frame)) continue;
+    if (frame.isCut()) continue;
     const Datagram datagram = datagramOf(frame.bytes);
     if (datagram.version == 0) continue;
     if (datagram.version == 4) {

@@ -23,9 +23,9 @@ using jextest::Child;
 using jextest::Finished;
 using jextest::Frame;
 using jextest::internetSum;
-using jextest::PartnerShell;
 using jextest::pathOf;
 using jextest::readCapture;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::Words;
@@ -133,7 +133,7 @@ class EcmpTest : public testing::Test {
     commands.push_back("group-create ecmp_groups group=1 max=4 members=1,2,3,4");
     commands.push_back("add ipv4_lpm ipv4.dst=0.0.0.0/0 -> group=1");
     agent_ = startSwitch("router", ports);
-    partner_ = std::make_unique<PartnerShell>("router");
+    partner_ = std::make_unique<ShellProcess>("router");
     partner_->make(commands, {"nexthops", "ecmp_groups", "ipv4_lpm"});
   }
 
@@ -173,7 +173,7 @@ class EcmpTest : public testing::Test {
   std::string input_;
   std::map<int, size_t> seen_;  // packets of each output that are accounted for
   std::unique_ptr<Child> agent_;
-  std::unique_ptr<PartnerShell> partner_;
+  std::unique_ptr<ShellProcess> partner_;
 };
 
 TEST_F(EcmpTest, SpreadsFlowsEvenlyAndKeepsEachTogether) {

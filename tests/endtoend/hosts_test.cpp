@@ -28,10 +28,10 @@ using jextest::Finished;
 using jextest::Frame;
 using jextest::Host;
 using jextest::kGateway;
-using jextest::PartnerShell;
 using jextest::pathOf;
 using jextest::portOf;
 using jextest::readCapture;
+using jextest::ShellProcess;
 using jextest::startSwitch;
 using jextest::switchctl;
 using jextest::waitUntil;
@@ -111,7 +111,7 @@ class HostsTest : public testing::TestWithParam<int> {
       ports.insert(ports.end(), {"--port", hosts_.back()->spec()});
     }
     agent_ = startSwitch(program, ports);
-    partner_ = std::make_unique<PartnerShell>(program);
+    partner_ = std::make_unique<ShellProcess>(program);
   }
   void expectAllReachEachOther() {
     for (const auto& from : hosts_) {
@@ -127,7 +127,7 @@ class HostsTest : public testing::TestWithParam<int> {
 
   std::vector<std::unique_ptr<Host>> hosts_;
   std::unique_ptr<Child> agent_;
-  std::unique_ptr<PartnerShell> partner_;
+  std::unique_ptr<ShellProcess> partner_;
 };
 
 std::string forward(const char* verb, const Host& host, int port) {

@@ -28,11 +28,12 @@ namespace {
 using jextest::Child;
 using jextest::directions;
 using jextest::Frame;
+using jextest::kLongAge;
 using jextest::Learner;
-using jextest::PartnerShell;
 using jextest::portOf;
 using jextest::PortsByAddress;
 using jextest::readCapture;
+using jextest::ShellProcess;
 using jextest::sources;
 using jextest::startSwitch;
 using jextest::switchctl;
@@ -43,7 +44,6 @@ using nlohmann::json;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr int kLongAge = 1'000'000;  // seconds, beyond every capture
 constexpr int64_t kMillisecond = 1'000'000;
 
 /// What the capture has not kept whole does not go through the tables.
@@ -135,7 +135,7 @@ TEST_P(L2LearningOnCaptures, LearnsAndForgetsInTurn) {
 /// An address, and the time of the capture at which its silence was found.
 using Silence = std::pair<std::string, int64_t>;
 
-struct Host {
+struct KnownHost {
   int64_t ttl_ns = 0;
   int64_t last_ns = 0;
   bool silent = false;
@@ -144,8 +144,8 @@ struct Host {
 /// All silences that a switch finds which knows every host from the beginning, and which looks at
 /// the multiples of `interval`: when a frame has moved the clock to or beyond the first look after
 /// the host's time was over. The clock never goes back, whatever time stamps do.
-std::vector<Silence> silencesIn(const std::vector<Frame>& frames, std::map<std::string, Host> hosts,
-                                int64_t interval) {
+std::vector<Silence> silencesIn(const std::vector<Frame>& frames,
+                                std::map<std::string, KnownHost> hosts, int64_t interval) {
   std::vector<Silence> silences;
   int64_t clock = frames.front().time_ns;
   for (auto& [mac, host] : hosts) host.last_ns = clock;
@@ -190,7 +190,7 @@ std::vector<Silence> silencesOf(Child& watcher, size_t count) {
 TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   constexpr int kIntervalMs = 500;
   constexpr std::array<int, 3> kTtlsMs{1000, 10'000, 60'000};
-  std::map<std::string, Host> known;
+  std::map<std::string, KnownHost> known;
   Words commands{"queue-create silences 65536",
                  "idle-register smac silences ttl-query=" + std::to_string(kIntervalMs) +
                      " max-ttl=60000 min-ttl=1000"};
@@ -202,7 +202,7 @@ TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   }
   const std::vector<Silence> expected = silencesIn(frames_, known, kIntervalMs * kMillisecond);
   ASSERT_FALSE(expected.empty());
-  PartnerShell partner("l2_switch");
+  ShellProcess partner("l2_switch");
   partner.make(commands, {"smac"});
   Child watcher(JEX_SWITCHCTL, {"watch", "--json"});
   EXPECT_THAT(watcher.readLine(), HasSubstr("watching")) << watcher.standardError();

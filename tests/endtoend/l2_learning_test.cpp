@@ -26,6 +26,7 @@ using jextest::directions;
 using jextest::Finished;
 using jextest::Frame;
 using jextest::Host;
+using jextest::kLongAge;
 using jextest::Learner;
 using jextest::pathOf;
 using jextest::PortsByAddress;
@@ -37,8 +38,6 @@ using jextest::waitUntil;
 using jextest::Words;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
-
-constexpr int kLongAge = 1'000'000;  // seconds
 
 std::string learned(const Host& host) {
   return "learned " + host.mac() + " on port " + std::to_string(host.port());

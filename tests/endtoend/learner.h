@@ -14,6 +14,9 @@
 
 namespace jextest {
 
+/// Seconds, beyond every capture.
+constexpr int kLongAge = 1'000'000;
+
 class Learner {
  public:
   explicit Learner(int age_s)

@@ -22,6 +22,7 @@ using jextest::Child;
 using jextest::CounterSegment;
 using jextest::finish;
 using jextest::Finished;
+using jextest::kRouteCounters;
 using jextest::runDirectory;
 using jextest::waitUntil;
 using jextest::Words;
@@ -32,7 +33,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr uint32_t kRouteCounters = 2 << 16 | 6;
 const std::string kReady = "slice-counters: serving ";
 
 /// Series by their labels, as one text: "index=7 table_id=9".

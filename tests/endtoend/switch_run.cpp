@@ -88,12 +88,12 @@ std::unique_ptr<Child> startSwitch(const std::string& program, const Words& more
   return agent;
 }
 
-PartnerShell::PartnerShell(const std::string& program)
+ShellProcess::ShellProcess(const std::string& program)
     : shell_(JEX_PARTNER_SHELL, withProgram(program, {"--device", "1", "--json"})) {
   EXPECT_THAT(shell_.readLine(), HasSubstr("ready")) << shell_.standardError();
 }
 
-void PartnerShell::make(const Words& commands, const Words& tables) {
+void ShellProcess::make(const Words& commands, const Words& tables) {
   for (const std::string& command : commands) {
     EXPECT_THAT(shell_.ask(command), HasSubstr("\"ok\":true")) << command;
   }
@@ -109,24 +109,30 @@ void PartnerShell::make(const Words& commands, const Words& tables) {
   }
 }
 
-json PartnerShell::ask(const std::string& command) {
+json ShellProcess::ask(const std::string& command) {
   const json answer = json::parse(shell_.ask(command), nullptr, false);
   EXPECT_TRUE(answer.is_object() && answer.value("ok", false)) << command << ": " << answer;
   return answer;
 }
 
-std::string PartnerShell::refusalOf(const std::string& command) {
+std::string ShellProcess::refusalOf(const std::string& command) {
   const json answer = json::parse(shell_.ask(command), nullptr, false);
   EXPECT_TRUE(answer.is_object() && !answer.value("ok", true)) << command << ": " << answer;
   return answer.is_object() ? answer.value("error", "") : "";
 }
 
-std::vector<json> PartnerShell::list(const std::string& command) {
+std::vector<json> ShellProcess::list(const std::string& command) {
   std::vector<json> lines;
   for (const std::string& line : listingOf(shell_, command)) {
     lines.push_back(json::parse(line, nullptr, false));
   }
   return lines;
+}
+
+Bytes frameFrom(uint8_t from) {
+  Bytes frame = {2, 0, 0, 0, 0, 0xee, 2, 0, 0, 0, 0, from, 0x88, 0xb5};
+  frame.resize(60);
+  return frame;
 }
 
 }  // namespace jextest

@@ -21,7 +21,12 @@ struct Frame {
   int64_t time_ns = 0;
   Bytes bytes;
   size_t length = 0;  // on the wire; a capture may have cut the frame
+
+  bool isCut() const { return bytes.size() < length; }
 };
+
+/// Of host 02:00:00:00:00:FROM to an address that is nobody's, of an experimental type.
+Bytes frameFrom(uint8_t from);
 
 /// Path of a file of this run.
 std::string pathOf(const std::string& name);
@@ -51,9 +56,9 @@ nlohmann::json portOf(uint32_t number);
 std::unique_ptr<Child> startSwitch(const std::string& program, const Words& more = {});
 
 /// A partner shell.
-class PartnerShell {
+class ShellProcess {
  public:
-  explicit PartnerShell(const std::string& program);
+  explicit ShellProcess(const std::string& program);
 
   /// Makes `commands`, all of which have to succeed, and waits until these tables of the agent are
   /// as the partner's own.

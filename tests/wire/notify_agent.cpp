@@ -22,7 +22,7 @@
 namespace jextest {
 namespace {
 
-constexpr jx_dev_id_t kDevice = 0;
+constexpr jx_dev_id_t kPhysical = 0;
 constexpr uint32_t kPid = 31337;
 constexpr uint32_t kNoType = 7;
 
@@ -41,7 +41,7 @@ Bytes numbersFrom(uint64_t first, uint64_t count) {
 }
 
 jx_status_t inject(const Words& words, const Bytes& values, size_t count) {
-  return jx_model_learn_inject(kDevice, words.at(1).c_str(), words.at(2).c_str(), values.data(),
+  return jx_model_learn_inject(kPhysical, words.at(1).c_str(), words.at(2).c_str(), values.data(),
                                count);
 }
 
@@ -57,17 +57,9 @@ jx_status_t countUp(const Words& words) {
   return JX_SUCCESS;
 }
 
-jx_status_t armFault(const Words& words) {
-  const std::string& effect = words.at(3);
-  const bool null = effect == "null";
-  return jx_model_fault_arm(words.at(1).c_str(), std::stoull(words.at(2)),
-                            null ? JX_MODEL_FAULT_NULL : JX_MODEL_FAULT_STATUS,
-                            null ? 0 : static_cast<uint32_t>(std::stoul(effect.substr(7))));
-}
-
 std::string countsOf(const Words& words) {
   jx_model_learn_counts_t counts{};
-  must(jx_model_learn_counts_get(kDevice, words.at(1).c_str(), words.at(2).c_str(), &counts),
+  must(jx_model_learn_counts_get(kPhysical, words.at(1).c_str(), words.at(2).c_str(), &counts),
        "counts");
   return std::to_string(counts.delivered) + " " + std::to_string(counts.unacked);
 }
@@ -122,7 +114,7 @@ std::string beginExpiries(const Words& words) {
   const auto first = static_cast<uint32_t>(std::stoul(words.at(3)));
   const auto count = static_cast<uint32_t>(std::stoul(words.at(4)));
   storm().begin([words, first, count](uint64_t i) {
-    return jx_model_idle_expire(kDevice, words.at(1).c_str(), words.at(2).c_str(),
+    return jx_model_idle_expire(kPhysical, words.at(1).c_str(), words.at(2).c_str(),
                                 first + static_cast<uint32_t>(i % count));
   });
   return "begun";
@@ -157,12 +149,12 @@ std::string answerTo(const Words& words) {
   if (command == "inject") return std::to_string(inject(words, bytesOfHex(words.at(3)), 1));
   if (command == "count-up") return std::to_string(countUp(words));
   if (command == "expire") {
-    return std::to_string(jx_model_idle_expire(kDevice, words.at(1).c_str(), words.at(2).c_str(),
+    return std::to_string(jx_model_idle_expire(kPhysical, words.at(1).c_str(), words.at(2).c_str(),
                                                static_cast<uint32_t>(std::stoul(words.at(3)))));
   }
   if (command == "settled") {
     const auto patience = std::chrono::milliseconds(kPatience).count();
-    return std::to_string(jx_model_notify_wait_idle(kDevice, static_cast<uint32_t>(patience)));
+    return std::to_string(jx_model_notify_wait_idle(kPhysical, static_cast<uint32_t>(patience)));
   }
   if (command == "counts") return countsOf(words);
   if (command == "heartbeat") return PartnerLib::PeriodicHeartbeatUpdate() ? "true" : "false";
@@ -179,9 +171,9 @@ void answerCommands() {
 }  // namespace
 
 JEX_HELPER(notify_agent) {
-  const SwitchDevice device(DeviceKind::kPhysical, kDevice, arguments);
+  const SwitchDevice device(DeviceKind::kPhysical, kPhysical, arguments);
   std::thread(answerCommands).detach();
-  PartnerLibServerStartup(device.view().session().cHandle(), kDevice, 20);
+  PartnerLibServerStartup(device.view().session().cHandle(), kPhysical, 20);
   return 1;
 }
 

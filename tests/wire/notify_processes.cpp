@@ -23,26 +23,16 @@
 namespace jextest {
 namespace {
 
-constexpr jx_dev_id_t kDevice = 1;
+constexpr jx_dev_id_t kVirtual = 1;
 
 using Words = std::vector<std::string>;
 
 uint32_t numberOf(const std::string& word) { return static_cast<uint32_t>(std::stoul(word)); }
 std::string textOf(bool value) { return value ? "true" : "false"; }
 
-std::string armFault(const Words& words) {
-  const std::string& effect = words.at(3);
-  const jx_status_t status =
-      effect == "null"
-          ? jx_model_fault_arm(words.at(1).c_str(), numberOf(words.at(2)), JX_MODEL_FAULT_NULL, 0)
-          : jx_model_fault_arm(words.at(1).c_str(), numberOf(words.at(2)), JX_MODEL_FAULT_STATUS,
-                               numberOf(effect.substr(7)));
-  return std::to_string(status);
-}
-
 class NotifyPartnerProcess {
  public:
-  explicit NotifyPartnerProcess(const Arguments& programs) : profile_(programs), view_(kDevice) {}
+  explicit NotifyPartnerProcess(const Arguments& programs) : profile_(programs), view_(kVirtual) {}
 
   void serve() {
     for (std::string line; std::getline(std::cin, line);) {
@@ -68,7 +58,7 @@ class NotifyPartnerProcess {
         {"empty", &NotifyPartnerProcess::empty},
         {"receive", &NotifyPartnerProcess::receive},
     };
-    if (words.at(0) == "fault") return armFault(words);
+    if (words.at(0) == "fault") return std::to_string(armFault(words));
     const auto found = commands.find(words.at(0));
     return found == commands.end() ? "no such command" : (this->*found->second)(words);
   }
@@ -156,6 +146,14 @@ class NotifyPartnerProcess {
 JEX_HELPER(notify_partner) {
   NotifyPartnerProcess(arguments).serve();
   _exit(0);
+}
+
+jx_status_t armFault(const std::vector<std::string>& words) {
+  const std::string& effect = words.at(3);
+  const bool null = effect == "null";
+  return jx_model_fault_arm(words.at(1).c_str(), std::stoull(words.at(2)),
+                            null ? JX_MODEL_FAULT_NULL : JX_MODEL_FAULT_STATUS,
+                            null ? 0 : static_cast<uint32_t>(std::stoul(effect.substr(7))));
 }
 
 Child startNotifyPartner(const std::vector<std::string>& programs,

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "jxsdk/types.h"
 #include "support/child.h"
 #include "support/raw_socket.h"
 
@@ -26,6 +27,9 @@ namespace jextest {
 /// End of input ends it with status 0, without a shut-down.
 Child startNotifyPartner(const std::vector<std::string>& programs = {"limits"},
                          const Child::Environment& environment = {});
+
+/// Obeys the command `fault`: its words.
+jx_status_t armFault(const std::vector<std::string>& words);
 
 /// A started Partner, its raw agent and the agent's end of its reverse path.
 struct NotifyPair {

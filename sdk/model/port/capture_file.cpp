@@ -14,7 +14,6 @@
 namespace jxmodel {
 namespace {
 
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr int kLongestPacket = 262'144;  // what libpcap itself takes for the longest
 
 std::string systemError() { return std::strerror(errno); }

@@ -26,7 +26,6 @@ constexpr size_t kLongestFrame = 65'536 + 128;  // a train of segments with its 
 constexpr size_t kLinkHeader = 14;
 constexpr int kReceiveBuffer = 8 << 20;
 constexpr int kPatienceMs = 20;  // for room in a full send queue, once a burst
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 template <typename T>
 bool setOption(int fd, int level, int option, const T& value) {

@@ -10,6 +10,8 @@
 
 namespace jxmodel {
 
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+
 /// What the time stamp of a packet was measured in.
 enum class TimeResolution : uint8_t { kMicrosecond, kNanosecond };
 

@@ -4,14 +4,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "bytes.h"
+
 namespace jexapps {
 namespace {
-
-Bytes bytes(std::initializer_list<int> values) {
-  Bytes result;
-  for (const int value : values) result.push_back(static_cast<char>(value));
-  return result;
-}
 
 EntryView route(uint32_t handle, const Bytes& address, uint16_t length, uint32_t member) {
   EntryView entry;
@@ -53,7 +49,7 @@ EntryView marked(EntryKind kind) {
   return entry;
 }
 
-std::string json(const EntryView& entry) {
+std::string jsonText(const EntryView& entry) {
   std::string out;
   appendJson(entry, &out);
   return out;
@@ -66,27 +62,27 @@ std::string text(const EntryView& entry) {
 }
 
 TEST(EntryJson, HasItsMembersInOneOrder) {
-  EXPECT_EQ(json(route(7, bytes({10, 0, 0, 0}), 8, 2)),
+  EXPECT_EQ(jsonText(route(7, bytes({10, 0, 0, 0}), 8, 2)),
             R"({"handle":7,"key":{"ipv4.dst":"10.0.0.0/8"},"member":2})");
-  EXPECT_EQ(json(aclEntry()),
+  EXPECT_EQ(jsonText(aclEntry()),
             R"({"handle":9,"key":{"ipv4.src":"10.0.0.0&&&255.0.0.0","l4.dport":"80..443"},)"
             R"("priority":3,"action":"mark","params":{"port":"3","dmac":"02:00:00:00:00:01"},)"
             R"("ttl":5000})");
-  EXPECT_EQ(json(group()),
+  EXPECT_EQ(jsonText(group()),
             R"({"handle":4,"key":{"$GROUP_ID":"7"},"max":8,)"
             R"("members":[{"member":3,"active":true},{"member":12,"active":false}]})");
-  EXPECT_EQ(json(marked(EntryKind::kDefault)), R"({"default":true,"member":1})");
-  EXPECT_EQ(json(marked(EntryKind::kFallback)), R"({"fallback":true,"member":1})");
+  EXPECT_EQ(jsonText(marked(EntryKind::kDefault)), R"({"default":true,"member":1})");
+  EXPECT_EQ(jsonText(marked(EntryKind::kFallback)), R"({"fallback":true,"member":1})");
 }
 
 TEST(EntryJson, ShowsAnEmptyGroupAndAnActionWithoutParameters) {
   EntryView empty = group();
   empty.members.clear();
-  EXPECT_EQ(json(empty), R"({"handle":4,"key":{"$GROUP_ID":"7"},"max":8,"members":[]})");
+  EXPECT_EQ(jsonText(empty), R"({"handle":4,"key":{"$GROUP_ID":"7"},"max":8,"members":[]})");
   EntryView entry;
   entry.kind = EntryKind::kDefault;
   entry.action = "drop";
-  EXPECT_EQ(json(entry), R"({"default":true,"action":"drop","params":{}})");
+  EXPECT_EQ(jsonText(entry), R"({"default":true,"action":"drop","params":{}})");
 }
 
 TEST(EntryJson, ShowsCounters) {
@@ -95,7 +91,7 @@ TEST(EntryJson, ShowsCounters) {
       {{"$COUNTER_INDEX", 32}, JX_RT_MATCH_EXACT, {bytes({0, 0, 0, 1}), {}, 0, true}});
   entry.counters = CounterValues{2, UINT64_MAX};
   EXPECT_EQ(
-      json(entry),
+      jsonText(entry),
       R"({"handle":0,"key":{"$COUNTER_INDEX":"1"},"packets":2,"bytes":18446744073709551615})");
 }
 
@@ -103,7 +99,7 @@ TEST(EntryJson, NamesAreEscaped) {
   EntryView entry;
   entry.action = "a\"b\\c\n\x01";
   entry.params.push_back({{"p\"", 8}, bytes({1})});
-  const auto read = nlohmann::json::parse(json(entry));
+  const auto read = nlohmann::json::parse(jsonText(entry));
   EXPECT_EQ(read["action"], entry.action);
   EXPECT_EQ(read["params"]["p\""], "1");
 }

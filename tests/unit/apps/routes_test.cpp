@@ -37,7 +37,7 @@ std::string compressed(const std::string& text) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-std::vector<std::pair<uint64_t, std::string>> linesOf(const std::string& content) {
+std::vector<std::pair<uint64_t, std::string>> routesIn(const std::string& content) {
   const ScratchFile file(content);
   RouteFile sut(file.path());
   std::vector<std::pair<uint64_t, std::string>> lines;
@@ -50,19 +50,19 @@ const std::vector<std::pair<uint64_t, std::string>> kTwoLines = {{1, "10.0.0.0/8
                                                                  {4, "2001:db8::/32"}};
 
 TEST(RouteFile, SkipsEmptyLinesAndCommentsAndCountsThem) {
-  EXPECT_EQ(linesOf("10.0.0.0/8\r\n\n# more\n  2001:db8::/32\n"), kTwoLines);
-  EXPECT_EQ(linesOf("10.0.0.0/8\n\n\n2001:db8::/32"), kTwoLines);
-  EXPECT_TRUE(linesOf("").empty());
+  EXPECT_EQ(routesIn("10.0.0.0/8\r\n\n# more\n  2001:db8::/32\n"), kTwoLines);
+  EXPECT_EQ(routesIn("10.0.0.0/8\n\n\n2001:db8::/32"), kTwoLines);
+  EXPECT_TRUE(routesIn("").empty());
 }
 
 TEST(RouteFile, ReadsGzip) {
-  EXPECT_EQ(linesOf(compressed("10.0.0.0/8\n\n\n2001:db8::/32\n")), kTwoLines);
+  EXPECT_EQ(routesIn(compressed("10.0.0.0/8\n\n\n2001:db8::/32\n")), kTwoLines);
 }
 
 TEST(RouteFile, LinesOfAnyLengthStayOneLine) {
   for (const size_t length : {254, 255, 256, 510, 5000}) {
     const std::string long_line(length, 'x');
-    const auto lines = linesOf(long_line + "\n10.0.0.0/8\n");
+    const auto lines = routesIn(long_line + "\n10.0.0.0/8\n");
     ASSERT_EQ(lines.size(), 2u) << length;
     EXPECT_EQ(lines[0].second, long_line);
     EXPECT_EQ(lines[1].first, 2u);
@@ -74,7 +74,7 @@ TEST(RouteFile, ACutOffGzipFileIsAnError) {
   std::mt19937 random(1);
   for (int i = 0; i < 100000; ++i) routes += std::to_string(random()) + "\n";
   const std::string whole = compressed(routes);
-  EXPECT_THROW(linesOf(whole.substr(0, whole.size() / 2)), CommandError);
+  EXPECT_THROW(routesIn(whole.substr(0, whole.size() / 2)), CommandError);
 }
 
 TEST(RouteFile, AMissingFileIsAnError) {

@@ -17,6 +17,8 @@
 namespace jexapps {
 namespace {
 
+using Words = std::vector<std::string>;
+
 class ShellTest : public ShellOnDevice {
  protected:
   void givenMembers() {
@@ -213,7 +215,6 @@ TEST_F(ShellTest, HelpKnowsEveryCommand) {
 }
 
 TEST_F(ShellTest, CompletionKnowsCommandsTablesFieldsAndActions) {
-  using Words = std::vector<std::string>;
   EXPECT_EQ(sut_->completions("du"), Words{"dump"});
   EXPECT_EQ(sut_->completions("dump dm"), Words{"dmac"});
   EXPECT_EQ(sut_->completions("help clear-"), (Words{"clear-default", "clear-fallback"}));

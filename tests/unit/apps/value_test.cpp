@@ -4,6 +4,8 @@
 
 #include <random>
 
+#include "bytes.h"
+
 namespace jexapps {
 namespace {
 
@@ -13,12 +15,6 @@ constexpr FieldRef kIpv4{"ipv4.dst", 32};
 constexpr FieldRef kIpv6{"ipv6.dst", 128};
 constexpr FieldRef kNumber32{"meta.cookie", 32};
 constexpr FieldRef kWide{"meta.wide", 100};
-
-Bytes bytes(std::initializer_list<int> values) {
-  Bytes result;
-  for (const int value : values) result.push_back(static_cast<char>(value));
-  return result;
-}
 
 Bytes parsed(std::string_view text, FieldRef field) {
   Bytes value = "untouched";

@@ -8,11 +8,10 @@
 namespace jxmodeltest {
 namespace {
 
-constexpr jx_dev_id_t kDevice = 20;
 constexpr uint32_t kMillion = 1'000'000;
 
 TEST(CounterRead, FindsTheCopyOfTheLastSyncOrTheHardware) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({8})});
   const CounterUser sut(device, "counters_8");
   jxmodel::CounterTable& hardware = *device.state("counters_8").counters;
   ASSERT_TRUE(hardware.count(3, 100));
@@ -32,7 +31,7 @@ TEST(CounterRead, FindsTheCopyOfTheLastSyncOrTheHardware) {
 }
 
 TEST(CounterRead, HoldsNumbersOfSixtyFourBits) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({1})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({1})});
   const CounterUser sut(device, "counters_1");
   device.state("counters_1").counters->exchange(0, {UINT64_MAX, UINT64_MAX - 1});
   sut.syncAndWait();
@@ -40,7 +39,7 @@ TEST(CounterRead, HoldsNumbersOfSixtyFourBits) {
 }
 
 TEST(CounterRead, EndsWithTheTable) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({0, 8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({0, 8})});
   const CounterUser sut(device, "counters_8"), empty(device, "counters_0");
   EXPECT_EQ(sut.at(5), Pair(0, 0));
   EXPECT_EQ(sut.read(7), JX_SUCCESS);
@@ -54,7 +53,7 @@ TEST(CounterRead, EndsWithTheTable) {
 }
 
 TEST(CounterRead, TellsFactsOfTheTable) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({0, 8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({0, 8})});
   for (const uint32_t size : {0U, 8U}) {
     const CounterUser sut(device, "counters_" + std::to_string(size));
     const jx_rt_target_t target = sut.target();
@@ -72,7 +71,7 @@ TEST(CounterRead, TellsFactsOfTheTable) {
 }
 
 TEST(CounterRead, ResetForgetsWhatWasRead) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({8})});
   const CounterUser sut(device, "counters_8");
   ASSERT_EQ(sut.read(5), JX_SUCCESS);
   jx_rt_table_key_hdl* key = sut.key();
@@ -89,7 +88,7 @@ TEST(CounterRead, ResetForgetsWhatWasRead) {
 }
 
 TEST(CounterRead, WritesValuesAnywhere) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({8})});
   const CounterUser sut(device, "counters_8");
   device.state("counters_8").counters->count(1, 0x0102030405060708);
   ASSERT_EQ(sut.read(1, JX_RT_FLAG_FROM_HARDWARE), JX_SUCCESS);
@@ -104,7 +103,7 @@ TEST(CounterRead, WritesValuesAnywhere) {
 }
 
 TEST(CounterRead, WalksOverAllIndices) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({0, 3})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({0, 3})});
   const CounterUser sut(device, "counters_3"), empty(device, "counters_0");
   const jx_rt_target_t target = sut.target();
   for (uint32_t i = 0; i < 3; ++i) device.state("counters_3").counters->count(i, 10 * i);
@@ -133,7 +132,7 @@ TEST(CounterRead, WalksOverAllIndices) {
 }
 
 TEST(CounterRead, HandsOutManyAtATime) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({5})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({5})});
   const TableUser sut(device, "counters_5");
   device.state("counters_5").counters->count(4, 64);
   std::vector<jxrt::JxRtTable::Entry> entries;
@@ -156,7 +155,7 @@ TEST(CounterRead, HandsOutManyAtATime) {
 }
 
 TEST(CounterRead, OfAVirtualDeviceFindsZeros) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kVirtual, {countersOf({0, 8})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kVirtual, {countersOf({0, 8})});
   const CounterUser sut(device, "counters_8");
   EXPECT_EQ(sut.at(7), Pair(0, 0));
   EXPECT_EQ(sut.hardwareAt(7), Pair(0, 0));
@@ -169,7 +168,7 @@ TEST(CounterRead, OfAVirtualDeviceFindsZeros) {
 
 TEST(CounterRead, AreReadOnly) {
   for (const auto kind : {ModelDevice::Kind::kVirtual, ModelDevice::Kind::kPhysical}) {
-    const ModelDevice device(kDevice, kind, {countersOf({8})});
+    const ModelDevice device(kCounted, kind, {countersOf({8})});
     const TableUser sut(device, "counters_8");
     const auto key = sut.key(3);
     const auto data = sut.data(jxmodel::kFieldCounterPkts, 0);
@@ -183,7 +182,7 @@ TEST(CounterRead, AreReadOnly) {
 }
 
 TEST(CounterRead, IsRightForEachOfAMillion) {
-  const ModelDevice device(kDevice, ModelDevice::Kind::kPhysical, {countersOf({kMillion})});
+  const ModelDevice device(kCounted, ModelDevice::Kind::kPhysical, {countersOf({kMillion})});
   const CounterUser sut(device, "counters_1000000");
   jxmodel::CounterTable& hardware = *device.state("counters_1000000").counters;
   for (uint32_t i = 0; i < kMillion; ++i) hardware.exchange(i, {i + 1, uint64_t{i} << 20});

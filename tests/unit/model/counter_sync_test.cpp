@@ -16,7 +16,6 @@
 namespace jxmodeltest {
 namespace {
 
-constexpr jx_dev_id_t kDevice = 20;
 constexpr jx_dev_id_t kOther = 21;
 using Kind = ModelDevice::Kind;
 
@@ -34,11 +33,11 @@ class CounterSync : public testing::Test {
   jx_status_t sync(const CounterUser& table, int number) {
     return table.sync(Completions::completed, completions_.cookie(number));
   }
-  void hold(bool held) { ASSERT_EQ(jx_model_service_hold(kDevice, held), JX_SUCCESS); }
+  void hold(bool held) { ASSERT_EQ(jx_model_service_hold(kCounted, held), JX_SUCCESS); }
   jxmodel::CounterTable& hardware() { return *device_.state("counters_8").counters; }
 
   Completions completions_;
-  ModelDevice device_{kDevice, Kind::kPhysical, {countersOf({0, 8, 9})}};
+  ModelDevice device_{kCounted, Kind::kPhysical, {countersOf({0, 8, 9})}};
   const CounterUser sut_{device_, "counters_8"};
 };
 
@@ -53,14 +52,14 @@ TEST_F(CounterSync, CompletesInOrderOnOneThreadOfTheDevice) {
     ASSERT_EQ(thread, completions_.threads()[0]);
     ASSERT_NE(thread, std::this_thread::get_id());
   }
-  for (const jx_dev_id_t dev_id : completions_.devices()) ASSERT_EQ(dev_id, kDevice);
+  for (const jx_dev_id_t dev_id : completions_.devices()) ASSERT_EQ(dev_id, kCounted);
 }
 
 TEST_F(CounterSync, HasNeitherHappenedNorBeenToldWhileTheThreadIsHeld) {
   hold(true);
   ASSERT_EQ(sync(1), JX_SUCCESS);
   ASSERT_EQ(sync(2), JX_SUCCESS);
-  EXPECT_EQ(pending(kDevice), 2U);
+  EXPECT_EQ(pending(kCounted), 2U);
   hardware().count(0, 64);
   EXPECT_TRUE(completions_.order().empty());
   EXPECT_EQ(sut_.at(0), Pair(0, 0));
@@ -111,7 +110,7 @@ TEST_F(CounterSync, IsRefusedUnlessSetForThisTableAndDevice) {
   EXPECT_EQ(
       jx_rt_operations_counter_sync_set(operations, sut_.session(), &target, nullptr, nullptr),
       JX_INVALID_ARGUMENTS);
-  target.dev_id = kDevice;
+  target.dev_id = kCounted;
   EXPECT_EQ(
       jx_rt_operations_counter_sync_set(operations, sut_.session(), &target, nullptr, nullptr),
       JX_SUCCESS);
@@ -151,13 +150,13 @@ class RemovedDevice : public testing::Test {
     jx_device_profile_t profile{};
     profile.num_programs = 1;
     profile.program_files = &file;
-    for (const jx_dev_id_t dev_id : {kDevice, kOther}) {
+    for (const jx_dev_id_t dev_id : {kCounted, kOther}) {
       ASSERT_EQ(jx_device_add(dev_id, &profile, JX_DEV_TYPE_ANY), JX_SUCCESS);
     }
     ASSERT_EQ(jx_rt_session_create(&session_), JX_SUCCESS);
   }
   void TearDown() override {
-    jx_device_remove(kDevice);
+    jx_device_remove(kCounted);
     jx_device_remove(kOther);
     EXPECT_EQ(jx_rt_session_destroy(session_), JX_SUCCESS);
   }
@@ -182,11 +181,11 @@ class RemovedDevice : public testing::Test {
 };
 
 TEST_F(RemovedDevice, DropsSyncsThatHaveNotBegun) {
-  ASSERT_EQ(jx_model_service_hold(kDevice, true), JX_SUCCESS);
-  for (int i = 0; i < 100; ++i) sync(kDevice, Completions::completed, completions_.cookie(i));
-  EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
+  ASSERT_EQ(jx_model_service_hold(kCounted, true), JX_SUCCESS);
+  for (int i = 0; i < 100; ++i) sync(kCounted, Completions::completed, completions_.cookie(i));
+  EXPECT_EQ(jx_device_remove(kCounted), JX_SUCCESS);
   EXPECT_TRUE(completions_.order().empty());
-  EXPECT_EQ(jx_model_service_hold(kDevice, false), JX_OBJECT_NOT_FOUND);
+  EXPECT_EQ(jx_model_service_hold(kCounted, false), JX_OBJECT_NOT_FOUND);
 }
 
 TEST_F(RemovedDevice, WaitsForTheCallbackThatRuns) {
@@ -200,17 +199,17 @@ TEST_F(RemovedDevice, WaitsForTheCallbackThatRuns) {
     mine->go.get_future().wait();
     mine->done = true;
   };
-  sync(kDevice, callback, &slow);
-  sync(kDevice, Completions::completed, completions_.cookie(1));
+  sync(kCounted, callback, &slow);
+  sync(kCounted, Completions::completed, completions_.cookie(1));
   slow.begun.get_future().wait();
   std::thread removing([&] {
-    EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
+    EXPECT_EQ(jx_device_remove(kCounted), JX_SUCCESS);
     EXPECT_TRUE(slow.done);
   });
   // While the removal waits, the callback's process may do with other devices what it likes.
   const auto& manager = jxrt::JxRtDevMgr::getInstance();
   const jxrt::JxRtInfo* info = nullptr;
-  while (manager.jxRtInfoGet(kDevice, "l2_switch", &info) == JX_SUCCESS) std::this_thread::yield();
+  while (manager.jxRtInfoGet(kCounted, "l2_switch", &info) == JX_SUCCESS) std::this_thread::yield();
   EXPECT_EQ(jx_device_remove(kOther), JX_SUCCESS);
   slow.go.set_value();
   removing.join();
@@ -222,10 +221,10 @@ TEST_F(RemovedDevice, MayBeRemovedByACallbackOfItsOwn) {
   const auto callback = [](jx_rt_target_t* target, void* cookie) {
     static_cast<std::promise<jx_status_t>*>(cookie)->set_value(jx_device_remove(target->dev_id));
   };
-  ASSERT_EQ(jx_model_service_hold(kDevice, true), JX_SUCCESS);
-  sync(kDevice, callback, &removed);
-  sync(kDevice, Completions::completed, completions_.cookie(1));
-  ASSERT_EQ(jx_model_service_hold(kDevice, false), JX_SUCCESS);
+  ASSERT_EQ(jx_model_service_hold(kCounted, true), JX_SUCCESS);
+  sync(kCounted, callback, &removed);
+  sync(kCounted, Completions::completed, completions_.cookie(1));
+  ASSERT_EQ(jx_model_service_hold(kCounted, false), JX_SUCCESS);
   EXPECT_EQ(removed.get_future().get(), JX_SUCCESS);
   EXPECT_TRUE(completions_.order().empty());
 }
@@ -240,14 +239,14 @@ TEST_F(RemovedDevice, LetsTheCallbackThatItWaitsForRemoveAnother) {
     mine->begun.set_value();
     const auto& manager = jxrt::JxRtDevMgr::getInstance();
     const jxrt::JxRtInfo* info = nullptr;
-    while (manager.jxRtInfoGet(kDevice, "l2_switch", &info) == JX_SUCCESS) {
+    while (manager.jxRtInfoGet(kCounted, "l2_switch", &info) == JX_SUCCESS) {
       std::this_thread::yield();
     }
     mine->status = jx_device_remove(kOther);
   };
-  sync(kDevice, callback, &removal);
+  sync(kCounted, callback, &removal);
   removal.begun.get_future().wait();
-  EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
+  EXPECT_EQ(jx_device_remove(kCounted), JX_SUCCESS);
   EXPECT_EQ(removal.status, JX_SUCCESS);
 }
 
@@ -259,13 +258,13 @@ TEST_F(RemovedDevice, IsLeftAloneBySyncsOfMany) {
   };
   // The other device is removed while this one's thread is kept busy.
   std::thread syncing([&] {
-    while (!stop) sync(kDevice, callback, &told);
+    while (!stop) sync(kCounted, callback, &told);
   });
   while (told < 100) std::this_thread::yield();
   EXPECT_EQ(jx_device_remove(kOther), JX_SUCCESS);
   stop = true;
   syncing.join();
-  EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
+  EXPECT_EQ(jx_device_remove(kCounted), JX_SUCCESS);
   const uint64_t then = told;
   for (int i = 0; i < 1000; ++i) std::this_thread::yield();
   EXPECT_EQ(told, then);
@@ -283,7 +282,7 @@ TEST_F(RemovedDevice, CountedOnTheFastPathUntilTheLastSync) {
   std::thread syncing([&] {
     while (!stop) {
       const uint64_t before = told;
-      sync(kDevice, callback, &told);
+      sync(kCounted, callback, &told);
       while (told == before) std::this_thread::yield();
     }
   });
@@ -291,19 +290,19 @@ TEST_F(RemovedDevice, CountedOnTheFastPathUntilTheLastSync) {
   for (uint32_t port = 1; port <= 2; ++port) {
     senders.emplace_back([&, port] {
       for (int i = 0; i < kPackets; ++i) {
-        EXPECT_EQ(jx_model_inject(kDevice, port, frame, kBytes), JX_SUCCESS);
+        EXPECT_EQ(jx_model_inject(kCounted, port, frame, kBytes), JX_SUCCESS);
       }
     });
   }
   for (std::thread& sender : senders) sender.join();
   stop = true;
   syncing.join();
-  sync(kDevice, Completions::completed, completions_.cookie(0));
+  sync(kCounted, Completions::completed, completions_.cookie(0));
   completions_.wait(1);
 
   const jxrt::JxRtInfo* info = nullptr;
   const jxrt::JxRtTable* table = nullptr;
-  ASSERT_EQ(jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(kDevice, "l2_switch", &info), JX_SUCCESS);
+  ASSERT_EQ(jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(kCounted, "l2_switch", &info), JX_SUCCESS);
   ASSERT_EQ(info->tableFromNameGet("port_counters", &table), JX_SUCCESS);
   std::unique_ptr<jxrt::JxRtTableKey> key;
   std::unique_ptr<jxrt::JxRtTableData> data;
@@ -312,7 +311,7 @@ TEST_F(RemovedDevice, CountedOnTheFastPathUntilTheLastSync) {
   for (const uint64_t port : {1U, 2U}) {
     ASSERT_EQ(key->setValue(1, port), JX_SUCCESS);
     ASSERT_EQ(table->tableEntryGet(*jxrt::JxRtSession::fromHandle(session_),
-                                   {kDevice, JX_PIPE_ALL, 0, 0}, 0, *key, data.get()),
+                                   {kCounted, JX_PIPE_ALL, 0, 0}, 0, *key, data.get()),
               JX_SUCCESS);
     uint64_t packets = 0, bytes = 0;
     ASSERT_EQ(data->getValue(jxmodel::kFieldCounterPkts, &packets), JX_SUCCESS);
@@ -387,7 +386,7 @@ TEST_F(CounterSync, DelayedByADayReturnsAtOnceAndIsDroppedWithTheDevice) {
   ASSERT_EQ(jx_model_fault_arm("jx_rt_table_operations_execute", 0, JX_MODEL_FAULT_DELAY, kDay),
             JX_SUCCESS);
   ASSERT_EQ(sync(1), JX_SUCCESS);
-  EXPECT_EQ(pending(kDevice), 1U);
+  EXPECT_EQ(pending(kCounted), 1U);
   device_.device().endService();
   EXPECT_TRUE(completions_.order().empty());
 }
@@ -417,14 +416,14 @@ TEST_F(CounterSync, EveryCallOnTheWayToItsValuesCanFail) {
       jx_rt_table_operations_allocate(sut_.table(), JX_RT_OPERATION_COUNTER_SYNC, &operations),
       JX_SUCCESS);
   const jx_rt_info_hdl* info = nullptr;
-  ASSERT_EQ(jx_rt_info_get(kDevice, "counting", &info), JX_SUCCESS);
+  ASSERT_EQ(jx_rt_info_get(kCounted, "counting", &info), JX_SUCCESS);
   const jx_rt_table_hdl* table = nullptr;
   size_t size = 0;
   uint32_t id = 0;
   uint64_t value = 0;
   const jxrt::JxRtTable& object = device_.table("counters_8");
   const std::vector<std::pair<const char*, std::function<jx_status_t()>>> calls = {
-      {"jx_rt_info_get", [&] { return jx_rt_info_get(kDevice, "counting", &info); }},
+      {"jx_rt_info_get", [&] { return jx_rt_info_get(kCounted, "counting", &info); }},
       {"jx_rt_table_from_id_get", [&] { return jx_rt_table_from_id_get(info, 1, &table); }},
       {"jx_rt_table_size_get",
        [&] { return jx_rt_table_size_get(sut_.table(), sut_.session(), &target, 0, &size); }},
@@ -461,11 +460,11 @@ TEST_F(CounterSync, EveryCallOnTheWayToItsValuesCanFail) {
 }
 
 TEST(ServiceHold, IsForPhysicalDevicesThatAreThere) {
-  const ModelDevice virt(kDevice, Kind::kVirtual, {countersOf({8})});
+  const ModelDevice virt(kCounted, Kind::kVirtual, {countersOf({8})});
   uint64_t count = 0;
-  EXPECT_EQ(jx_model_service_hold(kDevice, true), JX_NOT_SUPPORTED);
+  EXPECT_EQ(jx_model_service_hold(kCounted, true), JX_NOT_SUPPORTED);
   EXPECT_EQ(jx_model_service_hold(kOther, true), JX_OBJECT_NOT_FOUND);
-  EXPECT_EQ(jx_model_service_pending(kDevice, &count), JX_NOT_SUPPORTED);
+  EXPECT_EQ(jx_model_service_pending(kCounted, &count), JX_NOT_SUPPORTED);
   EXPECT_EQ(jx_model_service_pending(kOther, &count), JX_OBJECT_NOT_FOUND);
   EXPECT_EQ(jx_model_service_pending(kOther, nullptr), JX_INVALID_ARGUMENTS);
 }

@@ -15,6 +15,9 @@
 
 namespace jxmodeltest {
 
+/// The device of tests of counters.
+constexpr jx_dev_id_t kCounted = 20;
+
 /// A program of counter tables alone, "counters_0" for a table of size 0 and so on.
 std::shared_ptr<const jxmodel::Program> countersOf(const std::vector<uint32_t>& sizes);
 

@@ -12,19 +12,19 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr uint64_t kHost = 0x020000000001;
+constexpr uint64_t kLearned = 0x020000000001;
 constexpr jx_model_learn_options_t kDefaults = {32, 1, 16, 65536};
 
 class LearnTest : public NotifyTest {
  protected:
-  /// Hosts kHost, kHost + 1, ... talk at port 3.
+  /// Hosts kLearned, kLearned + 1, ... talk at port 3.
   static void talk(uint64_t first, uint64_t count) {
-    for (uint64_t i = 0; i < count; ++i) inject(3, frame(kHost + first + i));
+    for (uint64_t i = 0; i < count; ++i) inject(3, frame(kLearned + first + i));
   }
   static jx_status_t injectDigests(uint64_t count) {
     Bytes values;
     for (uint64_t i = 0; i < count; ++i) {
-      const Bytes one = digest(kHost + i, 3);
+      const Bytes one = digest(kLearned + i, 3);
       values.insert(values.end(), one.begin(), one.end());
     }
     return jx_model_learn_inject(kDevice, "l2_switch", "mac_learn", values.data(), count);
@@ -45,7 +45,7 @@ TEST_F(LearnTest, ADigestComesWhenItsTimeIsUpAndNotBefore) {
   ASSERT_EQ(jx_model_clock_advance(1), JX_SUCCESS);
   settle();
   EXPECT_THAT(learner.sizes(), ElementsAre(2));
-  EXPECT_THAT(learner.digests(), ElementsAre(digest(kHost, 3), digest(kHost + 1, 3)));
+  EXPECT_THAT(learner.digests(), ElementsAre(digest(kLearned, 3), digest(kLearned + 1, 3)));
   EXPECT_EQ(counts().delivered, 2U);
   EXPECT_EQ(counts().messages, 1U);
   EXPECT_EQ(counts().waiting, 0U);
@@ -99,14 +99,15 @@ TEST_F(LearnTest, ADigestOnItsWayIsNotSentAgain) {
   talk(0, 1);
   settle();
   talk(0, 1);
-  inject(4, frame(kHost));  // another port is another digest
+  inject(4, frame(kLearned));  // another port is another digest
   settle();
-  EXPECT_THAT(learner.digests(), ElementsAre(digest(kHost, 3), digest(kHost, 4)));
+  EXPECT_THAT(learner.digests(), ElementsAre(digest(kLearned, 3), digest(kLearned, 4)));
   EXPECT_EQ(counts().suppressed, 2U);
   ASSERT_EQ(learner.acknowledge(0), JX_SUCCESS);
   talk(0, 1);
   settle();
-  EXPECT_THAT(learner.digests(), ElementsAre(digest(kHost, 3), digest(kHost, 4), digest(kHost, 3)));
+  EXPECT_THAT(learner.digests(),
+              ElementsAre(digest(kLearned, 3), digest(kLearned, 4), digest(kLearned, 3)));
 }
 
 TEST_F(LearnTest, SoManyMessagesMayBeUnacknowledgedAndSoManyDigestsWait) {
@@ -128,7 +129,7 @@ TEST_F(LearnTest, SoManyMessagesMayBeUnacknowledgedAndSoManyDigestsWait) {
   ASSERT_EQ(learner.acknowledge(1), JX_SUCCESS);
   settle();
   ASSERT_THAT(learner.sizes(), ElementsAre(2, 2, 2));
-  EXPECT_EQ(learner.digests()[4], digest(kHost + 4, 3));
+  EXPECT_EQ(learner.digests()[4], digest(kLearned + 4, 3));
   talk(7, 1);  // was lost, so it may come again
   EXPECT_EQ(counts().waiting, 2U);
 }
@@ -181,8 +182,8 @@ TEST_F(LearnTest, TheClientThatRegistersLastGetsWhatWaits) {
   settle();
   ASSERT_EQ(second.begin(), JX_SUCCESS);
   settle();
-  EXPECT_THAT(first.digests(), ElementsAre(digest(kHost, 3)));
-  EXPECT_THAT(second.digests(), ElementsAre(digest(kHost + 1, 3), digest(kHost + 2, 3)));
+  EXPECT_THAT(first.digests(), ElementsAre(digest(kLearned, 3)));
+  EXPECT_THAT(second.digests(), ElementsAre(digest(kLearned + 1, 3), digest(kLearned + 2, 3)));
   EXPECT_EQ(first.acknowledge(0), JX_SUCCESS);
 }
 
@@ -287,7 +288,7 @@ TEST_F(LearnTest, AMillionDigestsAtFullSpeedLoseNone) {
     for (const auto& entry : data) {
       uint64_t source = 0;
       entry->getValue(1, &source);
-      if (source != kHost + came) ++misplaced;
+      if (source != kLearned + came) ++misplaced;
       ++came;
     }
     return learn()->notifyAck(given, message);
@@ -303,7 +304,7 @@ TEST_F(LearnTest, AMillionDigestsAtFullSpeedLoseNone) {
 std::vector<jxmodel::PacketBuffer> hosts(uint64_t count, uint64_t step_ns) {
   std::vector<jxmodel::PacketBuffer> packets;
   for (uint64_t i = 0; i < count; ++i) {
-    packets.push_back(jxmodel::test::packetOf(frame(kHost + i),
+    packets.push_back(jxmodel::test::packetOf(frame(kLearned + i),
                                               static_cast<int64_t>(kStart + i * step_ns),
                                               jxmodel::TimeResolution::kNanosecond));
   }

@@ -45,20 +45,20 @@ struct Whole {
   uint32_t payload, end;
 };
 
-const Bytes kData = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};  // an odd number of bytes
+const Bytes kOddData = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11};  // an odd number of bytes
 
 const Whole kWhole[] = {
-    {"unknown type", ethernet(0x88CC, kData), {"ethernet"}, 14, 25},
-    {"length instead of a type", ethernet(11, kData), {"ethernet"}, 14, 25},
+    {"unknown type", ethernet(0x88CC, kOddData), {"ethernet"}, 14, 25},
+    {"length instead of a type", ethernet(11, kOddData), {"ethernet"}, 14, 25},
     {"nothing inside", ethernet(0x88CC, {}), {"ethernet"}, 14, 14},
-    {"one tag", ethernet(kVlanType, tag(5, 0x88CC, kData)), {"ethernet", "vlan"}, 18, 29},
+    {"one tag", ethernet(kVlanType, tag(5, 0x88CC, kOddData)), {"ethernet", "vlan"}, 18, 29},
     {"service tag",
-     ethernet(kServiceVlanType, tag(5, 0x88CC, kData)),
+     ethernet(kServiceVlanType, tag(5, 0x88CC, kOddData)),
      {"ethernet", "vlan"},
      18,
      29},
     {"third tag is payload",
-     ethernet(kServiceVlanType, tag(5, kVlanType, tag(6, kVlanType, tag(7, kIpv4Type, kData)))),
+     ethernet(kServiceVlanType, tag(5, kVlanType, tag(6, kVlanType, tag(7, kIpv4Type, kOddData)))),
      {"ethernet", "vlan", "vlan1"},
      22,
      37},
@@ -71,33 +71,37 @@ const Whole kWhole[] = {
      43},
     {"ipv4 without contents", ethernet(kIpv4Type, ipv4(99, {})), {"ethernet", "ipv4"}, 34, 34},
     {"tcp with options",
-     ethernet(kIpv4Type, ipv4(kTcp, tcp(kData, {1, 1, 1, 0}), {1, 1, 1, 0})),
+     ethernet(kIpv4Type, ipv4(kTcp, tcp(kOddData, {1, 1, 1, 0}), {1, 1, 1, 0})),
      {"ethernet", "ipv4", "tcp", "l4"},
      62,
      73},
-    {"icmp", ethernet(kIpv4Type, ipv4(kIcmp, icmp(kData))), {"ethernet", "ipv4", "icmp"}, 42, 53},
+    {"icmp",
+     ethernet(kIpv4Type, ipv4(kIcmp, icmp(kOddData))),
+     {"ethernet", "ipv4", "icmp"},
+     42,
+     53},
     {"icmpv6 is payload of ipv4",
-     ethernet(kIpv4Type, ipv4(kIcmpv6, icmpv6(kData))),
+     ethernet(kIpv4Type, ipv4(kIcmpv6, icmpv6(kOddData))),
      {"ethernet", "ipv4"},
      34,
      53},
     {"first fragment",
-     ethernet(kIpv4Type, ipv4(kUdp, udp(kData), {}, 0x2000)),
+     ethernet(kIpv4Type, ipv4(kUdp, udp(kOddData), {}, 0x2000)),
      {"ethernet", "ipv4", "udp", "l4"},
      42,
      53},
     {"later fragment",
-     ethernet(kIpv4Type, ipv4(kUdp, kData, {}, 0x2001)),
+     ethernet(kIpv4Type, ipv4(kUdp, kOddData, {}, 0x2001)),
      {"ethernet", "ipv4"},
      34,
      45},
     {"last fragment",
-     ethernet(kIpv4Type, ipv4(kTcp, kData, {}, 0x0001)),
+     ethernet(kIpv4Type, ipv4(kTcp, kOddData, {}, 0x0001)),
      {"ethernet", "ipv4"},
      34,
      45},
     {"icmp is payload of ipv6",
-     ethernet(kIpv6Type, ipv6(kIcmp, icmp(kData))),
+     ethernet(kIpv6Type, ipv6(kIcmp, icmp(kOddData))),
      {"ethernet", "ipv6"},
      54,
      73},
@@ -112,42 +116,42 @@ const Whole kWhole[] = {
      54,
      54},
     {"ipv6 hop by hop",
-     ethernet(kIpv6Type, ipv6(kHopByHop, extension(kUdp, 0, udp(kData)))),
+     ethernet(kIpv6Type, ipv6(kHopByHop, extension(kUdp, 0, udp(kOddData)))),
      {"ethernet", "ipv6", "udp", "l4"},
      70,
      81},
     {"ipv6 destination options",
-     ethernet(kIpv6Type, ipv6(kDestination, extension(kTcp, 16, tcp(kData)))),
+     ethernet(kIpv6Type, ipv6(kDestination, extension(kTcp, 16, tcp(kOddData)))),
      {"ethernet", "ipv6", "tcp", "l4"},
      98,
      109},
     {"ipv6 routing",
-     ethernet(kIpv6Type, ipv6(kRouting, routing(kUdp, 0, udp(kData)))),
+     ethernet(kIpv6Type, ipv6(kRouting, routing(kUdp, 0, udp(kOddData)))),
      {"ethernet", "ipv6", "udp", "l4"},
      86,
      97},
     {"ipv6 authentication",
-     ethernet(kIpv6Type, ipv6(kAuthentication, authentication(kIcmpv6, icmpv6(kData)))),
+     ethernet(kIpv6Type, ipv6(kAuthentication, authentication(kIcmpv6, icmpv6(kOddData)))),
      {"ethernet", "ipv6", "icmpv6"},
      82,
      97},
     {"ipv6 first fragment",
-     ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, 0x0001, udp(kData)))),
+     ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, 0x0001, udp(kOddData)))),
      {"ethernet", "ipv6", "udp", "l4"},
      70,
      81},
     {"ipv6 later fragment",
-     ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, 0x0008, kData))),
+     ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, 0x0008, kOddData))),
      {"ethernet", "ipv6"},
      62,
      73},
     {"ipv6 encryption is payload",
-     ethernet(kIpv6Type, ipv6(kEncryption, kData)),
+     ethernet(kIpv6Type, ipv6(kEncryption, kOddData)),
      {"ethernet", "ipv6"},
      54,
      65},
     {"ipv6 no next header",
-     ethernet(kIpv6Type, ipv6(kHopByHop, extension(kNoNext, 0, kData))),
+     ethernet(kIpv6Type, ipv6(kHopByHop, extension(kNoNext, 0, kOddData))),
      {"ethernet", "ipv6"},
      62,
      73},
@@ -167,8 +171,9 @@ TEST(Parse, FindsTheHeadersOfWholeFrames) {
 
 TEST(Parse, TellsWhereEachHeaderBegins) {
   const Headers tagged =
-      parsed(ethernet(kServiceVlanType,
-                      tag(5, kVlanType, tag(6, kIpv4Type, ipv4(kTcp, tcp(kData), {1, 1, 1, 0})))))
+      parsed(
+          ethernet(kServiceVlanType,
+                   tag(5, kVlanType, tag(6, kIpv4Type, ipv4(kTcp, tcp(kOddData), {1, 1, 1, 0})))))
           .headers;
   EXPECT_EQ(tagged.at(Header::kEthernet), 0);
   EXPECT_EQ(tagged.at(Header::kVlan), 14);
@@ -178,21 +183,21 @@ TEST(Parse, TellsWhereEachHeaderBegins) {
   EXPECT_EQ(tagged.at(Header::kL4), 46);
 
   const Headers extended =
-      parsed(ethernet(kIpv6Type, ipv6(kHopByHop, extension(kUdp, 8, udp(kData))))).headers;
+      parsed(ethernet(kIpv6Type, ipv6(kHopByHop, extension(kUdp, 8, udp(kOddData))))).headers;
   EXPECT_EQ(extended.at(Header::kIpv6), 14);
   EXPECT_EQ(extended.at(Header::kUdp), 70);
 }
 
 TEST(Parse, TellsFragmentsFromWholeDatagrams) {
   const auto isFragment4 = [](uint16_t bits) {
-    return parsed(ethernet(kIpv4Type, ipv4(kUdp, udp(kData), {}, bits))).headers.fragment;
+    return parsed(ethernet(kIpv4Type, ipv4(kUdp, udp(kOddData), {}, bits))).headers.fragment;
   };
   EXPECT_FALSE(isFragment4(0));
   EXPECT_FALSE(isFragment4(0x4000));  // "do not fragment"
   EXPECT_TRUE(isFragment4(0x2000));
   EXPECT_TRUE(isFragment4(0x0001));
   const auto isFragment6 = [](uint16_t bits) {
-    return parsed(ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, bits, udp(kData)))))
+    return parsed(ethernet(kIpv6Type, ipv6(kFragment, fragmentHeader(kUdp, bits, udp(kOddData)))))
         .headers.fragment;
   };
   EXPECT_FALSE(isFragment6(0));       // alone, though it says that it is one
@@ -203,7 +208,7 @@ TEST(Parse, TellsFragmentsFromWholeDatagrams) {
 
 TEST(Parse, SeesSourceRoutesThatAreNotAtTheirEnd) {
   const auto isRouted4 = [](const Bytes& options) {
-    const Parsed result = parsed(ethernet(kIpv4Type, ipv4(kTcp, tcp(kData), options)));
+    const Parsed result = parsed(ethernet(kIpv4Type, ipv4(kTcp, tcp(kOddData), options)));
     EXPECT_EQ(result.status, ParseStatus::kOk);
     return result.headers.source_routed;
   };
@@ -216,7 +221,7 @@ TEST(Parse, SeesSourceRoutesThatAreNotAtTheirEnd) {
   EXPECT_FALSE(isRouted4({1, 1, 1, 131}));                          // without a length
   EXPECT_FALSE(isRouted4({7, 0, 0, 0}));                            // length that leads nowhere
   const auto isRouted6 = [](uint8_t left) {
-    return parsed(ethernet(kIpv6Type, ipv6(kRouting, routing(kUdp, left, udp(kData)))))
+    return parsed(ethernet(kIpv6Type, ipv6(kRouting, routing(kUdp, left, udp(kOddData)))))
         .headers.source_routed;
   };
   EXPECT_TRUE(isRouted6(1));
@@ -260,7 +265,7 @@ Bytes extensions(unsigned count, const Bytes& inside) {
 
 const Bytes kTcp4 = ethernet(kIpv4Type, ipv4(kTcp, tcp({})));
 const Bytes kTcp6 = ethernet(kIpv6Type, ipv6(kTcp, tcp({})));
-const Bytes kUdp4 = ethernet(kIpv4Type, ipv4(kUdp, udp(kData)));
+const Bytes kUdp4 = ethernet(kIpv4Type, ipv4(kUdp, udp(kOddData)));
 
 const Wrong kWrong[] = {
     {"nothing", {}, ParseStatus::kTruncatedEthernet, {}},
@@ -306,7 +311,7 @@ const Wrong kWrong[] = {
      ParseStatus::kTruncatedIpv6Extension,
      {"ethernet", "ipv6"}},
     {"nine extensions",
-     extensions(9, udp(kData)),
+     extensions(9, udp(kOddData)),
      ParseStatus::kIpv6TooManyExtensions,
      {"ethernet", "ipv6"}},
     {"tcp cut by the datagram",
@@ -359,7 +364,7 @@ TEST(Parse, EveryReasonIsGivenByAFrameOfTheseTests) {
 }
 
 TEST(Parse, WalksAlongAsManyExtensionsAsItPromises) {
-  const Parsed sut = parsed(extensions(kMaxIpv6Extensions, udp(kData)));
+  const Parsed sut = parsed(extensions(kMaxIpv6Extensions, udp(kOddData)));
   EXPECT_EQ(sut.status, ParseStatus::kOk);
   EXPECT_TRUE(sut.headers.has(Header::kUdp));
 }
@@ -372,7 +377,7 @@ TEST(Parse, FirstFragmentMayAnnounceMoreThanItHas) {
 }
 
 TEST(Parse, NoBeginOfAFrameIsReadPastItsEnd) {
-  for (const Sample& sample : samples(kData)) {
+  for (const Sample& sample : samples(kOddData)) {
     SCOPED_TRACE(sample.name);
     for (size_t size = 0; size < sample.frame.size(); ++size) {
       const Parsed sut =
@@ -386,7 +391,7 @@ TEST(Parse, NoBeginOfAFrameIsReadPastItsEnd) {
 }
 
 TEST(Parse, FramesThatTheCaptureCutAreNotTaken) {
-  const Bytes frame = ethernet(0x88CC, kData);
+  const Bytes frame = ethernet(0x88CC, kOddData);
   Headers headers;
   EXPECT_EQ(parse(frame.data(), frame.size(), frame.size() + 1, &headers),
             ParseStatus::kCutByCapture);

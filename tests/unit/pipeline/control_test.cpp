@@ -35,9 +35,9 @@ std::string programWith(const std::string& control) {
          control + "]}";
 }
 
-const Flow kFlow{0x0A000001, 0x0A000002, 17, 1000, 2000};
+const Flow kControlFlow{0x0A000001, 0x0A000002, 17, 1000, 2000};
 
-Outcome runOnce(const std::string& control, Bytes frame = ipv4Frame(kFlow)) {
+Outcome runOnce(const std::string& control, Bytes frame = ipv4Frame(kControlFlow)) {
   return Testbed(programWith(control)).run(&frame);
 }
 
@@ -71,7 +71,7 @@ TEST(Control, SetRewritesFieldsOfThePacket) {
   Testbed sut(programWith(R"({"op": "set", "field": "ethernet.dst", "from": "0a:0b:0c:0d:0e:0f"},
                              {"op": "set", "field": "ethernet.src", "from": {"field": "ethernet.dst"}},
                              {"op": "forward", "port": 1})"));
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   sut.run(&frame);
   EXPECT_EQ(numberAt(frame, kEthernetDst, 6), 0x0A0B0C0D0E0FU);
   EXPECT_EQ(numberAt(frame, kEthernetSrc, 6), 0x0A0B0C0D0E0FU);
@@ -83,7 +83,7 @@ TEST(Control, MetadataOfTheProgramStartsAtZeroForEachPacket) {
                {"if": {"left": {"field": "own.mark"}, "op": "==", "right": "0xABCDE"},
                 "then": [{"op": "forward", "port": 1}]}]})"));
   for (int i = 0; i < 2; ++i) {
-    Bytes frame = ipv4Frame(kFlow);
+    Bytes frame = ipv4Frame(kControlFlow);
     EXPECT_EQ(sut.run(&frame).kind, Kind::kForwarded);
   }
 }
@@ -99,17 +99,17 @@ TEST(Control, TheEgressPortIsAField) {
 TEST(Control, DecrementTakesOneAndKeepsTheChecksum) {
   Testbed sut(
       programWith(R"({"op": "decrement", "field": "ipv4.ttl"}, {"op": "forward", "port": 1})"));
-  Bytes frame = ipv4Frame(kFlow, 64);
+  Bytes frame = ipv4Frame(kControlFlow, 64);
   EXPECT_EQ(sut.run(&frame).kind, Kind::kForwarded);
-  EXPECT_EQ(frame, ipv4Frame(kFlow, 63));
+  EXPECT_EQ(frame, ipv4Frame(kControlFlow, 63));
 }
 
 TEST(Control, DecrementDropsWhatExpires) {
   const std::string control =
       R"({"op": "decrement", "field": "ipv4.ttl"}, {"op": "forward", "port": 1})";
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow, 2)).kind, Kind::kForwarded);
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow, 1)).reason, DropReason::kExpired);
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow, 0)).reason, DropReason::kExpired);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow, 2)).kind, Kind::kForwarded);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow, 1)).reason, DropReason::kExpired);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow, 0)).reason, DropReason::kExpired);
   EXPECT_EQ(runOnce(control, otherFrame()).kind, Kind::kForwarded);  // has nothing to expire
 }
 
@@ -117,8 +117,8 @@ TEST(Control, BranchesOnHeaders) {
   const std::string control = R"({"if": {"valid": "vlan"}, "then": [{"op": "forward", "port": 1}],
       "else": [{"if": {"valid": "ipv4"}, "then": [{"op": "forward", "port": 2}],
                 "else": [{"op": "forward", "port": 3}]}]})";
-  EXPECT_EQ(runOnce(control, taggedFrame(kFlow, 5)).port, 1U);
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow)).port, 2U);
+  EXPECT_EQ(runOnce(control, taggedFrame(kControlFlow, 5)).port, 1U);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow)).port, 2U);
   EXPECT_EQ(runOnce(control, otherFrame()).port, 3U);
 }
 
@@ -133,7 +133,7 @@ TEST_P(Compare, OrdersNumbers) {
     return runOnce(std::string(R"({"if": {"left": {"field": "ipv4.ttl"}, "op": ")") +
                        GetParam().op +
                        R"(", "right": 100}, "then": [{"op": "forward", "port": 1}]})",
-                   ipv4Frame(kFlow, ttl))
+                   ipv4Frame(kControlFlow, ttl))
                .kind == Kind::kForwarded;
   };
   EXPECT_EQ(holds(99), GetParam().below);
@@ -150,8 +150,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Control, ComparesUnderAMask) {
   const std::string control = R"({"if": {"left": {"field": "ipv4.ttl"}, "op": "==", "right": "0x40",
       "mask": "0xF0"}, "then": [{"op": "forward", "port": 1}]})";
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow, 0x4F)).kind, Kind::kForwarded);
-  EXPECT_EQ(runOnce(control, ipv4Frame(kFlow, 0x5F)).kind, Kind::kDropped);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow, 0x4F)).kind, Kind::kForwarded);
+  EXPECT_EQ(runOnce(control, ipv4Frame(kControlFlow, 0x5F)).kind, Kind::kDropped);
 }
 
 TEST(Control, GoesOnByHitAndMiss) {
@@ -159,9 +159,9 @@ TEST(Control, GoesOnByHitAndMiss) {
       programWith(R"({"apply": "plain", "on_hit": [{"op": "count", "table": "pairs", "index": 1}],
       "on_miss": [{"op": "count", "table": "pairs", "index": 2}, {"op": "forward", "port": 6}]},
       {"op": "count", "table": "pairs", "index": 3})"));
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   EXPECT_EQ(sut.run(&frame).port, 6U);
-  sut.addAction("plain", 100, Packed().add(kFlow.dst, 4), "to", Packed().add(5, 2));
+  sut.addAction("plain", 100, Packed().add(kControlFlow.dst, 4), "to", Packed().add(5, 2));
   EXPECT_EQ(sut.run(&frame).port, 5U);
   const auto packets = [&](uint32_t index) {
     return sut.table("pairs").counters->read(index).packets;
@@ -174,7 +174,7 @@ TEST(Control, GoesOnByHitAndMiss) {
 TEST(Control, AMissRunsTheDefault) {
   Testbed sut(programWith(R"({"apply": "hosts"})"));
   jxmodel::MatchTable& hosts = *sut.table("hosts").match;
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   EXPECT_EQ(sut.run(&frame).port, 50U);  // of the description
   const Packed port = Packed().add(51, 2);
   jxmodel::MatchResult result;
@@ -187,15 +187,15 @@ TEST(Control, AMissRunsTheDefault) {
 
 TEST(Control, ADropInAnActionEndsThePacket) {
   Testbed sut(programWith(R"({"apply": "hosts"}, {"op": "forward", "port": 3})"));
-  sut.addAction("hosts", 100, Packed().add(kFlow.dst, 4), "refuse", Packed());
-  Bytes frame = ipv4Frame(kFlow);
+  sut.addAction("hosts", 100, Packed().add(kControlFlow.dst, 4), "refuse", Packed());
+  Bytes frame = ipv4Frame(kControlFlow);
   EXPECT_EQ(sut.run(&frame).reason, DropReason::kDropAction);
 }
 
 TEST(Control, CountsPacketsAndBytesAtTheIndex) {
   Testbed sut(
       programWith(R"({"op": "count", "table": "pairs", "index": {"field": "meta.ingress_port"}})"));
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   sut.run(&frame, 3);
   sut.run(&frame, 3);
   sut.run(&frame, 8);  // beyond the end
@@ -206,7 +206,7 @@ TEST(Control, CountsPacketsAndBytesAtTheIndex) {
 
 TEST(Control, DigestsCarryFieldsInOrder) {
   Testbed sut(programWith(R"({"op": "digest", "learn": "seen"})"));
-  Bytes frame = taggedFrame(kFlow, 0x123);
+  Bytes frame = taggedFrame(kControlFlow, 0x123);
   sut.run(&frame, 0x101);
   ASSERT_EQ(sut.digests.size(), 1U);
   EXPECT_EQ(sut.digests[0].learn, 0U);
@@ -215,7 +215,7 @@ TEST(Control, DigestsCarryFieldsInOrder) {
 
 TEST(Control, MalformedPacketsAreCountedByReason) {
   Testbed sut(programWith(R"({"op": "forward", "port": 1})"));
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   frame.resize(20);
   const Outcome outcome = sut.run(&frame);
   EXPECT_EQ(outcome.reason, DropReason::kMalformed);
@@ -229,10 +229,10 @@ TEST(Control, MalformedPacketsAreCountedByReason) {
 TEST(Control, HitsAreNotedWithTheTimeOfTheClock) {
   Testbed sut(programWith(R"({"apply": "hosts"})"));
   const uint32_t slot =
-      sut.addAction("hosts", 100, Packed().add(kFlow.dst, 4), "to", Packed().add(5, 2));
+      sut.addAction("hosts", 100, Packed().add(kControlFlow.dst, 4), "to", Packed().add(5, 2));
   EXPECT_EQ(sut.table("hosts").match->lastHitOf(slot), 0U);
   jxmodel::Clock::instance().set(JX_MODEL_CLOCK_STOPPED, 777);
-  Bytes frame = ipv4Frame(kFlow);
+  Bytes frame = ipv4Frame(kControlFlow);
   sut.run(&frame);
   jxmodel::Clock::instance().set(JX_MODEL_CLOCK_REAL, 0);
   EXPECT_EQ(sut.table("hosts").match->lastHitOf(slot), 777U);
@@ -241,8 +241,8 @@ TEST(Control, HitsAreNotedWithTheTimeOfTheClock) {
 TEST(Control, TracesTheWayOfAPacket) {
   Testbed sut(
       programWith(R"({"if": {"valid": "vlan"}, "then": [{"op": "drop"}]}, {"apply": "hosts"})"));
-  sut.addAction("hosts", 100, Packed().add(kFlow.dst, 4), "to", Packed().add(5, 2));
-  Bytes frame = ipv4Frame(kFlow);
+  sut.addAction("hosts", 100, Packed().add(kControlFlow.dst, 4), "to", Packed().add(5, 2));
+  Bytes frame = ipv4Frame(kControlFlow);
   jxmodel::Trace trace;
   sut.run(&frame, 4, &trace);
   EXPECT_EQ(trace.text(),
@@ -262,8 +262,8 @@ TEST(Control, ATracedPacketCountsNowhereAndHitsNothing) {
       R"({"op": "count", "table": "pairs", "index": 1}, {"op": "count", "table": "pairs", "index":
           {"field": "meta.ingress_port"}}, {"apply": "hosts"})"));
   const uint32_t slot =
-      sut.addAction("hosts", 100, Packed().add(kFlow.dst, 4), "to", Packed().add(5, 2));
-  Bytes frame = ipv4Frame(kFlow);
+      sut.addAction("hosts", 100, Packed().add(kControlFlow.dst, 4), "to", Packed().add(5, 2));
+  Bytes frame = ipv4Frame(kControlFlow);
   jxmodel::Trace trace;
   EXPECT_EQ(sut.run(&frame, 400, &trace).port, 5U);
   EXPECT_EQ(sut.table("pairs").counters->read(1).packets, 0U);
@@ -287,7 +287,7 @@ TEST(Control, FloodsEverywhereButBack) {
   const Testbed flooding(programWith(R"({"op": "flood"})"));
   const Testbed sending(programWith(R"({"op": "forward", "port": 4})"));
   const Testbed dropping(programWith(""));
-  const Bytes frame = ipv4Frame(kFlow);
+  const Bytes frame = ipv4Frame(kControlFlow);
   RecordedEgress egress;
   for (const Testbed* sut : {&flooding, &sending, &dropping}) {
     sut->pipeline().forward(4, jxmodel::PacketBuffer(frame.data(), frame.size()), egress, nullptr);

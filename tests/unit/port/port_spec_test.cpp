@@ -12,7 +12,7 @@ PortSpec parsed(const std::string& text) {
   return spec;
 }
 
-std::string refusal(const std::string& text) {
+std::string specRefusal(const std::string& text) {
   PortSpec spec;
   spec.number = 77;
   std::string error;
@@ -65,7 +65,7 @@ TEST(PortSpec, RefusalsSayWhatIsWrongWhere) {
       {"1=pcap:a,b,c", "more than two capture files"},
   };
   for (const auto& [text, reason] : cases) {
-    EXPECT_EQ(refusal(text), "port `" + std::string(text) + "`: " + reason + expected);
+    EXPECT_EQ(specRefusal(text), "port `" + std::string(text) + "`: " + reason + expected);
   }
 }
 

@@ -10,14 +10,14 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-struct Row {
+struct ConstantRow {
   const char* text;
   uint32_t width;
   ConstantStatus status;
   Bytes bytes;
 };
 
-const Row kRows[] = {
+const ConstantRow kConstantRows[] = {
     {"0", 1, ConstantStatus::kOk, {0}},
     {"1", 1, ConstantStatus::kOk, {1}},
     {"2", 1, ConstantStatus::kTooWide, {}},
@@ -59,7 +59,7 @@ const Row kRows[] = {
 };
 
 TEST(ParseConstant, ReadsEachFormAndRefusesTheRest) {
-  for (const Row& row : kRows) {
+  for (const ConstantRow& row : kConstantRows) {
     SCOPED_TRACE(std::string(row.text) + " in " + std::to_string(row.width) + " bits");
     Bytes bytes;
     const ConstantStatus status = parseConstant(row.text, row.width, &bytes);

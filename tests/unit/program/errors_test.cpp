@@ -40,7 +40,7 @@ constexpr const char* kRight = R"({
     {"if": {"left": {"field": "ip.ttl"}, "op": "<=", "right": 1, "mask": 255}, "then": [{"op": "drop"}]}]
 })";
 
-struct Row {
+struct ErrorRow {
   const char* patch;  // JSON Patch operations
   const char* error;  // behind "base.json: "
 };
@@ -49,7 +49,7 @@ struct Row {
 #define ADD(path, value) R"([{"op":"add","path":")" path R"(","value":)" value "}]"
 #define REMOVE(path) R"([{"op":"remove","path":")" path R"("}])"
 
-const Row kRows[] = {
+const ErrorRow kErrorRows[] = {
     // The document and its top.
     {REPLACE("", "[]"), "/: must be an object"},
     {ADD("/tabels", "[]"), "/: unknown member 'tabels' in a program"},
@@ -269,7 +269,7 @@ TEST(ProgramErrors, TheBaseIsRight) {
 
 TEST(ProgramErrors, SayPlaceAndReason) {
   const Json right = Json::parse(kRight);
-  for (const Row& row : kRows) {
+  for (const ErrorRow& row : kErrorRows) {
     SCOPED_TRACE(row.patch);
     const std::string text = right.patch(Json::parse(row.patch)).dump();
     EXPECT_EQ(errorOf(text), std::string("base.json: ") + row.error);
