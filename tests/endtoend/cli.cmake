@@ -6,27 +6,8 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(ENDTOEND_PCAP REQUIRED IMPORTED_TARGET libpcap)
 
 # A client of the control server's reflection, which is not linked to libdriver.so.
-find_package(Protobuf REQUIRED)
-find_package(gRPC CONFIG REQUIRED)
-set(reflection_dir ${CMAKE_CURRENT_BINARY_DIR}/generated)
-set(reflection ${reflection_dir}/reflection.pb.cc ${reflection_dir}/reflection.pb.h
-               ${reflection_dir}/reflection.grpc.pb.cc ${reflection_dir}/reflection.grpc.pb.h)
-file(MAKE_DIRECTORY ${reflection_dir})
-add_custom_command(
-  OUTPUT ${reflection}
-  COMMAND protobuf::protoc --cpp_out=${reflection_dir} --grpc_out=${reflection_dir}
-          --plugin=protoc-gen-grpc=${JEX_GRPC_CPP_PLUGIN} -I ${CMAKE_CURRENT_LIST_DIR}
-          ${CMAKE_CURRENT_LIST_DIR}/reflection.proto
-  DEPENDS ${CMAKE_CURRENT_LIST_DIR}/reflection.proto
-  COMMENT "Generating the reflection service's client"
-  VERBATIM)
-add_library(reflection_client STATIC ${reflection})
-target_compile_options(reflection_client PRIVATE -w)
-target_include_directories(reflection_client SYSTEM PUBLIC ${reflection_dir})
-target_link_libraries(reflection_client PUBLIC gRPC::grpc++ protobuf::libprotobuf)
-if(JEX_SANITIZE)
-  target_compile_options(reflection_client PRIVATE -fsanitize=${JEX_SANITIZE})
-endif()
+include(JexGrpc)
+jex_grpc_library(reflection_client reflection.proto)
 add_executable(list-services list_services.cpp)
 target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
