@@ -41,14 +41,6 @@ CounterReadStruct_t* findRecord(uint32_t tableId) {
   return found == countersCallbackMap.end() ? nullptr : found->second;
 }
 
-/// With the mutex held: frees a stopped record that nobody will use any more, and its state.
-void freeIfUnused(CounterReadStruct_t* rec, const SyncState& state) {
-  if (state.disabled.load(std::memory_order_relaxed) && state.uses == 0) {
-    syncStates.erase(rec);
-    delete rec;
-  }
-}
-
 /// The turn of a thread that copies values into a record's block. Stopping the record ends it
 /// between two entries, and waits for that.
 class WritingTurn {
@@ -110,14 +102,34 @@ void completeBarrier(CounterReadStruct_t* rec) {
     storeFenced(rec->nextBarrier, 0);
     stopped = isStopped(rec);
   }
-  if (promoted == 0) {
-    return;
-  }
-  if (stopped) {
-    answerBarrier(rec->replySocket, promoted);  // no sync will
-  } else if (pSocket != nullptr) {
-    // A process that is no Partner has no socket to itself: there the next sync answers it.
+  // A stopped record's is answered by its next sync, or by who frees it. A process that is no
+  // Partner has no socket to itself: there the next sync answers it.
+  if (promoted != 0 && !stopped && pSocket != nullptr) {
     sendBarrier(rec->tableId, promoted, rec->pid);
+  }
+}
+
+/// One use of a record is over. The last one of a stopped record frees it, and answers the barriers
+/// that are left in it: no sync will.
+void endUse(CounterReadStruct_t* rec) {
+  {
+    const std::lock_guard<std::mutex> lock(countersMutex);
+    const auto found = syncStates.find(rec);
+    if (found == syncStates.end() || found->second.uses == 0) {
+      return;
+    }
+    --found->second.uses;
+    if (found->second.uses > 0 || !found->second.disabled.load(std::memory_order_relaxed)) {
+      return;
+    }
+    syncStates.erase(found);
+  }
+  const std::unique_ptr<CounterReadStruct_t> unused(rec);
+  if (unused->pendingBarrier != 0) {
+    answerBarrier(unused->replySocket, unused->pendingBarrier);
+  }
+  if (unused->nextBarrier != 0 && unused->nextBarrier != unused->pendingBarrier) {
+    answerBarrier(unused->replySocket, unused->nextBarrier);
   }
 }
 
@@ -145,15 +157,8 @@ void stopCounters(uint32_t tableId, const StopPlace& place) {
   while (state.writing > 0) {
     writingEnded.wait(lock);
   }
-  --state.uses;
-  // A barrier that waited for the next sync waits no longer; one with a sync is answered by that.
-  const uint64_t waiting = state.uses == 0 ? rec->pendingBarrier : 0;
-  const int replySocket = rec->replySocket;
-  freeIfUnused(rec, state);
   lock.unlock();
-  if (waiting != 0) {
-    answerBarrier(replySocket, waiting);
-  }
+  endUse(rec);
 }
 
 /// The records at this moment, each kept alive until a sync that the caller starts has come back.
@@ -165,15 +170,6 @@ std::vector<CounterReadStruct_t*> recordsToSync() {
     records.push_back(rec);
   }
   return records;
-}
-
-void syncCompleted(CounterReadStruct_t* rec) {
-  const std::lock_guard<std::mutex> lock(countersMutex);
-  const auto found = syncStates.find(rec);
-  if (found != syncStates.end() && found->second.uses > 0) {
-    --found->second.uses;
-    freeIfUnused(rec, found->second);
-  }
 }
 
 jx_status_t requestSync(CounterReadStruct_t* rec) {
@@ -376,5 +372,5 @@ extern "C" void counter_sync_callback(jx_rt_target_t* target, void* cookie) {
   static_cast<void>(target);
   auto* rec = static_cast<PartnerLib::CounterReadStruct_t*>(cookie);
   PartnerLib::processCounterRead(rec);
-  PartnerLib::syncCompleted(rec);
+  PartnerLib::endUse(rec);
 }

@@ -263,6 +263,40 @@ TEST(BarrierAgent, TheEndOfTheCountersAnswersTheBarrierThatWaitsForTheNextSync) 
   pair.fence();
 }
 
+TEST(BarrierAgent, TheEndOfTheCountersAnswersOnceThoughSeveralSyncsAreUnderWay) {
+  StartedAgent pair;
+  pair.hold();
+  pair.update();
+  pair.sendBarrier(kPairs, 1);
+  pair.sendBarrier(kPairs, 2);
+  pair.disable(kPairs);
+  pair.fence();
+  EXPECT_EQ(pair.agent.ask("waiting"), "2");
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  pair.becomeIdle();
+  pair.fence();
+}
+
+TEST(BarrierAgent, TheEndOfTheCountersAnswersBothBarriersThatWaitForTheNextSync) {
+  StartedAgent pair;
+  pair.hold();
+  pair.sendBarrier(kPairs, 1);
+  pair.sendBarrier(kPairs, 2);
+  pair.fence();
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  pair.becomeIdle();
+  pair.sendBarrier(kPairs, 3);
+  pair.fence();
+  EXPECT_EQ(pair.record(), "2 3");
+  pair.disable(kPairs);
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  EXPECT_EQ(pair.partner.receive(), barrierReply(3));
+  pair.fence();
+}
+
 TEST(BarrierAgent, ALateSyncIsStillAnswered) {
   StartedAgent pair(
       Child::Environment{{"JX_MODEL_FAULTS", "jx_rt_table_operations_execute:0:delay=30"}});

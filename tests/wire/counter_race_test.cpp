@@ -191,6 +191,30 @@ TEST(CounterRace, EveryLoneBarrierIsAnswered) {
   agent.stop();
 }
 
+// The end comes while syncs complete: what has a sync, what waits for the next one and what came
+// last are answered once each, by the sync or by the end.
+TEST(CounterRace, TheEndAnswersEachBarrierOnceWhileSyncsComplete) {
+  constexpr int kRounds = kSanitized ? 1000 : 5000;
+  Agent agent;
+  Answers answers(agent);
+  uint64_t name = 0;
+  for (int round = 1; round <= kRounds; ++round) {
+    agent.start();
+    agent.hold(true);
+    agent.handleBarrier(++name);
+    if (round % 2 == 0) PartnerLib::PeriodicHybridCounterUpdate();
+    agent.handleBarrier(++name);
+    agent.hold(false);
+    for (int pause = 0; pause < round % 64; ++pause) std::this_thread::yield();
+    agent.stop();
+    agent.becomeIdle();
+    ASSERT_TRUE(waitUntil([&] { return answers.count() >= name; })) << "round " << round;
+    ASSERT_EQ(answers.last(), name) << "round " << round;
+  }
+  EXPECT_EQ(answers.count(), name);
+  EXPECT_TRUE(answers.inOrder());
+}
+
 // After stop() has returned nothing is written, though syncs run and go on to their end.
 TEST(CounterRace, NothingIsWrittenAfterTheEndWhileSyncsRun) {
   constexpr int kRounds = kSanitized ? 1000 : 5000;
