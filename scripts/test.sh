@@ -28,4 +28,5 @@ scripts/configure "$preset" >"build/$preset/configure.log" || {
   exit 1
 }
 cmake --build "build/$preset"
-exec ctest --preset "$preset" --parallel "$(nproc)" "$@"
+# One more than there are cores: tests wait for processes as much as they compute.
+exec ctest --preset "$preset" --parallel "$(($(nproc) + 1))" "$@"
