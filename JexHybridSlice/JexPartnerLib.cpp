@@ -295,9 +295,11 @@ extern "C" bool PartnerNotificationQueueDestroy(void* queue) {
 
 // ---- registrations ----------------------------------------------------------------------------
 
-std::unordered_map<uint32_t, std::unique_ptr<NotifyRegStruct>> partnerNotificationQueueMap;
-std::unordered_map<uint32_t, std::unique_ptr<DigestNotifyRegStruct>>
-    partnerDigestNotificationQueueMap;
+std::unordered_map<uint32_t, std::unique_ptr<NotifyRegStruct>>& partnerNotificationQueueMap =
+    *new std::unordered_map<uint32_t, std::unique_ptr<NotifyRegStruct>>;
+std::unordered_map<uint32_t, std::unique_ptr<DigestNotifyRegStruct>>&
+    partnerDigestNotificationQueueMap =
+        *new std::unordered_map<uint32_t, std::unique_ptr<DigestNotifyRegStruct>>;
 
 namespace {
 

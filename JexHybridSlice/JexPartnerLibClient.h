@@ -57,8 +57,10 @@ struct DigestNotifyRegStruct {
 // Registrations by table id and by learn id. An entry stays for ever: null once the registration
 // has been given up, so that registering again is refused and late notifications are known as such.
 // Application threads write them while the receive thread reads: they have a lock, in their source.
-extern std::unordered_map<uint32_t, std::unique_ptr<NotifyRegStruct>> partnerNotificationQueueMap;
-extern std::unordered_map<uint32_t, std::unique_ptr<DigestNotifyRegStruct>>
+// They are never destroyed: that thread receives until a process that leaves without a shut-down is
+// gone.
+extern std::unordered_map<uint32_t, std::unique_ptr<NotifyRegStruct>>& partnerNotificationQueueMap;
+extern std::unordered_map<uint32_t, std::unique_ptr<DigestNotifyRegStruct>>&
     partnerDigestNotificationQueueMap;
 
 extern "C" {

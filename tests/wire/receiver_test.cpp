@@ -1,11 +1,17 @@
 // What a Partner does with the records of its reverse path, against a raw agent.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "JexPartnerLibClient.h"
+#include "JexPartnerLibSocket.h"
+#include "support/helper.h"
 #include "support/stop.h"
 #include "wire/notify_frames.h"
 #include "wire/notify_processes.h"
@@ -265,6 +271,43 @@ TEST(Receiver, StopsOnAKindThatIsAnEndOfLine) {
   EXPECT_EQ(pair.partner.waitForExit().signal, SIGABRT);
   EXPECT_EQ(pair.partner.standardError().find("Error: " + std::string(kMismatch) + "\n\n"),
             pair.partner.standardError().find("Error: "));
+}
+
+/// A queue on which a record still has to arrive when this process has left main(); null: none.
+void* last_queue = nullptr;
+
+template <typename Registration>
+void registerForTheEnd(std::unordered_map<uint32_t, std::unique_ptr<Registration>>& registrations,
+                       uint32_t id) {
+  const Registration registration{last_queue, PartnerNotificationQueueCreateToken(last_queue),
+                                  nullptr, nullptr};
+  registrations.emplace(id, std::make_unique<Registration>(registration));
+}
+
+/// Runs when everything that has a destructor is gone, where the receive thread would still run.
+__attribute__((destructor)) void receiveAtTheEnd() {
+  if (last_queue == nullptr) return;
+  for (Bytes record : {idleRecord(kAllKinds, 1, 1), digestRecord(kAddresses, 1, {1})}) {
+    processClientMessageFromSocket(record.data(), static_cast<int>(record.size()), nullptr);
+  }
+  void* records[3] = {};
+  const size_t count = PartnerNotificationQueueTryDequeue(last_queue, records, 3);
+  PartnerNotificationQueueValuesFree(records, count);
+  _exit(count == 2 ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+JEX_HELPER(leaving_partner) {
+  PartnerNotificationQueueCreate("q", 16, &last_queue);
+  registerForTheEnd(partnerNotificationQueueMap, kAllKinds);
+  registerForTheEnd(partnerDigestNotificationQueueMap, kAddresses);
+  return EXIT_FAILURE;  // receiveAtTheEnd() has the last word
+}
+
+TEST(Receiver, ReceivesUntilAPartnerThatLeavesWithoutAShutDownIsGone) {
+  Child partner = Child::helper("leaving_partner");
+  const Exit exit = partner.waitForExit();
+  EXPECT_EQ(exit.signal, 0) << partner.standardError();
+  EXPECT_EQ(exit.code, EXIT_SUCCESS) << partner.standardError();
 }
 
 // A queue takes blocks of 32 from the heap once its first ones are full.
