@@ -10,7 +10,13 @@
  * otherwise, a failure prints one line that begins with "Error: " on standard error and stops the
  * process by a failed assertion (SIGABRT), whatever the build type. Nothing is rolled back, and
  * nothing about failures travels to the other process. A null where a name is asked for throws
- * std::logic_error, which a C caller cannot catch.
+ * std::logic_error, which a C caller cannot catch. Handles and other pointers are used as they are:
+ * null is none only where that is said.
+ *
+ * A Partner's life: start up; start counters, register notifications; work; deregister, stop the
+ * counters; shut down. What sends a request (all of that, and barriers) needs the connection, and
+ * nothing checks that there is one: outside start-up and shut-down it is undefined. Queues can be
+ * created, drained and destroyed, and time and barrier statistics read, at any time.
  */
 #ifndef JEX_PARTNER_LIB_H
 #define JEX_PARTNER_LIB_H
@@ -59,7 +65,8 @@ JEX_API bool PartnerLibStartup(const jxrt::JxRtSession& session, jx_rt_target_t 
  *  requests to leave, closes the sockets and terminates the messaging library: no other
  *  nanomsg socket of the process survives it. Call it from the thread of PartnerLibStartup, with no
  *  other call into the library under way. Without a start-up before it only the device is
- *  removed. */
+ *  removed (and the process stopped, if there is none). Counters and registrations that were not
+ *  given up before stay in the process's books: they can be neither given up nor made anew. */
 JEX_API void PartnerLibShutdown(jx_dev_id_t dev);
 
 /** SliceAgent: serves Partners on "ipc:///tmp/Partner0" and replays their updates on physical
@@ -71,13 +78,15 @@ JEX_API void PartnerLibServerStartup(jx_rt_session_hdl* session, uint8_t dev, in
 /* ---- counters (Partner) --------------------------------------------------------------------
  *
  * PartnerCounterInit, then any number of PartnerCounterRead, then PartnerCounterFree. Call them
- * from one thread, after PartnerLibStartup. Values are those of the SliceAgent's last counter sync
- * of the table: ask for one with a barrier (below) and wait for it, and what is read then is
- * consistent. A read beside a sync may see old and new values side by side. Until the first sync
- * all values are 0.
+ * from one thread, between PartnerLibStartup and PartnerLibShutdown. Values are those of the
+ * SliceAgent's last counter sync of the table: ask for one with a barrier (below) and wait for it,
+ * and what is read then is consistent. A read beside a sync may see old and new values side by
+ * side. Until the first sync all values are 0.
  *
  * The values live in the shared segment "PARTNERLIB_SHM_COUNTERS". The first PartnerCounterInit of
- * a process makes it anew: only one Partner process at a time can have counters. */
+ * a process makes it anew, and a SliceAgent keeps the one that it opened first: only one Partner
+ * process in the life of a SliceAgent can have counters. A second one's first table stops the
+ * SliceAgent. */
 
 /** Counters of one table, from PartnerCounterInit to PartnerCounterFree. */
 typedef void* PartnerCounterTableHandle;
@@ -124,7 +133,11 @@ JEX_API bool PartnerCounterInit(const char* programName, const char* tableName,
 JEX_API bool PartnerCounterRead(PartnerCounterTableHandle handle, uint32_t first, uint32_t count,
                                 void* out, uint64_t* timestamp);
 
-/** Stops the counters. `handle` is invalid afterwards. */
+/** Stops the counters. `handle` is invalid afterwards; the table's can be started again. Barriers
+ *  that still wait for a sync of the table are answered without one.
+ *
+ *  The values leave the segment at once. A SliceAgent that has not handled the start by then stops:
+ *  wait for a barrier in between. */
 JEX_API void PartnerCounterFree(PartnerCounterTableHandle handle);
 
 /* ---- barriers (Partner) --------------------------------------------------------------------
@@ -141,7 +154,7 @@ JEX_API uint64_t PartnerGetTimestamp(void);
 
 /** Asks the SliceAgent to answer when it has handled everything sent before. */
 JEX_API uint64_t PartnerBarrierSend(void);
-/** Asks it to sync the counters of the handle's table first. */
+/** Asks it to sync the counters of the handle's table first. `handle` must not be null. */
 JEX_API uint64_t PartnerBarrierSendWithCounterSync(PartnerCounterTableHandle handle);
 /** Two barriers, the second stamped 10 ms later than the first: it is answered only after a sync
  *  that began after the first was handled. Returns the second's. A null handle asks for no sync. */
