@@ -4,12 +4,11 @@
 
 #include <cstring>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "JexPartnerLibCounter.h"
 #include "wire/counter_frames.h"
 #include "wire/counter_segment.h"
+#include "wire/noted_calls.h"
 
 namespace jextest {
 namespace {
@@ -34,25 +33,9 @@ auto* const kKey = object<jx_rt_table_key_hdl>(0x4000);
 auto* const kData = object<jx_rt_table_data_hdl>(0x5000);
 auto* const kOperation = object<jx_rt_table_operations_hdl>(0x6000);
 
-std::vector<std::string> calls;
 jx_rt_counter_sync_cb last_callback = nullptr;
 const void* last_cookie = nullptr;
 uint64_t reads = 0;
-
-jx_status_t note(const std::string& call) {
-  calls.push_back(call);
-  return JX_SUCCESS;
-}
-
-std::string text(const jx_rt_target_t& target) {
-  return std::to_string(target.dev_id) + "/" + std::to_string(target.pipe_id) + "/" +
-         std::to_string(target.direction) + "/" + std::to_string(target.prsr_id);
-}
-
-/// The calls since the last time.
-std::vector<std::string> taken() { return std::exchange(calls, {}); }
-
-using Calls = std::vector<std::string>;
 
 class CounterCalls : public testing::Test {
  protected:
@@ -62,7 +45,7 @@ class CounterCalls : public testing::Test {
   }
   CounterCalls() {
     segment().makeBlock(std::to_string(kTable), kEntries);
-    calls.clear();
+    taken();
   }
   ~CounterCalls() override {
     if (PartnerLib::countersCallbackMap.count(kTable * 10) != 0) configure(0);

@@ -27,6 +27,8 @@ foreach(function jx_rt_table_idle_table_attributes_allocate
         jx_rt_attributes_idle_table_notify_mode_set jx_rt_table_attributes_set)
   target_link_options(idle_calls_test PRIVATE LINKER:--wrap=${function})
 endforeach()
+jex_notify_test(idle_partner_calls_test idle_partner_calls_test.cpp sdk_front.cpp)
+jex_notify_test(digest_calls_test digest_calls_test.cpp sdk_front.cpp)
 jex_notify_test(digest_agent_test DEATH digest_agent_test.cpp)
 jex_notify_test(notify_callback_test DEATH notify_callback_test.cpp)
 jex_notify_test(receiver_test DEATH receiver_test.cpp)
