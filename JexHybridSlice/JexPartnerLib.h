@@ -71,8 +71,10 @@ JEX_API void PartnerLibShutdown(jx_dev_id_t dev);
 
 /** SliceAgent: serves Partners on "ipc:///tmp/Partner0" and replays their updates on physical
  *  device `dev`, on behalf of `session`, for ever: it does not return. `timeout` is the receive
- *  wait in milliseconds. The caller's thread runs the loop and all of its handlers. Everything that
- *  is not a well-formed request, and every update that the device refuses, stops the process. */
+ *  wait in milliseconds. The caller's thread runs the loop and all of its handlers. A message of a
+ *  wrong length or an unknown type, a request that makes no sense, and every update that the device
+ *  refuses stop the process. What else is in a request is taken on trust. The process ends by a
+ *  signal or _exit: exit() would destroy what this thread and the SDK's go on using. */
 JEX_API void PartnerLibServerStartup(jx_rt_session_hdl* session, uint8_t dev, int32_t timeout);
 
 /* ---- counters (Partner) --------------------------------------------------------------------
