@@ -23,7 +23,17 @@ Barriers::Kind kindOf(const Line& line) {
   throw CommandError("behind the table stands nothing, or double, not '" + line.operands[1] + "'");
 }
 
-Result reportOf(const Barriers::Outcome& outcome, uint32_t timeout) {
+// Why there may be no answer.
+std::string silenceText(bool syncs) {
+  const std::string reasons = "the slice agent hangs, has ended, ";
+  if (!syncs) return reasons + "or has much to do";
+  return reasons +
+         "has much to do, or makes no counter updates, for which a sync that came while another "
+         "one "
+         "was under way waits";
+}
+
+Result reportOf(const Barriers::Outcome& outcome, uint32_t timeout, bool syncs) {
   const std::string name = "barrier " + std::to_string(outcome.timestamp);
   const double waited = outcome.waited.count();
   switch (outcome.end) {
@@ -32,8 +42,7 @@ Result reportOf(const Barriers::Outcome& outcome, uint32_t timeout) {
                 {{"timestamp", outcome.timestamp}, {"round_trip", waited}});
     case Barriers::End::kTimedOut:
       return {false,
-              name + ": no answer within " + std::to_string(timeout) +
-                  " ms: the slice agent hangs, has ended, or has much to do",
+              name + ": no answer within " + std::to_string(timeout) + " ms: " + silenceText(syncs),
               {{"timestamp", outcome.timestamp}, {"timed_out", true}, {"waited", waited}}};
     case Barriers::End::kGivenUp:
       break;
@@ -58,7 +67,7 @@ Result runBarrier(Shell& shell, Line& line) {
   if (!line.operands.empty()) {
     counters = shell.counters().handle(tableOfType(shell, line, JX_RT_TABLE_COUNTER));
   }
-  return reportOf(waitFor(shell, kindOf(line), counters, timeout), timeout);
+  return reportOf(waitFor(shell, kindOf(line), counters, timeout), timeout, counters != nullptr);
 }
 
 Result showLatency(Shell& shell, Line& line) {
@@ -73,8 +82,8 @@ Result showLatency(Shell& shell, Line& line) {
 }  // namespace
 
 void awaitAgent(Shell& shell, const std::string& purpose) {
-  const Result result =
-      reportOf(waitFor(shell, Barriers::Kind::kSingle, nullptr, kDefaultTimeout), kDefaultTimeout);
+  const Result result = reportOf(waitFor(shell, Barriers::Kind::kSingle, nullptr, kDefaultTimeout),
+                                 kDefaultTimeout, false);
   if (!result.ok) throw CommandError(purpose + ": " + result.text);
 }
 

@@ -146,6 +146,16 @@ TEST_F(BarrierCommands, GiveUpWhenTheTimeIsOver) {
   EXPECT_THAT(object.at("error"), HasSubstr("no answer within 0 ms"));
 }
 
+TEST_F(BarrierCommands, SayWhatASyncMayWaitFor) {
+  answer("counters-start port_counters");
+  partner_.answers = false;
+  partner_.time = 5000;
+  EXPECT_EQ(answer("barrier port_counters double timeout=20"),
+            "error: barrier 5011: no answer within 20 ms: the slice agent hangs, has ended, has "
+            "much to do, or makes no counter updates, for which a sync that came while another one "
+            "was under way waits");
+}
+
 TEST_F(BarrierCommands, EndEarlyWhenTheShellIsToEnd) {
   partner_.answers = false;
   stop_ = true;
