@@ -26,11 +26,14 @@ constexpr std::chrono::milliseconds kNotice{200};
 
 constexpr const char* kClearScreen = "\033[H\033[2J";
 
-void expectTable(const std::vector<BlockSample>& samples, uint32_t table_id) {
+void expectTable(const std::vector<BlockSample>& samples, uint32_t table_id,
+                 const TableNames& names) {
   for (const BlockSample& sample : samples) {
     if (sample.block.table_id == table_id) return;
   }
-  throw std::runtime_error("no Partner has started counters of table " + std::to_string(table_id));
+  const std::string* const name = names.find(table_id);
+  throw std::runtime_error("no Partner has started counters of table " + std::to_string(table_id) +
+                           (name != nullptr ? " (" + *name + ")" : ""));
 }
 
 /// Shows what there is now.
@@ -41,7 +44,7 @@ void showOnce(const Options& options, const std::vector<uint32_t>& wanted,
   if (!segment.attach(&why)) throw std::runtime_error(why);
   std::vector<BlockSample> samples;
   if (!readBlocks(segment, wanted, &samples)) throw std::runtime_error(kDamaged);
-  for (const uint32_t table_id : wanted) expectTable(samples, table_id);
+  for (const uint32_t table_id : wanted) expectTable(samples, table_id, names);
   const View view{options.format, options.selection, nowMs()};
   const bool with_counters = options.all || !wanted.empty();
   print(with_counters ? renderTables(samples, names, view) : renderList(samples, names, view));

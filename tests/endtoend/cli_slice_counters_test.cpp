@@ -224,6 +224,8 @@ TEST(SliceCounters, SaysWhatItCannotShow) {
   CounterSegment segment;
   segment.construct(9, 1);
   EXPECT_EQ(errorOf({"9", "10"}), "slice-counters: no Partner has started counters of table 10\n");
+  EXPECT_EQ(errorOf({"--program", kRouter, "acl_counters"}),
+            "slice-counters: no Partner has started counters of table 131079 (acl_counters)\n");
 }
 
 TEST(SliceCounters, RefusesAWrongCommandLine) {
