@@ -375,7 +375,7 @@ def parsed_options():
                         default="l2_switch", help="which program packets run through (%(default)s)")
     parser.add_argument("--warm-up", type=float, metavar="SECONDS",
                         help="part of the time; left out: a third, two minutes at most")
-    parser.add_argument("--memory-bound", type=float, default=8, metavar="MIB",
+    parser.add_argument("--memory-bound", type=float, default=16, metavar="MIB",
                         help="growth of a process's memory after the warm-up (%(default)s)")
     parser.add_argument("--descriptor-bound", type=int, default=16, metavar="N",
                         help="growth of its open descriptors (%(default)s)")
