@@ -126,7 +126,7 @@ TEST_F(PartnerEvents, CountersCanBeStoppedAndStartedAgain) {
 TEST_F(PartnerEvents, ABarrierSaysThatAStoppedAgentDoesNotAnswer) {
   start(kNoUpdates);
   shell_->ask("barrier");
-  agent_->signal(SIGSTOP);
+  agent_->stop();
   EXPECT_THAT(shell_->refusalOf("barrier timeout=50"), HasSubstr("no answer within 50 ms"));
   agent_->signal(SIGCONT);
   shell_->ask("barrier timeout=40000");

@@ -139,7 +139,7 @@ TEST_F(Watch, CountsWhatASlowReaderLosesWhilePacketsGoOn) {
   constexpr uint64_t kFrames = 300'000;
   const std::string capture = writeCapture("many.in", std::vector<Bytes>(kFrames, frameFrom(9)));
   const auto watcher = watch({"--json"});
-  watcher->signal(SIGSTOP);
+  watcher->stop();
   run({"port-add", "1=pcap:" + capture});
   EXPECT_TRUE(waitUntil([] { return portOf(1).at("input") == "exhausted"; }, 2 * kPatience));
   EXPECT_EQ(answerOf({"ports"}).at("packets").at("received"), kFrames);

@@ -243,7 +243,7 @@ TEST(L2LearningOfMoves, TakesNoOldSilenceForOneOnTheNewPort) {
   EXPECT_EQ(learner.lines(1)[0], "learned " + mac + " on port 1");
   EXPECT_TRUE(waitUntil([&] { return directions() == PortsByAddress{{mac, "1"}}; }));
 
-  learner.process().signal(SIGSTOP);
+  learner.process().stop();
   inject("2", writeCapture("moved.in", {frameFrom(host)}));
   // Nobody is learned from these. The first two move the clock by a second, so that the digest goes
   // its way; the others beyond the host's time on port 1.

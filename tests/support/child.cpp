@@ -158,6 +158,15 @@ std::string Child::ask(const std::string& line) {
 
 void Child::signal(int number) const { kill(pid_, number); }
 
+void Child::stop() {
+  signal(SIGSTOP);
+  int status = 0;
+  if (waitpid(pid_, &status, WUNTRACED) == pid_ && WIFSTOPPED(status)) return;
+  ADD_FAILURE() << name_ << " has ended instead: " << standardError();
+  reaped_ = true;
+  status_ = status;
+}
+
 bool Child::ended() {
   if (!reaped_ && waitpid(pid_, &status_, WNOHANG) == pid_) reaped_ = true;
   return reaped_;

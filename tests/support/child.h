@@ -47,6 +47,8 @@ class Child {
   std::string ask(const std::string& line);
 
   void signal(int number) const;
+  /// Stops it (SIGSTOP), and returns when all of its threads have stopped. Goes on with SIGCONT.
+  void stop();
   /// Whether it has ended; if so, waitForExit returns at once.
   bool ended();
   /// Waits for its end. A process that does not end in time is killed, and the test has failed.
