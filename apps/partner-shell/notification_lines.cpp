@@ -9,7 +9,6 @@ namespace jexapps {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using NamedValues = std::vector<std::pair<std::string, std::string>>;
 
 // Records need not be aligned.
 template <typename Record>
@@ -31,18 +30,6 @@ std::string lineOf(const Json& object) {
   return object.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 
-Json jsonOf(const NamedValues& values) {
-  Json object = Json::object();
-  for (const auto& [name, value] : values) object[name] = value;
-  return object;
-}
-
-std::string textOf(const NamedValues& values) {
-  std::string text;
-  for (const auto& [name, value] : values) text.append(" ").append(name).append("=").append(value);
-  return text;
-}
-
 std::string ageText(uint64_t time, uint64_t now) {
   return " age=" + std::to_string(ageOf(time, now)) + "ms\n";
 }
@@ -56,11 +43,7 @@ const Facts* findById(const std::vector<Facts>& all, uint32_t id) {
 
 NamedValues keyOf(const EntryView& entry) {
   NamedValues values;
-  for (const KeyFieldView& field : entry.key) {
-    std::string value;
-    appendMatch(field.field, field.kind, field.match, &value);
-    values.emplace_back(field.field.name, std::move(value));
-  }
+  for (const KeyFieldView& field : entry.key) appendNamed(field, &values);
   return values;
 }
 
@@ -163,8 +146,7 @@ std::string NotificationLines::renderDigest(const void* record, uint64_t now) co
   return "digest " + name + textOf(values) + ageText(head.time, now);
 }
 
-NotificationLines::NamedValues NotificationLines::valuesOf(const DigestFacts& facts,
-                                                           const void* record) const {
+NamedValues NotificationLines::valuesOf(const DigestFacts& facts, const void* record) const {
   NamedValues values;
   const char* bytes = reinterpret_cast<const char*>(valuesAt(record));
   for (const DigestFacts::Field& field : facts.fields) {

@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "named_values.h"
 #include "partner.h"
 
 namespace jexapps {
@@ -36,7 +37,6 @@ class NotificationLines {
 
  private:
   // Entries that records name, with what there is to show of their keys.
-  using NamedValues = std::vector<std::pair<std::string, std::string>>;
   using Keys = std::unordered_map<uint32_t, NamedValues>;  // by handle
   using KeysOfTables = std::map<uint32_t, Keys>;           // by table id
 

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "named_values.h"
 #include "render.h"
 
 namespace switchctl {
@@ -10,16 +11,17 @@ namespace {
 
 namespace pb = jx::control::v1;
 using Json = nlohmann::ordered_json;
-using NamedValues = std::vector<std::pair<std::string, std::string>>;
+using jexapps::appendNamed;
+using jexapps::jsonOf;
+using jexapps::NamedValues;
+using jexapps::textOf;
 
 NamedValues valuesOf(const pb::Event::Aged& aged) {
   NamedValues values;
   for (const pb::KeyField& field : aged.key()) {
     jexapps::KeyFieldView view;
     toView(field, &view);
-    std::string value;
-    jexapps::appendMatch(view.field, view.kind, view.match, &value);
-    values.emplace_back(field.name(), std::move(value));
+    appendNamed(view, &values);
   }
   return values;
 }
@@ -32,18 +34,6 @@ NamedValues valuesOf(const pb::Event::Learned& learned) {
     values.emplace_back(field.name(), std::move(value));
   }
   return values;
-}
-
-Json jsonOf(const NamedValues& values) {
-  Json object = Json::object();
-  for (const auto& [name, value] : values) object[name] = value;
-  return object;
-}
-
-std::string textOf(const NamedValues& values) {
-  std::string text;
-  for (const auto& [name, value] : values) text.append(" ").append(name).append("=").append(value);
-  return text;
 }
 
 Json jsonOf(const pb::Event& event) {
