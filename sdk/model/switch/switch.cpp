@@ -45,9 +45,9 @@ bool Switch::runOnIoThread(std::function<void()> work) {
 
 bool Switch::inject(uint32_t port, std::vector<PacketBuffer> packets) {
   // Few at a time, so that other ports have their turn in between.
-  constexpr size_t kBurst = 64;
-  for (size_t first = 0; first < packets.size(); first += kBurst) {
-    const size_t last = std::min(packets.size(), first + kBurst);
+  constexpr size_t kAtATime = 64;
+  for (size_t first = 0; first < packets.size(); first += kAtATime) {
+    const size_t last = std::min(packets.size(), first + kAtATime);
     const bool done = runOnIoThread([&] {
       injecting_ = true;
       for (size_t i = first; i < last; ++i) ports_.inject(port, std::move(packets[i]));
