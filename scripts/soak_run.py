@@ -213,12 +213,16 @@ class Soak:
             step()
             return True
         except soak_work.Stopped:
-            pass
+            return False
         except (DemoError, compare_dumps.NotADump) as error:
             problem = str(error)
         except Exception as error:  # anything else, an answer of a wrong form perhaps
             problem = f"{type(error).__name__}: {error}"
-        self.watch.look()  # a process that has ended is told of first
+        # A process that has ended is told of first; its end is seen some time after it was felt.
+        for _ in range(20):
+            self.watch.look()
+            if self.watch.trouble.wait(0.1):
+                break
         self.watch.report(f"{part}: {problem}")
         return False
 
