@@ -25,12 +25,9 @@ Barriers::Kind kindOf(const Line& line) {
 
 // Why there may be no answer.
 std::string silenceText(bool syncs) {
-  const std::string reasons = "the slice agent hangs, has ended, ";
-  if (!syncs) return reasons + "or has much to do";
-  return reasons +
-         "has much to do, or makes no counter updates, for which a sync that came while another "
-         "one "
-         "was under way waits";
+  if (!syncs) return "the slice agent hangs, has ended, or has much to do";
+  return "the slice agent hangs, has ended, has much to do, or makes no counter updates, for which "
+         "a sync that came while another one was under way waits";
 }
 
 Result reportOf(const Barriers::Outcome& outcome, uint32_t timeout, bool syncs) {

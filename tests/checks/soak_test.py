@@ -56,19 +56,18 @@ class SoakTest(unittest.TestCase):
             self.assertRegex(soak.text, r"\nproblem after [0-9.]+ s: " + problem)
         self.assertRegex(soak.text, r"\nsoak: [0-9]+ s, seed 1: FAILED\n$")
 
-    def test_a_killed_agent(self):
+    def ended(self, name, number, status):
         soak = Soak()
-        agent = int(soak.await_line(r"^slice-agent: pid (\d+)")[1])
+        process = int(soak.await_line(rf"^{name}: pid (\d+)")[1])
         soak.await_line("^tables filled")
-        os.kill(agent, signal.SIGKILL)
-        self.failed(soak, "slice-agent ended unexpectedly, with status -9\n")
+        os.kill(process, number)
+        self.failed(soak, f"{name} ended unexpectedly, with status {status}\n")
+
+    def test_a_killed_agent(self):
+        self.ended("slice-agent", signal.SIGKILL, -9)
 
     def test_a_killed_onlooker(self):
-        soak = Soak()
-        onlooker = int(soak.await_line(r"^slice-counters: pid (\d+)")[1])
-        soak.await_line("^tables filled")
-        os.kill(onlooker, signal.SIGTERM)
-        self.failed(soak, "slice-counters ended unexpectedly, with status 0\n")
+        self.ended("slice-counters", signal.SIGTERM, 0)
 
     def test_an_update_that_the_device_refuses(self):
         soak = Soak(environment={"JX_MODEL_FAULTS": "pipe_process_plcmt_info:27000:status=4"})

@@ -22,6 +22,18 @@ struct StartedAgent : AgentBesideRawPartner {
   void release() { EXPECT_EQ(agent.ask("release"), "done"); }
   void becomeIdle() { EXPECT_EQ(agent.ask("idle"), "done"); }
   void update() { EXPECT_EQ(agent.ask("update"), "true"); }
+
+  /// Barrier 2 comes while the sync of barrier 1 is under way, which is answered: 2 waits for the
+  /// next sync, and none is under way.
+  void letBarrierTwoWait() {
+    hold();
+    sendBarrier(kPairs, 1);
+    sendBarrier(kPairs, 2);
+    fence();
+    release();
+    EXPECT_EQ(partner.receive(), barrierReply(1));
+    becomeIdle();
+  }
 };
 
 TEST(BarrierAgent, AnswersAPlainBarrier) {
@@ -250,13 +262,7 @@ TEST(BarrierAgent, TheEndOfTheCountersLeavesNoBarrierOfTheSyncWaiting) {
 
 TEST(BarrierAgent, TheEndOfTheCountersAnswersTheBarrierThatWaitsForTheNextSync) {
   StartedAgent pair;
-  pair.hold();
-  pair.sendBarrier(kPairs, 1);
-  pair.sendBarrier(kPairs, 2);
-  pair.fence();
-  pair.release();
-  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
-  pair.becomeIdle();
+  pair.letBarrierTwoWait();
   EXPECT_EQ(pair.record(), "2 0");
   pair.disable(kPairs);
   EXPECT_EQ(pair.partner.receive(), barrierReply(2));
@@ -281,13 +287,7 @@ TEST(BarrierAgent, TheEndOfTheCountersAnswersOnceThoughSeveralSyncsAreUnderWay) 
 
 TEST(BarrierAgent, TheEndOfTheCountersAnswersBothBarriersThatWaitForTheNextSync) {
   StartedAgent pair;
-  pair.hold();
-  pair.sendBarrier(kPairs, 1);
-  pair.sendBarrier(kPairs, 2);
-  pair.fence();
-  pair.release();
-  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
-  pair.becomeIdle();
+  pair.letBarrierTwoWait();
   pair.sendBarrier(kPairs, 3);
   pair.fence();
   EXPECT_EQ(pair.record(), "2 3");
