@@ -5,7 +5,7 @@
 #include <random>
 #include <stdexcept>
 
-#include "model/plcmt_info.h"
+#include "model/placement/plcmt_info.h"
 
 namespace bench {
 namespace {

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "model/device.h"
-#include "model/placement.h"
+#include "model/device/device.h"
+#include "model/placement/placement.h"
 
 namespace bench {
 

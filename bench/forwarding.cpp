@@ -14,9 +14,9 @@
 #include "churn.h"
 #include "clock.h"
 #include "cpu.h"
-#include "model/device.h"
+#include "model/device/registry.h"
 #include "model/pipeline/pipeline.h"
-#include "model/rt_info.h"
+#include "model/runtime/rt_info.h"
 #include "spread.h"
 #include "switch_side.h"
 
@@ -168,7 +168,7 @@ jxmodel::TableState& tableOf(const jxmodel::Device& device, const std::string& n
 
 Json measure(jxmodel::Device& device, Partner& partner, const std::string& churned,
              Traffic& traffic, const Effort& effort) {
-  const jxmodel::Pipeline pipeline(device);
+  const jxmodel::Pipeline pipeline(device.core(), device.forwarding());
   const auto none = [] { return uint64_t{0}; };
   std::vector<Run> alone, thread, socket;
   run(pipeline, traffic, traffic.frames().size(), none);  // pages and caches are touched once

@@ -2,8 +2,8 @@
 """Checks who includes whom. Status 1, and a line for each, where an include goes the wrong way.
 
 The library knows the switch SDK's interface and its four libraries; the model never knows the
-library; what people install or write against uses public headers only; nothing outside tests/
-includes from tests/.
+library, and none of its rooms includes one above it; what people install or write against uses
+public headers only; nothing outside tests/ includes from tests/.
 """
 import os
 import re
@@ -41,7 +41,13 @@ AREAS = {
     "tests/": None,
 }
 # Headers that an area shares with those below the same folder.
-SHARED = {"apps/": ("apps/common",), "sdk/model/": ("sdk/model", "sdk/model/control")}
+SHARED = {"apps/": ("apps/common",)}
+
+# The rooms of the model from the lowest layer to the highest: each includes itself and those before
+# it, and nothing else of the model.
+ROOMS = ("base", "packet", "program", "program/json", "port", "tables", "notify", "placement",
+         "runtime", "pipeline", "switch", "device", "rpc", "api")
+MODEL = "sdk/model/"
 
 
 def sources(root):
@@ -55,6 +61,20 @@ def sources(root):
 def area_of(path):
     fitting = [area for area in AREAS if path.startswith(area)]
     return max(fitting, key=len)
+
+
+def room_of(path):
+    """The room of a path below sdk/model, or None for one that lies in no room."""
+    fitting = [room for room in ROOMS if path.startswith(f"{MODEL}{room}/")]
+    return max(fitting, key=len) if fitting else None
+
+
+def goes_up(path, header):
+    """Whether a source of the model includes a header of a room above its own."""
+    if not path.startswith(MODEL) or not header.startswith("model/"):
+        return False
+    own, other = room_of(path), room_of("sdk/" + header)
+    return own is None or other is None or ROOMS.index(other) > ROOMS.index(own)
 
 
 def is_own(root, path, area, header):
@@ -74,6 +94,8 @@ def wrong_includes(root):
                 if not match:
                     continue
                 quote, header = match.groups()
+                if goes_up(path, header):
+                    yield path, number, header
                 if allowed is None:
                     continue
                 if quote == '"' and is_own(root, path, area, header):

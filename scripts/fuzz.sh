@@ -4,7 +4,7 @@
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]
 #
-# Starts from the inputs that are kept in sdk/model/fuzz/corpus/TARGET; puts new ones into
+# Starts from the inputs that are kept in tests/fuzz/corpus/TARGET; puts new ones into
 # build/fuzz/corpus/TARGET. A finding is written to build/fuzz/findings and ends the run with a
 # status other than 0: fix it, and keep its input as a test.
 set -euo pipefail
@@ -23,7 +23,7 @@ scripts/configure fuzz >build/fuzz/configure.log || {
 cmake --build build/fuzz --target "${targets[@]}"
 
 for target in "${targets[@]}"; do
-  kept=sdk/model/fuzz/corpus/$target
+  kept=tests/fuzz/corpus/$target
   mkdir -p "build/fuzz/corpus/$target" "$kept"
   "build/fuzz/bin/$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
     -artifact_prefix=build/fuzz/findings/ "build/fuzz/corpus/$target" "$kept"

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "model/packet/fields.h"
-#include "model/program.h"
-#include "model/table_state.h"
+#include "model/program/program.h"
+#include "model/tables/table_state.h"
 
 namespace jxmodel {
 

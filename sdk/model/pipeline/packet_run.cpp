@@ -6,10 +6,8 @@
 #include <cstring>
 #include <mutex>
 
-#include "model/clock.h"
-#include "model/device.h"
-#include "model/idle_watch.h"
-#include "model/wire_value.h"
+#include "model/base/clock.h"
+#include "model/base/wire_value.h"
 
 namespace jxmodel {
 namespace {
@@ -146,7 +144,7 @@ BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Ap
 
 /// Keeps an entry from ageing out.
 void PacketRun::touch(const TableState& state, uint32_t slot) {
-  if (state.match->hit(slot, now()) && state.idle != nullptr) state.idle->woken(slot);
+  if (state.match->hit(slot, now()) && state.aging != nullptr) state.aging->woken(slot);
 }
 
 bool PacketRun::apply(const CompiledApply& apply) {

@@ -5,9 +5,9 @@
 
 #include <optional>
 
+#include "model/base/read_copy_update.h"
 #include "model/packet/fields.h"
 #include "model/pipeline/pipeline.h"
-#include "model/read_copy_update.h"
 
 namespace jxmodel {
 

@@ -1,19 +1,16 @@
 #include "model/pipeline/pipeline.h"
 
-#include "model/clock.h"
-#include "model/device.h"
+#include "model/base/clock.h"
 #include "model/pipeline/packet_run.h"
-#include "model/rt_info.h"
+#include "model/runtime/rt_info.h"
 
 namespace jxmodel {
 
-Pipeline::Pipeline(const Device& device) : device_(device) {
-  for (const auto& info : device.infos()) {
-    if (info->program().control.empty()) continue;
-    compiled_ = std::make_unique<CompiledProgram>(info->program(), info->states());
-    return;
-  }
-}
+Pipeline::Pipeline(const DeviceCore& device, const RtInfo* info)
+    : device_(device),
+      compiled_(info == nullptr
+                    ? nullptr
+                    : std::make_unique<CompiledProgram>(info->program(), info->states())) {}
 
 Pipeline::~Pipeline() = default;
 

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "model/notify/device_core.h"
 #include "model/pipeline/compiled.h"
 #include "model/pipeline/outcome.h"
 #include "model/pipeline/trace.h"
@@ -23,7 +24,7 @@
 
 namespace jxmodel {
 
-class Device;
+class RtInfo;
 
 /// Where packets go.
 class Egress {
@@ -48,8 +49,9 @@ struct PipelineCounts {
 
 class Pipeline {
  public:
-  /// The device's; it outlives the pipeline. The device has checked its programs.
-  explicit Pipeline(const Device& device);
+  /// Of a physical device that outlives the pipeline; the device has checked the program. `info` is
+  /// null where packets meet no program: all are dropped.
+  Pipeline(const DeviceCore& device, const RtInfo* info);
   ~Pipeline();
 
   /// The program that packets run through; null if the device has none with a control flow: all
@@ -87,7 +89,7 @@ class Pipeline {
   }
   void count(const Packet& packet, const Outcome& outcome) const;
 
-  const Device& device_;
+  const DeviceCore& device_;
   std::unique_ptr<const CompiledProgram> compiled_;
   mutable Counters counters_;
 };

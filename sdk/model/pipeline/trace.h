@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "model/pipeline/outcome.h"
-#include "model/program.h"
+#include "model/program/program.h"
 
 namespace jxmodel {
 

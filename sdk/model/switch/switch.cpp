@@ -4,16 +4,14 @@
 #include <future>
 #include <utility>
 
-#include "model/clock.h"
-#include "model/device.h"
-#include "model/rt_info.h"
+#include "model/base/clock.h"
+#include "model/runtime/rt_info.h"
 
 namespace jxmodel {
 
-Switch::Switch(const Device& device)
-    : events_(device.events()), service_(*device.service()), pipeline_(device) {
-  for (const auto& info : device.infos()) {
-    if (&info->program() != pipeline_.program()) continue;
+Switch::Switch(const DeviceCore& device, const RtInfo* info)
+    : events_(device.events()), dispatch_(*device.dispatch()), pipeline_(device, info) {
+  if (info != nullptr) {
     for (const auto& channel : info->channels()) channels_.push_back(channel.get());
   }
   ports_.start([this](uint32_t port, PacketBuffer&& packet) { receive(port, std::move(packet)); },
@@ -105,7 +103,7 @@ void Switch::awaitTimers(const PacketBuffer& packet) {
   Clock& clock = Clock::instance();
   if (packet.timeNs() > 0) clock.observe(static_cast<uint64_t>(packet.timeNs()));
   // The machine's time does not wait for anybody.
-  if (clock.source() != JX_MODEL_CLOCK_REAL) service_.awaitTimers(clock.now());
+  if (clock.source() != JX_MODEL_CLOCK_REAL) dispatch_.awaitTimers(clock.now());
 }
 
 void Switch::tellDigests(uint32_t port) {

@@ -20,21 +20,20 @@
 #include <string>
 #include <vector>
 
-#include "model/events.h"
+#include "model/notify/events.h"
 #include "model/pipeline/pipeline.h"
 #include "model/port/port_set.h"
 #include "model/switch/tap.h"
 
 namespace jxmodel {
 
-class Device;
 class LearnChannel;
-class ServiceThread;
 
 class Switch final : private Egress {
  public:
-  /// Starts the I/O thread. The device outlives the switch.
-  explicit Switch(const Device& device);
+  /// Starts the I/O thread. The device, a physical one, outlives the switch. `info` is the program
+  /// that packets run through, null for none.
+  Switch(const DeviceCore& device, const RtInfo* info);
   /// As `end`.
   ~Switch() override;
   Switch(const Switch&) = delete;
@@ -75,7 +74,7 @@ class Switch final : private Egress {
   void showLinks();
 
   EventSource& events_;
-  ServiceThread& service_;
+  DispatchThread& dispatch_;
   const Pipeline pipeline_;
   std::vector<LearnChannel*> channels_;  // as Program::learns of the pipeline's program
   std::vector<Digest> digests_;          // of one packet; the I/O thread's

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "model/counter_table.h"
+#include "model/tables/counter_table.h"
 #include "unit/model/counter_user.h"
 
 namespace {

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "jxmodel/faults.h"
-#include "model/counter_table.h"
+#include "model/tables/counter_table.h"
 #include "unit/model/counter_user.h"
 
 namespace jxmodeltest {

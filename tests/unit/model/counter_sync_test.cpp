@@ -10,7 +10,7 @@
 #include "jxmodel/ports.h"
 #include "jxmodel/service.h"
 #include "jxsdk/drv.h"
-#include "model/counter_table.h"
+#include "model/tables/counter_table.h"
 #include "unit/model/counter_user.h"
 
 namespace jxmodeltest {
@@ -387,7 +387,7 @@ TEST_F(CounterSync, DelayedByADayReturnsAtOnceAndIsDroppedWithTheDevice) {
             JX_SUCCESS);
   ASSERT_EQ(sync(1), JX_SUCCESS);
   EXPECT_EQ(pending(kCounted), 1U);
-  device_.device().endService();
+  device_.device().endReports();
   EXPECT_TRUE(completions_.order().empty());
 }
 

@@ -1,6 +1,6 @@
 #include "unit/model/counter_user.h"
 
-#include "model/session.h"
+#include "model/runtime/session.h"
 
 namespace jxmodeltest {
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 #include "jxsdk/drv.h"
-#include "model/rt_info.h"
+#include "model/runtime/rt_info.h"
 
 namespace jxmodeltest {
 namespace {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
-#include "model/device.h"
-#include "model/rt_table.h"
+#include "model/device/registry.h"
+#include "model/runtime/rt_table.h"
 
 namespace jxmodeltest {
 

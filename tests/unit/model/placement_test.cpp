@@ -1,5 +1,5 @@
 // Placement data as bytes.
-#include "model/placement.h"
+#include "model/placement/placement.h"
 
 #include <gtest/gtest.h>
 

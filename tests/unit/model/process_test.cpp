@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "jxsdk/pipe_mgr.h"
-#include "model/placement.h"
+#include "model/placement/placement.h"
 #include "unit/model/model_device.h"
 
 namespace jxmodeltest {

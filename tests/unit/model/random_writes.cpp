@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "model/key_codec.h"
+#include "model/tables/key_codec.h"
 
 namespace jxmodeltest {
 namespace {

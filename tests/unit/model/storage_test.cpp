@@ -3,9 +3,9 @@
 
 #include <set>
 
-#include "model/handle_space.h"
-#include "model/id_index.h"
-#include "model/slot_store.h"
+#include "model/tables/handle_space.h"
+#include "model/tables/id_index.h"
+#include "model/tables/slot_store.h"
 
 namespace jxmodel {
 namespace {

@@ -1,9 +1,9 @@
 // What people who watch a device see.
-#include "model/events.h"
+#include "model/notify/events.h"
 
 #include <gmock/gmock.h>
 
-#include "model/device.h"
+#include "model/device/registry.h"
 #include "model/switch/switch.h"
 #include "unit/notify/notify_device.h"
 

@@ -6,9 +6,9 @@
 #include <cstring>
 #include <thread>
 
-#include "model/device.h"
-#include "model/plcmt_info.h"
-#include "model/rt_info.h"
+#include "model/device/registry.h"
+#include "model/placement/plcmt_info.h"
+#include "model/runtime/rt_info.h"
 #include "unit/notify/notify_device.h"
 
 namespace jxnotifytest {

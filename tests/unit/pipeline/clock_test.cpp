@@ -1,5 +1,5 @@
 // The model's clock.
-#include "model/clock.h"
+#include "model/base/clock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Primitives, branches, outcomes, counters, digests and traces.
 #include <gtest/gtest.h>
 
-#include "model/clock.h"
+#include "model/base/clock.h"
 #include "unit/pipeline/testbed.h"
 
 namespace jxpipelinetest {

@@ -6,8 +6,8 @@
 #include <future>
 #include <thread>
 
-#include "model/read_copy_update.h"
-#include "model/slot_store.h"
+#include "model/base/read_copy_update.h"
+#include "model/tables/slot_store.h"
 #include "support/wait_until.h"
 
 namespace jxmodel {

@@ -33,7 +33,7 @@ Testbed::Testbed(std::shared_ptr<const jxmodel::Program> program) {
   device_ =
       jxmodel::Device::create(1, jxmodel::Device::Kind::kPhysical, {std::move(program)}, 0, &error);
   if (device_ == nullptr) throw std::runtime_error(error);
-  pipeline_ = std::make_unique<jxmodel::Pipeline>(*device_);
+  pipeline_ = std::make_unique<jxmodel::Pipeline>(device_->core(), device_->forwarding());
 }
 
 std::unique_ptr<Testbed> Testbed::delivered(const std::string& name) {

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "model/device.h"
+#include "model/device/device.h"
 #include "model/pipeline/pipeline.h"
-#include "model/rt_info.h"
+#include "model/runtime/rt_info.h"
 #include "unit/pipeline/frame.h"
 
 namespace jxpipelinetest {

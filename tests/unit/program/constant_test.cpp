@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "model/program_constant.h"
+#include "model/program/constant.h"
 
 namespace jxmodel {
 namespace {

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "model/program.h"
+#include "model/program/program.h"
 
 namespace jxmodel {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "model/program.h"
+#include "model/program/program.h"
 
 namespace jxmodel {
 namespace {

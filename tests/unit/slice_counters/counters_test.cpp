@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "metrics.h"
-#include "model/program.h"
+#include "model/program/program.h"
 #include "names.h"
 #include "options.h"
 #include "rates.h"

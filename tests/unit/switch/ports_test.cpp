@@ -14,7 +14,7 @@
 
 #include "jxsdk/drv.h"
 #include "jxsdk/pipe_mgr.h"
-#include "model/device.h"
+#include "model/device/registry.h"
 #include "model/switch/switch.h"
 #include "packets.h"
 

@@ -1,0 +1,119 @@
+// The way of one learn object's digests from packets to the application that takes them.
+//
+// Digests gather in a message. It is complete when it is full, when its time is up, or when
+// somebody closes it; then it waits for its turn to be delivered on the device's service thread. So
+// many messages may be unacknowledged; what comes meanwhile waits, up to a bound. Beyond it a
+// digest is lost and counted, or whoever brings it waits.
+//
+// The learn filter: a packet's digest that equals one on its way is not sent again, so that a host
+// that keeps talking does not fill messages before the application could do something about it.
+//
+// Every digest is counted once: delivered (or still on its way), suppressed, lost, or unclaimed.
+//
+// Thread safety: any thread may call anything. No lock is held while the application's callback
+// runs. The callback is called by the service thread alone, for one message at a time.
+#pragma once
+
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+#include <absl/strings/string_view.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "jxmodel/notify.h"
+#include "model/notify/device_core.h"
+#include "model/notify/learn_message.h"
+
+namespace jxmodel {
+
+class LearnChannel {
+ public:
+  /// `device` is a physical one that outlives the channel.
+  LearnChannel(const DeviceCore& device, const Program& program, const Learn& learn);
+  LearnChannel(const LearnChannel&) = delete;
+  LearnChannel& operator=(const LearnChannel&) = delete;
+
+  // --- where digests come from
+
+  enum class Full { kLose, kWait };  // what happens to a digest for which there is no room
+  /// Takes the digest of a packet; `values` are LearnLayout::bytes bytes.
+  void offer(const uint8_t* values, Full full);
+  /// Takes digests as they stand, past the filter, and waits for room. JX_NO_LEARN_CLIENTS: nobody
+  /// takes them, or does any more. JX_NOT_READY: the device is being removed.
+  jx_status_t inject(const uint8_t* values, size_t count);
+  /// Completes the message that digests are gathering in.
+  void close();
+
+  // --- who takes them
+
+  /// Takes one message, on the dispatch thread, until it acknowledges the message by its id.
+  using Client = std::function<void(const std::shared_ptr<const LearnMessage>& message)>;
+  /// Replaces the client, which is not called any more once this has returned (unless the caller is
+  /// that client). What waits goes to the new one.
+  void setClient(Client client);
+  /// The same without a new one. What waits is unclaimed; what was delivered can still be
+  /// acknowledged.
+  void clearClient();
+  /// JX_OBJECT_NOT_FOUND: no such message waits for it.
+  jx_status_t acknowledge(uint64_t message_id);
+
+  // --- bounds and counts
+
+  jx_model_learn_options_t options() const;
+  void setOptions(const jx_model_learn_options_t& options);
+  jx_model_learn_counts_t counts() const;
+  const LearnLayout& layout() const { return *layout_; }
+  const DeviceCore& device() const { return device_; }
+
+  /// Whoever waits for room gives up, now and later. When the device is being removed.
+  void end();
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  // The mutex is held over all of these.
+  bool hasRoom() const { return waiting_ < options_.max_waiting; }
+  void waitForRoom(Lock& lock);
+  void gather(const uint8_t* values);
+  void show(const uint8_t* values) const;
+  void complete();
+  bool canDeliver() const;
+  void deliverSoon();
+  void replaceClient(std::shared_ptr<const Client> client, Lock& lock);
+  void forget(const LearnMessage& message);
+
+  void deliver();
+  absl::string_view valueOf(const uint8_t* values) const {
+    return {reinterpret_cast<const char*>(values), layout_->bytes};
+  }
+
+  const DeviceCore& device_;
+  const Program& program_;
+  const Learn& learn_;
+  const std::shared_ptr<const LearnLayout> layout_;
+  const std::shared_ptr<DispatchThread::Timer> timer_;  // completes a message whose time is up
+
+  mutable std::mutex mutex_;  // guards all below
+  std::condition_variable changed_;
+  jx_model_learn_options_t options_;
+  jx_model_learn_counts_t counts_{};
+  std::shared_ptr<const Client> client_;  // null: nobody takes digests
+  std::shared_ptr<LearnMessage> open_;    // digests gather in it; null or not empty
+  std::deque<std::shared_ptr<const LearnMessage>> complete_;
+  uint64_t waiting_ = 0;  // digests in those two
+  absl::flat_hash_map<uint64_t, std::shared_ptr<const LearnMessage>> unacknowledged_;  // by id
+  absl::flat_hash_set<uint64_t> left_;       // ids that a former client may still acknowledge
+  absl::flat_hash_set<std::string> filter_;  // values on their way
+  bool delivery_posted_ = false;
+  uint64_t calls_begun_ = 0, calls_ended_ = 0;
+  bool ended_ = false;
+};
+
+}  // namespace jxmodel

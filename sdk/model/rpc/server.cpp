@@ -1,0 +1,108 @@
+// Starts the control server, and takes it down when the process exits.
+#include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/grpcpp.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "jxmodel/control.h"
+#include "jxsdk/rt.hpp"
+#include "model/base/faults.h"
+#include "model/rpc/service.h"
+
+namespace jxmodel::control {
+namespace {
+
+/// The server of the process. Made once and never destroyed, so that no thread of gRPC can meet a
+/// destroyed object on the way out of the process.
+struct ControlServer {
+  explicit ControlServer(std::shared_ptr<jxrt::JxRtSession> session)
+      : service(std::move(session)) {}
+
+  SwitchService service;
+  std::unique_ptr<grpc::Server> server;
+  int port = 0;
+  pid_t owner = 0;  // a forked child has the object, but not the threads
+};
+
+std::mutex start_mutex;
+std::atomic<ControlServer*> running{nullptr};
+
+/// gRPC reports on standard error what the status of the call tells the caller anyway. Who looks
+/// for a fault inside gRPC sets GRPC_VERBOSITY and gets its log back.
+void silenceGrpc() {
+  if (std::getenv("GRPC_VERBOSITY") == nullptr) gpr_set_log_function([](gpr_log_func_args*) {});
+}
+
+/// Once a process: what has to be in place before a server is built.
+void prepareGrpc() {
+  silenceGrpc();
+  grpc::EnableDefaultHealthCheckService(true);
+  grpc::reflection::InitProtoReflectionServerBuilderPlugin();
+}
+
+/// Ends calls and joins gRPC's threads before anything that they use is destroyed. Bounded, since a
+/// call may wait for a lock of the very thread that exits; exiting is more important.
+void stopAtExit() {
+  ControlServer* const control = running.load();
+  if (control == nullptr || control->owner != getpid()) return;
+  struct Done {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool reached = false;
+  };
+  const auto done = std::make_shared<Done>();
+  std::thread([control, done] {
+    control->server->Shutdown(std::chrono::system_clock::now());
+    control->server->Wait();
+    const std::lock_guard<std::mutex> lock(done->mutex);
+    done->reached = true;
+    done->changed.notify_all();
+  }).detach();
+  std::unique_lock<std::mutex> lock(done->mutex);
+  done->changed.wait_for(lock, std::chrono::seconds(2), [&done] { return done->reached; });
+}
+
+jx_status_t start(const char* address) {
+  if (address == nullptr || std::strchr(address, ':') == nullptr) return JX_INVALID_ARGUMENTS;
+  const std::lock_guard<std::mutex> lock(start_mutex);
+  if (running.load() != nullptr) return JX_ALREADY_EXISTS;
+  std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
+  if (session == nullptr) return JX_MAX_SESSIONS_EXCEEDED;
+  jxrt::JxRtDevMgr::getInstance();  // constructed before stopAtExit is registered, destroyed after
+  static std::once_flag prepared;
+  std::call_once(prepared, prepareGrpc);
+
+  auto control = std::make_unique<ControlServer>(std::move(session));
+  grpc::ServerBuilder builder;
+  builder.AddListeningPort(address, grpc::InsecureServerCredentials(), &control->port);
+  // Two processes on one address would each get some of the calls.
+  builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
+  builder.RegisterService(&control->service);
+  control->server = builder.BuildAndStart();
+  if (control->server == nullptr) return JX_IO_ERROR;
+  control->owner = getpid();
+  running.store(control.release());
+  std::atexit(stopAtExit);
+  return JX_SUCCESS;
+}
+
+}  // namespace
+}  // namespace jxmodel::control
+
+jx_status_t jx_rt_grpc_server_run_with_addr(const char* address) {
+  JXMODEL_ENTRY("jx_rt_grpc_server_run_with_addr");
+  return jxmodel::control::start(address);
+}
+
+int jx_model_grpc_port(void) {
+  const jxmodel::control::ControlServer* const control = jxmodel::control::running.load();
+  return control == nullptr ? 0 : control->port;
+}
