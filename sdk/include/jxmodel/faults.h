@@ -26,7 +26,7 @@ typedef enum jx_model_fault_effect {
   JX_MODEL_FAULT_COUNT = 2,  /* pipe_process_plcmt_info: works, and reports `value` operations */
   /* works, `value` milliseconds late; jx_rt_table_operations_execute and
    * JxRtTable::tableOperationsExecute return at once, and the operation completes late, with all
-   * that comes after it on the device's service thread (jxmodel/service.h) */
+   * that comes after it on the device's dispatch thread (jxmodel/service.h) */
   JX_MODEL_FAULT_DELAY = 3
 } jx_model_fault_effect_t;
 

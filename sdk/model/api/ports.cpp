@@ -26,7 +26,7 @@ jx_status_t findSwitch(jx_dev_id_t dev_id, Place* place) {
   return place->target == nullptr ? JX_OBJECT_NOT_FOUND : JX_SUCCESS;
 }
 
-/// The same for calls that wait for the I/O thread, which may be waiting for the service thread.
+/// The same for calls that wait for the I/O thread, which may be waiting for the dispatch thread.
 jx_status_t findSwitchToWaitFor(jx_dev_id_t dev_id, Place* place) {
   const jx_status_t status = findSwitch(dev_id, place);
   if (status != JX_SUCCESS) return status;

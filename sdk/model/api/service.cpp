@@ -1,4 +1,4 @@
-// The C interface of the service thread: jxmodel/service.h.
+// The C interface of the dispatch thread: jxmodel/service.h.
 #include "jxmodel/service.h"
 
 #include "model/device/registry.h"

@@ -10,7 +10,7 @@
 // stay silent cost nothing, and a clock that moves on by a day meets only looks that find
 // something.
 //
-// Thread safety: looks happen on the service thread. They take the device's mutex for kSlice
+// Thread safety: looks happen on the dispatch thread. They take the device's mutex for kSlice
 // entries at a time; no lock is held while the callback runs. The device's mutex comes before the
 // watch's.
 #pragma once

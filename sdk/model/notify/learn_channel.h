@@ -1,7 +1,7 @@
 // The way of one learn object's digests from packets to the application that takes them.
 //
 // Digests gather in a message. It is complete when it is full, when its time is up, or when
-// somebody closes it; then it waits for its turn to be delivered on the device's service thread. So
+// somebody closes it; then it waits for its turn to be delivered on the device's dispatch thread. So
 // many messages may be unacknowledged; what comes meanwhile waits, up to a bound. Beyond it a
 // digest is lost and counted, or whoever brings it waits.
 //
@@ -11,7 +11,7 @@
 // Every digest is counted once: delivered (or still on its way), suppressed, lost, or unclaimed.
 //
 // Thread safety: any thread may call anything. No lock is held while the application's callback
-// runs. The callback is called by the service thread alone, for one message at a time.
+// runs. The callback is called by the dispatch thread alone, for one message at a time.
 #pragma once
 
 #include <absl/container/flat_hash_map.h>

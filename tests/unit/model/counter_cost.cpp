@@ -50,7 +50,7 @@ int main() {
   jx_rt_data_field_id_get(user.table(), "$COUNTER_SPEC_BYTES", &bytes);
   for (int round = 0; round < kRounds; ++round) {
     const double begin = cpuNanoseconds();
-    hardware.sync();  // what the service thread does
+    hardware.sync();  // what the dispatch thread does
     const double synced = cpuNanoseconds();
     const uint64_t failed = readAll(user, index, packets, bytes);
     const double read = cpuNanoseconds();
