@@ -43,6 +43,9 @@ constexpr int RECV_TIMEOUT_MS = 100;
 // Two threads can both see room for the one message that fits; this bounds the wait of the second,
 // whose attempt then counts as one that found no room.
 constexpr int SEND_TIMEOUT_MS = 100;
+// The receive thread takes at most this many messages between two attempts to send, so that a
+// SliceAgent that sends without a pause cannot keep it from the next attempt.
+constexpr int MAX_TAKEN_BETWEEN_ATTEMPTS = 64;
 
 /// nanomsg sets its revents only when it found something.
 bool polled(int result, const nn_pollfd& entry, short event) {
@@ -72,13 +75,14 @@ int openReceivingSocket(int protocol) {
   return sock;
 }
 
-/// Whether this thread is a receive thread, the kind that shutdown() cancels.
-thread_local bool isReceiveThread = false;
+/// On a receive thread, the kind that shutdown() cancels, the socket that it serves; null
+/// elsewhere.
+thread_local PartnerSocket* receivesFor = nullptr;
 
 /// Where a receive thread may end: no lock of nanomsg, the allocator or a queue is held here. A
 /// thread that is cancelled anywhere else would take those locks with it.
 void cancellationPoint() {
-  if (isReceiveThread) {
+  if (receivesFor != nullptr) {
     JEX_STACK_MAY_END();
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     pthread_testcancel();
@@ -92,15 +96,55 @@ struct FreeMessage {
 };
 using ReceivedMessage = std::unique_ptr<void, FreeMessage>;
 
-/// Receives one message; null when there is none, or when it is empty.
-ReceivedMessage receiveMessage(int sock, int* nbytes) {
+/// Receives one message; null when there is none, or when it is empty. `flags` are nn_recv's.
+ReceivedMessage receiveMessage(int sock, int* nbytes, int flags) {
   void* buf = nullptr;
-  *nbytes = nn_recv(sock, &buf, NN_MSG, 0);
+  *nbytes = nn_recv(sock, &buf, NN_MSG, flags);
   ReceivedMessage msg(*nbytes < 0 ? nullptr : buf);
   if (*nbytes < 1) {
     msg.reset();  // an empty message has a buffer too
   }
   return msg;
+}
+
+/// Receives and handles one message of the reverse path; false when there is none.
+bool takeMessage(PartnerSocket* s, int flags) {
+  int n = 0;
+  const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n, flags);
+  if (msg == nullptr) {
+    return false;
+  }
+  processClientMessageFromSocket(msg.get(), n, s);
+  return true;
+}
+
+/// What a receive thread does between two attempts to send: it takes what has arrived. A SliceAgent
+/// that waits for room on the reverse path takes no requests, so without this the two would wait
+/// for each other. The send goes on with the error that it had.
+void takeWhatHasArrived() {
+  if (receivesFor == nullptr) {
+    return;
+  }
+  const int before = errno;
+  for (int taken = 0; taken < MAX_TAKEN_BETWEEN_ATTEMPTS; ++taken) {
+    if (!takeMessage(receivesFor, NN_DONTWAIT)) {
+      break;
+    }
+  }
+  errno = before;
+}
+
+/// One turn of the receive thread.
+void receiveTurn(PartnerSocket* s) {
+  const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
+  if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
+    takeMessage(s, 0);
+  } else {
+    // The push socket is nearly always writable, so the poll returns at once: leave the core to
+    // the senders, which are what makes it writable.
+    sched_yield();
+  }
+  cancellationPoint();
 }
 
 /// A reverse-path name of this process: its id and the local time of day.
@@ -198,7 +242,7 @@ bool PartnerSocket::readyToSend() { return socketReady(socket_); }
 
 bool PartnerSocket::receive(void** buf, int* nbytes) {
   int n = 0;
-  ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n);
+  ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n, 0);
   if (msg == nullptr) {
     return false;
   }
@@ -273,21 +317,9 @@ void PartnerSocket::shutdown(bool terminate) {
 
 void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  isReceiveThread = true;
+  receivesFor = s;
   for (;;) {
-    const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
-    if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
-      int n = 0;
-      const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n);
-      if (msg != nullptr) {
-        processClientMessageFromSocket(msg.get(), n, s);
-      }
-    } else {
-      // The push socket is nearly always writable, so the poll returns at once: leave the core to
-      // the senders, which are what makes it writable.
-      sched_yield();
-    }
-    cancellationPoint();
+    receiveTurn(s);
   }
 }
 
@@ -320,6 +352,7 @@ bool socketSend(int sock, const void* buf, size_t size) {
     const timespec none = {0, 0};
     nanosleep(&none, nullptr);
     cancellationPoint();
+    takeWhatHasArrived();
   }
   PARTNER_STOP("false", "SOCKET Send ERROR(max retry) ", nn_strerror(nn_errno()));
 }

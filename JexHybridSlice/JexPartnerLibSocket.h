@@ -54,7 +54,7 @@ class JEX_API PartnerSocket {
   void shutdown(bool terminate);
 
   /// Body of the receive thread: a busy loop, left by cancellation between two messages, or between
-  /// two attempts to send an answer.
+  /// two attempts to send an answer. Between two such attempts it receives, too.
   static void clientThreadFunc(PartnerSocket* s);
 
   int socket_ = -1;                     ///< main socket: pull (SliceAgent) or push (Partner)
@@ -78,7 +78,8 @@ JEX_API bool socketReady(int sock);
 void boundSends(int sock);
 
 /// Sends one message, trying 100000 times for room; stops the process when there is none, or when
-/// less than the message was taken. Returns true. Any thread.
+/// less than the message was taken. Returns true. Any thread; a receive thread handles what arrives
+/// between two attempts.
 JEX_API bool socketSend(int sock, const void* buf, size_t size);
 
 /// Sends a Partner's registration: its process id and the address of its reverse path. Blocks until
