@@ -151,6 +151,7 @@ void receiveTurn(PartnerSocket* s) {
 std::string makeUniqueName(int pid) {
   const time_t now = time(nullptr);
   struct tm local = {};
+  tzset();  // localtime_r() need not see a time zone that was set after its first use
   localtime_r(&now, &local);
   char timeOfDay[sizeof("HHMMSS")] = "";
   strftime(timeOfDay, sizeof(timeOfDay), "%H%M%S", &local);

@@ -27,6 +27,8 @@ class JEX_API PartnerSocket {
  public:
   /// `mode`: 1 for a Partner, 0 for the SliceAgent.
   explicit PartnerSocket(int mode) : clientMode(mode) {}
+  PartnerSocket(const PartnerSocket&) = delete;
+  PartnerSocket& operator=(const PartnerSocket&) = delete;
 
   /// Opens the sockets; once per object. False if the SliceAgent's socket cannot be made or bound,
   /// or the Partner's cannot be connected; other failures stop the process. A Partner's init()

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "JexPartnerLibSocket.h"
@@ -40,6 +41,13 @@ TEST(PartnerSocket, IsEmptyAfterConstruction) {
     EXPECT_EQ(sut.clientMode, mode);
     EXPECT_EQ(sut.clientThread, nullptr);
   }
+}
+
+// Two objects would close the same sockets.
+TEST(PartnerSocket, CannotBeCopied) {
+  static_assert(!std::is_copy_constructible_v<PartnerSocket>);
+  static_assert(!std::is_copy_assignable_v<PartnerSocket>);
+  static_assert(!std::is_move_constructible_v<PartnerSocket>);
 }
 
 TEST(PartnerSocket, HasItsFieldsInOrder) {

@@ -18,6 +18,8 @@ jex_wire_test(stop_line_test DEATH stop_line_test.cpp)
 target_link_options(stop_line_test PRIVATE LINKER:--wrap=poll)
 set_target_properties(stop_line_test PROPERTIES CXX_VISIBILITY_PRESET default)
 
+jex_wire_test(reverse_name_test reverse_name_test.cpp)
+
 jex_wire_test(together_test together_test.cpp)
 jex_label_tests(together_test wire serial)
 set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES
