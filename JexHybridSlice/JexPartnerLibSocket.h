@@ -80,8 +80,8 @@ JEX_API bool socketReady(int sock);
 void boundSends(int sock);
 
 /// Sends one message, trying 100000 times for room; stops the process when there is none, or when
-/// less than the message was taken. Returns true. Any thread; a receive thread handles what arrives
-/// between two attempts.
+/// less than the message was taken. A send that a signal breaks off counts as one that found no
+/// room. Returns true. Any thread; a receive thread handles what arrives between two attempts.
 JEX_API bool socketSend(int sock, const void* buf, size_t size);
 
 /// Sends a Partner's registration: its process id and the address of its reverse path. Blocks until

@@ -369,7 +369,7 @@ JEX_HELPER(send_less_than_all) {
   puller.bind(kAddress);
   RawSocket pusher(NN_PUSH);
   pusher.connect(kAddress);
-  failNanomsg("nn_send", 1, std::stoi(arguments.at(0)), EINTR);
+  failNanomsg("nn_send", 1, std::stoi(arguments.at(0)), ECONNRESET);
   errno = 0;
   PartnerLib::socketSend(pusher.fd(), "hello", 5);
   return 0;

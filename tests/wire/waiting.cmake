@@ -13,6 +13,7 @@ function(jex_hooked_test name)
 endfunction()
 
 jex_hooked_test(waiting_test DEATH waiting_test.cpp)
+jex_hooked_test(interruption_test DEATH interruption_test.cpp)
 
 jex_wire_test(stop_line_test DEATH stop_line_test.cpp)
 target_link_options(stop_line_test PRIVATE LINKER:--wrap=poll)
