@@ -4,6 +4,7 @@
 #include <nanomsg/pipeline.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
+#include <system_error>
 
 #include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
@@ -67,9 +70,24 @@ bool lastErrorIsFatal() {
   }
 }
 
+/// A socket; negative if nanomsg gives none. Its first one needs two descriptors for its thread,
+/// and where they cannot be opened nn_socket() aborts the process or never returns: they are tried
+/// first.
+int openSocket(int protocol) {
+  const int first = eventfd(0, EFD_CLOEXEC);
+  const int second = eventfd(0, EFD_CLOEXEC);
+  if (first >= 0) {
+    close(first);
+  }
+  if (second >= 0) {
+    close(second);
+  }
+  return first < 0 || second < 0 ? -1 : nn_socket(AF_SP, protocol);
+}
+
 /// A socket whose receives cannot wait for ever; negative if nanomsg gives none.
 int openReceivingSocket(int protocol) {
-  const int sock = nn_socket(AF_SP, protocol);
+  const int sock = openSocket(protocol);
   if (sock >= 0) {
     nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
   }
@@ -200,7 +218,7 @@ bool PartnerSocket::initAgent(const std::string& name) {
 }
 
 bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
-  socket_ = nn_socket(AF_SP, NN_PUSH);
+  socket_ = openSocket(NN_PUSH);
   if (socket_ < 0) {
     PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
   }
@@ -234,7 +252,12 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   if (testMode) {
     startgRPCServer();
   }
-  clientThread = new std::thread(clientThreadFunc, this);
+  try {
+    clientThread = new std::thread(clientThreadFunc, this);
+  } catch (const std::system_error& error) {
+    PARTNER_STOP_AT(place, "clientThread != nullptr",
+                    "Cannot start the receive thread: ", error.code().message());
+  }
   return true;
 }
 
@@ -320,8 +343,12 @@ void PartnerSocket::shutdown(bool terminate) {
 void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   receivesFor = s;
-  for (;;) {
-    receiveTurn(s);
+  try {
+    for (;;) {
+      receiveTurn(s);
+    }
+  } catch (const std::bad_alloc&) {
+    PARTNER_STOP("false", "Cannot handle a message from SliceAgent: ", strerror(ENOMEM));
   }
 }
 

@@ -30,3 +30,5 @@ file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/together_test_limit.cmake
   set_tests_properties(\"\${test}\" PROPERTIES RUN_SERIAL TRUE TIMEOUT 600)
 endforeach()
 ")
+
+jex_notify_test(shortage_test DEATH shortage_test.cpp)
