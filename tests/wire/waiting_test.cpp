@@ -118,8 +118,8 @@ TEST(Waiting, AReplyIsTakenWhileAPingFindsNoRoom) {
 class HookedPartner {
  public:
   HookedPartner() {
+    pSocket = &sut_;  // a heartbeat may come before the rest is done
     EXPECT_TRUE(sut_.init("ipc:///tmp/Partner0", false));
-    pSocket = &sut_;
   }
   ~HookedPartner() {
     sut_.shutdown(false);
