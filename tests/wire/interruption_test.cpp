@@ -147,6 +147,51 @@ TEST(Interruption, TheShutDownGoesOnUntilItsSecondHasPassed) {
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
 }
 
+/// A Partner that says "broken off" when three sends have been.
+JEX_HELPER(disturbed_registration) {
+  static std::atomic<int> broken_off{0};
+  callHooks().send = [](int sock, const void* buffer, size_t size, int flags) {
+    const int result = realSend(sock, buffer, size, flags);
+    if (result < 0 && nn_errno() == EINTR && ++broken_off == 3) {
+      std::cout << "broken off" << std::endl;
+      errno = EINTR;
+    }
+    return result;
+  };
+  const Disturbance disturbance(pthread_self());
+  PartnerLib::PartnerSocket sut(1);
+  sut.init("ipc:///tmp/Partner0", false);
+  std::cout << "registered" << std::endl;
+  _exit(0);
+}
+
+TEST(Interruption, ARegistrationWaitsOnForAnAgent) {
+  Child partner = Child::helper("disturbed_registration");
+  ASSERT_EQ(partner.readLine(), "broken off") << partner.standardError();
+  RawAgent agent;
+  const std::string prefix = "ipc:///tmp/Partner_" + std::to_string(partner.pid()) + "_";
+  EXPECT_EQ(agent.receiveRegistration().substr(0, prefix.size()), prefix);
+  EXPECT_EQ(partner.readLine(), "registered") << partner.standardError();
+}
+
+JEX_HELPER(disturbed_agent) {
+  PartnerLib::PartnerSocket sut(0);
+  if (!sut.init(kPipe, false)) return 3;
+  const Disturbance disturbance(pthread_self());
+  void* buffer = nullptr;
+  int count = 0;
+  for (;;) sut.recvWithTimeout(&buffer, &count, 1000);
+}
+
+// Hosts block signals on the thread of the loop.
+TEST(Interruption, ASignalStopsTheLoopOfAnAgent) {
+  Child agent = Child::helper("disturbed_agent");
+  expectStop(agent,
+             {"Error: Socket recvWithTimeout failed - remote disconnect/dead Interrupted system "
+              "call",
+              "JexPartnerLibSocket", "recvWithTimeout(", "r >= 0"});
+}
+
 /// Sends SIGUSR1 to every thread of the process but its own, over and over, for the process's life.
 void disturbAllThreads() {
   handleWithoutRestart(SIGUSR1);

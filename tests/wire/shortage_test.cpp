@@ -12,12 +12,14 @@
 #include <string>
 #include <thread>
 
+#include "JexPartnerLib.h"
 #include "JexPartnerLibDigest.h"
 #include "JexPartnerLibSocket.h"
 #include "support/child.h"
 #include "support/helper.h"
 #include "support/raw_socket.h"
 #include "support/stop.h"
+#include "support/switch_device.h"
 #include "wire/notify_frames.h"
 #include "wire/notify_processes.h"
 
@@ -106,6 +108,25 @@ TEST(Shortage, AConnectionThatFindsNoDescriptorIsMadeLater) {
   agent.say("more");
   EXPECT_EQ(agent.waitForExit().code, 42) << agent.standardError();
   sender.join();
+}
+
+/// An agent with this many descriptors for its sockets and connections.
+JEX_HELPER(serve_with_few_descriptors) {
+  const SwitchDevice device(DeviceKind::kPhysical, 0, {"limits"});
+  leaveDescriptors(std::stoul(arguments.at(0)));
+  PartnerLibServerStartup(device.view().session().cHandle(), 0, 20);
+  return 1;
+}
+
+// Four to serve and one for the connection that brings the registration: none for the way back.
+TEST(Shortage, AnAgentWithoutASocketForAReversePathGoesOn) {
+  Child agent = Child::helper("serve_with_few_descriptors", {"5"});
+  RawPartner partner(31337);
+  partner.registerWithAgent();
+  partner.send(request(9, partner.pid(), 16));
+  partner.send(request(7, partner.pid(), 16));
+  expectStop(agent, {"Error: Deserialize from socket unsupported for msg Type: 7",
+                     "JexPartnerLibServer", "PartnerLib::PartnerMessage::deSerialize(", "false"});
 }
 
 /// No thread can be made from now on: its stack would not fit into the address space.
