@@ -78,7 +78,15 @@ const jxrt::JxRtTable* findJxRtTableFromName(uint8_t dev, std::string p4Name,
 void sendPing() {
   const PartnerLib::PartnerMsgHeader_t ping = {
       PartnerLib::MSG_PING, static_cast<uint32_t>(PartnerLib::myPid), sizeof(ping)};
-  pSocket->send(&ping, sizeof(ping));
+  // While a ping waits for room the receive thread goes on receiving. A heartbeat that it takes
+  // meanwhile is answered after the ping that waits, by the call that sends that one.
+  static thread_local uint64_t owed = 0;
+  if (++owed > 1) {
+    return;
+  }
+  for (; owed > 0; --owed) {
+    pSocket->send(&ping, sizeof(ping));
+  }
 }
 
 // ---- counters ---------------------------------------------------------------------------------

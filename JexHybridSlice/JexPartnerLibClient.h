@@ -13,7 +13,8 @@
 const jxrt::JxRtTable* findJxRtTableFromName(uint8_t dev, std::string p4Name,
                                              std::string tableName);
 
-/// Answers a heartbeat.
+/// Answers a heartbeat. Called while a ping of the same thread waits for room, it leaves the answer
+/// to the call that sends that one.
 void sendPing();
 
 // ---- counters

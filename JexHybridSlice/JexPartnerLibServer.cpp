@@ -3,10 +3,12 @@
 #include <nanomsg/nn.h>
 #include <nanomsg/pair.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <vector>
 
 #include "JexPartnerLibCounter.h"
@@ -91,6 +93,17 @@ void registerPartner(uint32_t pid, const char* payload, size_t size, const StopP
   }
 }
 
+/// One turn of the SliceAgent's loop: waits for a request and handles it.
+void serveRequest(PartnerSocket* socket, PartnerMessage* message, uint8_t dev, uint32_t sessHdl,
+                  int32_t timeout) {
+  void* buf = nullptr;
+  int nbytes = 0;
+  if (socket->recvWithTimeout(&buf, &nbytes, timeout)) {
+    message->deSerialize(dev, sessHdl, buf, static_cast<size_t>(nbytes));
+    socket->freeBuffer(buf);
+  }
+}
+
 }  // namespace
 
 const char* statusText(jx_status_t status) {
@@ -142,13 +155,12 @@ bool PartnerLibServerSetup(jx_rt_session_hdl* session, uint8_t dev, int32_t time
   PARTNER_REQUIRE(socket.init(DEFAULT_SOCKET_NAME, false),
                   "pSocket->init( DEFAULT_SOCKET_NAME, false ) == true", " Socket Init failed");
   const uint32_t sessHdl = jx_rt_session_pipe_handle_get(session);
-  for (;;) {
-    void* buf = nullptr;
-    int nbytes = 0;
-    if (socket.recvWithTimeout(&buf, &nbytes, timeout)) {
-      message.deSerialize(dev, sessHdl, buf, static_cast<size_t>(nbytes));
-      socket.freeBuffer(buf);
+  try {
+    for (;;) {
+      serveRequest(&socket, &message, dev, sessHdl, timeout);
     }
+  } catch (const std::bad_alloc&) {
+    PARTNER_STOP("false", "Cannot handle a request: ", strerror(ENOMEM));
   }
 }
 

@@ -4,13 +4,17 @@
 #include <nanomsg/pipeline.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <memory>
+#include <new>
+#include <system_error>
 
 #include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibServer.h"
@@ -36,13 +40,16 @@ constexpr char REVERSE_NAME_PREFIX[] = "ipc:///tmp/Partner_";
 constexpr char GRPC_ADDRESS[] = "0.0.0.0:50053";
 constexpr int MAX_SEND_RETRY = 100000;
 constexpr int CLIENT_POLL_TIMEOUT_MS = 100;
-constexpr unsigned SHUTDOWN_PAUSE_S = 1;
+constexpr std::chrono::seconds SHUTDOWN_PAUSE{1};
 // A sender that closes in mid-stream can leave a socket that polls readable with nothing to
 // receive; this bounds the wait of the receive that follows.
 constexpr int RECV_TIMEOUT_MS = 100;
 // Two threads can both see room for the one message that fits; this bounds the wait of the second,
 // whose attempt then counts as one that found no room.
 constexpr int SEND_TIMEOUT_MS = 100;
+// The receive thread takes at most this many messages between two attempts to send, so that a
+// SliceAgent that sends without a pause cannot keep it from the next attempt.
+constexpr int MAX_TAKEN_BETWEEN_ATTEMPTS = 64;
 
 /// nanomsg sets its revents only when it found something.
 bool polled(int result, const nn_pollfd& entry, short event) {
@@ -63,22 +70,38 @@ bool lastErrorIsFatal() {
   }
 }
 
+/// A socket; negative if nanomsg gives none. Its first one needs two descriptors for its thread,
+/// and where they cannot be opened nn_socket() aborts the process or never returns: they are tried
+/// first.
+int openSocket(int protocol) {
+  const int first = eventfd(0, EFD_CLOEXEC);
+  const int second = eventfd(0, EFD_CLOEXEC);
+  if (first >= 0) {
+    close(first);
+  }
+  if (second >= 0) {
+    close(second);
+  }
+  return first < 0 || second < 0 ? -1 : nn_socket(AF_SP, protocol);
+}
+
 /// A socket whose receives cannot wait for ever; negative if nanomsg gives none.
 int openReceivingSocket(int protocol) {
-  const int sock = nn_socket(AF_SP, protocol);
+  const int sock = openSocket(protocol);
   if (sock >= 0) {
     nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
   }
   return sock;
 }
 
-/// Whether this thread is a receive thread, the kind that shutdown() cancels.
-thread_local bool isReceiveThread = false;
+/// On a receive thread, the kind that shutdown() cancels, the socket that it serves; null
+/// elsewhere.
+thread_local PartnerSocket* receivesFor = nullptr;
 
 /// Where a receive thread may end: no lock of nanomsg, the allocator or a queue is held here. A
 /// thread that is cancelled anywhere else would take those locks with it.
 void cancellationPoint() {
-  if (isReceiveThread) {
+  if (receivesFor != nullptr) {
     JEX_STACK_MAY_END();
     pthread_setcancelstate(PTHREAD_CANCEL_ENABLE, nullptr);
     pthread_testcancel();
@@ -92,10 +115,10 @@ struct FreeMessage {
 };
 using ReceivedMessage = std::unique_ptr<void, FreeMessage>;
 
-/// Receives one message; null when there is none, or when it is empty.
-ReceivedMessage receiveMessage(int sock, int* nbytes) {
+/// Receives one message; null when there is none, or when it is empty. `flags` are nn_recv's.
+ReceivedMessage receiveMessage(int sock, int* nbytes, int flags) {
   void* buf = nullptr;
-  *nbytes = nn_recv(sock, &buf, NN_MSG, 0);
+  *nbytes = nn_recv(sock, &buf, NN_MSG, flags);
   ReceivedMessage msg(*nbytes < 0 ? nullptr : buf);
   if (*nbytes < 1) {
     msg.reset();  // an empty message has a buffer too
@@ -103,10 +126,51 @@ ReceivedMessage receiveMessage(int sock, int* nbytes) {
   return msg;
 }
 
+/// Receives and handles one message of the reverse path; false when there is none.
+bool takeMessage(PartnerSocket* s, int flags) {
+  int n = 0;
+  const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n, flags);
+  if (msg == nullptr) {
+    return false;
+  }
+  processClientMessageFromSocket(msg.get(), n, s);
+  return true;
+}
+
+/// What a receive thread does between two attempts to send: it takes what has arrived. A SliceAgent
+/// that waits for room on the reverse path takes no requests, so without this the two would wait
+/// for each other. The send goes on with the error that it had.
+void takeWhatHasArrived() {
+  if (receivesFor == nullptr) {
+    return;
+  }
+  const int before = errno;
+  for (int taken = 0; taken < MAX_TAKEN_BETWEEN_ATTEMPTS; ++taken) {
+    if (!takeMessage(receivesFor, NN_DONTWAIT)) {
+      break;
+    }
+  }
+  errno = before;
+}
+
+/// One turn of the receive thread.
+void receiveTurn(PartnerSocket* s) {
+  const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
+  if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
+    takeMessage(s, 0);
+  } else {
+    // The push socket is nearly always writable, so the poll returns at once: leave the core to
+    // the senders, which are what makes it writable.
+    sched_yield();
+  }
+  cancellationPoint();
+}
+
 /// A reverse-path name of this process: its id and the local time of day.
 std::string makeUniqueName(int pid) {
   const time_t now = time(nullptr);
   struct tm local = {};
+  tzset();  // localtime_r() need not see a time zone that was set after its first use
   localtime_r(&now, &local);
   char timeOfDay[sizeof("HHMMSS")] = "";
   strftime(timeOfDay, sizeof(timeOfDay), "%H%M%S", &local);
@@ -154,7 +218,7 @@ bool PartnerSocket::initAgent(const std::string& name) {
 }
 
 bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
-  socket_ = nn_socket(AF_SP, NN_PUSH);
+  socket_ = openSocket(NN_PUSH);
   if (socket_ < 0) {
     PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
   }
@@ -188,7 +252,12 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   if (testMode) {
     startgRPCServer();
   }
-  clientThread = new std::thread(clientThreadFunc, this);
+  try {
+    clientThread = new std::thread(clientThreadFunc, this);
+  } catch (const std::system_error& error) {
+    PARTNER_STOP_AT(place, "clientThread != nullptr",
+                    "Cannot start the receive thread: ", error.code().message());
+  }
   return true;
 }
 
@@ -198,7 +267,7 @@ bool PartnerSocket::readyToSend() { return socketReady(socket_); }
 
 bool PartnerSocket::receive(void** buf, int* nbytes) {
   int n = 0;
-  ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n);
+  ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n, 0);
   if (msg == nullptr) {
     return false;
   }
@@ -256,7 +325,7 @@ void PartnerSocket::shutdown(bool terminate) {
         delete clientThread;
         clientThread = nullptr;
       }
-      sleep(SHUTDOWN_PAUSE_S);
+      std::this_thread::sleep_for(SHUTDOWN_PAUSE);  // goes on after a signal
       closeEndpoint(pollFds[1].fd, endpoints[1]);
       closeEndpoint(pollFds[2].fd, endpoints[2]);
     }
@@ -273,21 +342,13 @@ void PartnerSocket::shutdown(bool terminate) {
 
 void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
-  isReceiveThread = true;
-  for (;;) {
-    const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
-    if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
-      int n = 0;
-      const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n);
-      if (msg != nullptr) {
-        processClientMessageFromSocket(msg.get(), n, s);
-      }
-    } else {
-      // The push socket is nearly always writable, so the poll returns at once: leave the core to
-      // the senders, which are what makes it writable.
-      sched_yield();
+  receivesFor = s;
+  try {
+    for (;;) {
+      receiveTurn(s);
     }
-    cancellationPoint();
+  } catch (const std::bad_alloc&) {
+    PARTNER_STOP("false", "Cannot handle a message from SliceAgent: ", strerror(ENOMEM));
   }
 }
 
@@ -313,13 +374,15 @@ bool socketSend(int sock, const void* buf, size_t size) {
       if (sent >= 0 && static_cast<size_t>(sent) == size) {
         return true;
       }
-      const bool tookTooLong = sent < 0 && nn_errno() == ETIMEDOUT;
-      PARTNER_REQUIRE(tookTooLong, "( size_t )sent == size", "Cannot send ", size,
+      // A send that ran into its time-out, or that a signal broke off, has taken nothing.
+      const bool foundNoRoom = sent < 0 && (nn_errno() == ETIMEDOUT || nn_errno() == EINTR);
+      PARTNER_REQUIRE(foundNoRoom, "( size_t )sent == size", "Cannot send ", size,
                       " bytes. Sent: ", sent);
     }
     const timespec none = {0, 0};
     nanosleep(&none, nullptr);
     cancellationPoint();
+    takeWhatHasArrived();
   }
   PARTNER_STOP("false", "SOCKET Send ERROR(max retry) ", nn_strerror(nn_errno()));
 }

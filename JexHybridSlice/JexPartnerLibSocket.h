@@ -27,6 +27,8 @@ class JEX_API PartnerSocket {
  public:
   /// `mode`: 1 for a Partner, 0 for the SliceAgent.
   explicit PartnerSocket(int mode) : clientMode(mode) {}
+  PartnerSocket(const PartnerSocket&) = delete;
+  PartnerSocket& operator=(const PartnerSocket&) = delete;
 
   /// Opens the sockets; once per object. False if the SliceAgent's socket cannot be made or bound,
   /// or the Partner's cannot be connected; other failures stop the process. A Partner's init()
@@ -54,7 +56,7 @@ class JEX_API PartnerSocket {
   void shutdown(bool terminate);
 
   /// Body of the receive thread: a busy loop, left by cancellation between two messages, or between
-  /// two attempts to send an answer.
+  /// two attempts to send an answer. Between two such attempts it receives, too.
   static void clientThreadFunc(PartnerSocket* s);
 
   int socket_ = -1;                     ///< main socket: pull (SliceAgent) or push (Partner)
@@ -78,7 +80,8 @@ JEX_API bool socketReady(int sock);
 void boundSends(int sock);
 
 /// Sends one message, trying 100000 times for room; stops the process when there is none, or when
-/// less than the message was taken. Returns true. Any thread.
+/// less than the message was taken. A send that a signal breaks off counts as one that found no
+/// room. Returns true. Any thread; a receive thread handles what arrives between two attempts.
 JEX_API bool socketSend(int sock, const void* buf, size_t size);
 
 /// Sends a Partner's registration: its process id and the address of its reverse path. Blocks until

@@ -1,8 +1,10 @@
 #include "JexPartnerLibStop.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 
 // What assert() calls; <cassert> hides it where NDEBUG is set.
 extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identifier)
@@ -10,14 +12,37 @@ extern "C" [[noreturn]] void __assert_fail(  // NOLINT(bugprone-reserved-identif
 
 namespace PartnerLib {
 
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long a line waits for a reader of standard error, in all. It bounds how long a reader that
+/// never reads keeps a dying process.
+constexpr std::chrono::seconds READER_PATIENCE{5};
+
+/// Waits until standard error takes more; false when it does not before `deadline`, or never will.
+bool waitForReader(Clock::time_point deadline) {
+  pollfd entry = {STDERR_FILENO, POLLOUT, 0};
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    const int r = left > 0 ? poll(&entry, 1, static_cast<int>(left)) : 0;
+    if (r >= 0 || errno != EINTR) {
+      return r > 0;
+    }
+  }
+}
+
+}  // namespace
+
 void writeLine(const std::string& text) {
+  const Clock::time_point deadline = Clock::now() + READER_PATIENCE;
   std::string_view rest = text;
   while (!rest.empty()) {
     const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
     if (written > 0) {
       rest.remove_prefix(static_cast<size_t>(written));
-    } else if (written == 0 || errno != EINTR) {
-      return;  // nobody to tell
+    } else if (written == 0 || (errno != EINTR && (errno != EAGAIN || !waitForReader(deadline)))) {
+      return;  // nobody reads it
     }
   }
 }

@@ -25,7 +25,8 @@ constexpr size_t sourceOffset(std::string_view path) {
   return at == std::string_view::npos ? 0 : at;
 }
 
-/// Writes `text` to standard error in one write.
+/// Writes `text` to standard error in one write. Where that is a full pipe that does not block, it
+/// waits for the reader, 5 seconds at most; then the text is lost.
 void writeLine(const std::string& text);
 
 /// Writes "Error: ", `message` and an end of line, then fails the assertion `expression`.

@@ -4,6 +4,12 @@
 # addresses; captures that come in; switchctl, slice-counters and a scraper that look.
 #
 #   scripts/soak.sh [--minutes N] [--seed S] [--build-dir DIR] [--no-build] [MORE...]
+#   scripts/soak.sh --together [--minutes N] [--build-dir DIR] [--no-build]
+#
+# The second form runs all that can come to wait for each other, as fast as it goes, and nothing else:
+# an agent and a partner with threads that write, digests, barriers, heartbeats, notifications that
+# are armed and disarmed, and counters that are started and stopped (docs/design/waiting.md). It fails
+# when one of these stands still.
 #
 # It fails, with status 1, when a process ends unexpectedly or says "Error: ", when the memory,
 # descriptors or threads of a process grow beyond their bounds after the warm-up, and when the
@@ -23,11 +29,13 @@ usage() {
 
 build_dir=$PWD/build/release
 build=yes
+together=no
 run_args=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --build-dir) build_dir=$(readlink -m "$2"); shift 2 ;;
     --no-build) build=no; shift ;;
+    --together) together=yes; shift ;;
     --help) usage; exit 0 ;;
     *) run_args+=("$1"); shift ;;
   esac
@@ -40,7 +48,26 @@ if [[ $build == yes ]]; then
     cat "$build_dir/configure.log" >&2
     exit 1
   }
-  cmake --build "$build_dir" --target slice-agent partner-shell switchctl slice-counters
+  if [[ $together == yes ]]; then
+    cmake --build "$build_dir" --target together_test
+  else
+    cmake --build "$build_dir" --target slice-agent partner-shell switchctl slice-counters
+  fi
+fi
+
+if [[ $together == yes ]]; then
+  minutes=30
+  if [[ ${run_args[0]-} == --minutes ]]; then
+    minutes=${run_args[1]?--minutes needs a number}
+    run_args=("${run_args[@]:2}")
+  fi
+  if [[ ${#run_args[@]} -gt 0 ]]; then
+    echo "soak.sh: --together takes no ${run_args[0]}" >&2
+    exit 2
+  fi
+  JEX_TOGETHER_SECONDS=$(awk -v minutes="$minutes" 'BEGIN { printf "%d", minutes * 60 }')
+  export JEX_TOGETHER_SECONDS
+  exec "$build_dir/bin/together_test"
 fi
 
 exec scripts/in-private-namespaces --keep "$build_dir" python3 scripts/soak_run.py \

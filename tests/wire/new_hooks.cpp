@@ -11,6 +11,7 @@ namespace jextest {
 namespace {
 
 std::atomic<size_t> failing_size{0};
+std::atomic<size_t> throwing_size{0};
 std::atomic<size_t> reused_size{0};
 std::atomic<void*> reused_address{nullptr};
 std::atomic<long> arrays{0};
@@ -69,6 +70,12 @@ void giveArray(void* array) noexcept {
   std::free(head);
 }
 
+/// Throws if a new of `size` bytes has to.
+size_t checked(size_t size) {
+  if (meets(throwing_size, size)) throw std::bad_alloc();
+  return size;
+}
+
 void* orThrow(void* memory) {
   if (memory == nullptr) throw std::bad_alloc();
   return memory;
@@ -77,6 +84,8 @@ void* orThrow(void* memory) {
 }  // namespace
 
 void failNothrowNewOf(size_t size) { failing_size = size; }
+
+void failNewOf(size_t size) { throwing_size = size; }
 
 void reuseInNewOf(size_t size, void* address) {
   reused_address = address;
@@ -96,13 +105,14 @@ size_t jextest::arraySize(const void* array) {
 }
 #endif
 
+using jextest::checked;
 using jextest::giveArray;
 using jextest::orThrow;
 using jextest::takeArray;
 using jextest::takeSingle;
 
-void* operator new(size_t size) { return orThrow(takeSingle(size)); }
-void* operator new[](size_t size) { return orThrow(takeArray(size)); }
+void* operator new(size_t size) { return orThrow(takeSingle(checked(size))); }
+void* operator new[](size_t size) { return orThrow(takeArray(checked(size))); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return jextest::meets(jextest::failing_size, size) ? nullptr : takeSingle(size);
 }

@@ -10,6 +10,9 @@ namespace jextest {
 /// The next new (std::nothrow) of `size` bytes, in any thread, finds no memory.
 void failNothrowNewOf(size_t size);
 
+/// The next new of `size` bytes, or new of an array of them, in any thread, throws.
+void failNewOf(size_t size);
+
 /// The next new of `size` bytes gives `address`.
 void reuseInNewOf(size_t size, void* address);
 

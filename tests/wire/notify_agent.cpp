@@ -16,6 +16,7 @@
 #include "support/switch_device.h"
 #include "support/wait_until.h"
 #include "support/write_command.h"
+#include "wire/new_hooks.h"
 #include "wire/notify_processes.h"
 #include "wire/recorded_update.h"
 
@@ -146,6 +147,10 @@ std::string answerTo(const Words& words) {
   if (command == "calm") return std::to_string(storm().end());
   if (command == "flood") return std::to_string(flood(words));
   if (command == "fault") return std::to_string(armFault(words));
+  if (command == "no-object") {
+    failNewOf(std::stoul(words.at(1)));
+    return "done";
+  }
   if (command == "inject") return std::to_string(inject(words, bytesOfHex(words.at(3)), 1));
   if (command == "count-up") return std::to_string(countUp(words));
   if (command == "expire") {

@@ -47,6 +47,7 @@ class NotifyPartnerProcess {
     static const std::map<std::string, Command> commands = {
         {"start", &NotifyPartnerProcess::start},
         {"no-token", &NotifyPartnerProcess::failToken},
+        {"no-array", &NotifyPartnerProcess::failArray},
         {"no-blocks", &NotifyPartnerProcess::failBlocks},
         {"queue", &NotifyPartnerProcess::createQueue},
         {"destroy", &NotifyPartnerProcess::destroyQueue},
@@ -69,6 +70,10 @@ class NotifyPartnerProcess {
   }
   std::string failToken(const Words&) {
     failNothrowNewOf(sizeof(moodycamel::ProducerToken));
+    return "done";
+  }
+  std::string failArray(const Words& words) {
+    failNewOf(numberOf(words.at(1)));
     return "done";
   }
   std::string failBlocks(const Words&) {

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstring>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "JexPartnerLibSocket.h"
@@ -40,6 +41,13 @@ TEST(PartnerSocket, IsEmptyAfterConstruction) {
     EXPECT_EQ(sut.clientMode, mode);
     EXPECT_EQ(sut.clientThread, nullptr);
   }
+}
+
+// Two objects would close the same sockets.
+TEST(PartnerSocket, CannotBeCopied) {
+  static_assert(!std::is_copy_constructible_v<PartnerSocket>);
+  static_assert(!std::is_copy_assignable_v<PartnerSocket>);
+  static_assert(!std::is_move_constructible_v<PartnerSocket>);
 }
 
 TEST(PartnerSocket, HasItsFieldsInOrder) {
@@ -361,7 +369,7 @@ JEX_HELPER(send_less_than_all) {
   puller.bind(kAddress);
   RawSocket pusher(NN_PUSH);
   pusher.connect(kAddress);
-  failNanomsg("nn_send", 1, std::stoi(arguments.at(0)), EINTR);
+  failNanomsg("nn_send", 1, std::stoi(arguments.at(0)), ECONNRESET);
   errno = 0;
   PartnerLib::socketSend(pusher.fd(), "hello", 5);
   return 0;
