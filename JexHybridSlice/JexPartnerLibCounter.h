@@ -63,8 +63,9 @@ JEX_API void counterReadDeserialize(uint8_t dev, uint32_t sessionArg, const void
 JEX_API void barrierDeserialize(uint8_t dev, uint32_t sessionArg, const void* payload, size_t len,
                                 int replySocket);
 
-/// Starts or stops the counters of one table. A sync that is under way keeps the record alive, but
-/// nothing is written into the table's block once this has returned from stopping.
+/// Starts or stops the counters of one table. After it has stopped them, nothing is written into
+/// the table's block any more. Stopping answers no barrier; a sync that is under way keeps the
+/// record alive, completes, and answers the barrier that waits for it.
 JEX_API void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t tableId,
                              jx_rt_session_hdl* session, int replySocket, int pid, bool enable);
 
