@@ -123,8 +123,7 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
   table->tableSizeGet(*jxrt::JxRtSession::fromHandle(session), target, 0, &size);
   const std::string name = CounterShm::blockName(tableId);
   auto* const ptr = CounterShm::segment->construct<unsigned char>(
-      name.c_str())[sizeof(PartnerLib::CounterBlockHeader_t) + size * sizeof(PartnerCounterEntry)](
-      static_cast<unsigned char>(0));
+      name.c_str())[CounterShm::blockBytes(size)](static_cast<unsigned char>(0));
   PARTNER_REQUIRE(ptr != nullptr, "ptr != nullptr", "Cannot allocate block of counters", name);
 
   auto* const counter = new CounterHandleStruct();

@@ -199,9 +199,11 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
     CounterShm::segment = new boost::interprocess::managed_shared_memory(
         boost::interprocess::open_only, CounterShm::NAME);
   }
-  unsigned char* const ptr =
-      CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str()).first;
-  PARTNER_REQUIRE(ptr != nullptr, "ptr", "Cannot find counter for table in SHM");
+  const auto [ptr, bytes] =
+      CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str());
+  // A Partner whose program gives the table fewer entries has made a block that is too short.
+  PARTNER_REQUIRE(ptr != nullptr && bytes >= CounterShm::blockBytes(size), "ptr",
+                  "Cannot find counter for table in SHM");
   rec->block = ptr;
   rec->counters = ptr + sizeof(CounterBlockHeader_t);
 

@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "JexPartnerLib.h"
+#include "JexPartnerLibWire.h"
 
 namespace PartnerLib {
 
@@ -21,10 +22,14 @@ struct CounterShm {
   static constexpr size_t SIZE = 0x8000000;
   static constexpr int PERMISSIONS = 0644;
 
-  /// Null until the process first needs it; never let go again.
+  /// Null until the process first needs it; never released.
   JEX_API static boost::interprocess::managed_shared_memory* segment;
 
   static std::string blockName(uint32_t tableId) { return std::to_string(tableId); }
+  /// Bytes of the block of a table with `entries` entries.
+  static constexpr size_t blockBytes(size_t entries) {
+    return sizeof(CounterBlockHeader_t) + entries * sizeof(PartnerCounterEntry);
+  }
 };
 
 /// SliceAgent: one table whose counters a Partner has started. MSG_COUNTER_READ carries an image of
