@@ -191,9 +191,11 @@ void barrierAnswered(const void* buf, int nbytes) {
   PartnerLib::BarrierReply_t reply = {};
   memcpy(&reply, buf, std::min(static_cast<size_t>(nbytes), sizeof(reply)));
   storeFenced(lastResponse, reply.timestamp);
-  if (loadFenced(requestedTime) == reply.timestamp) {
-    storeFenced(requestedTime, 0);
-  }
+  // A barrier that the application sends meanwhile stays the requested one.
+  uint64_t answered = reply.timestamp;
+  __atomic_compare_exchange_n(&requestedTime, &answered, 0, false, __ATOMIC_SEQ_CST,
+                              __ATOMIC_SEQ_CST);
+  __atomic_thread_fence(__ATOMIC_SEQ_CST);
   const uint64_t delta = getEpochTime() - reply.timestamp;
   const auto q = static_cast<int32_t>(delta / LATENCY_BIN_MS);
   const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(LATENCY_BINS)) - 1;

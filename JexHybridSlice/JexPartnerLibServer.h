@@ -45,9 +45,12 @@ JEX_API std::string jxStatusError(int status);
 /// Milliseconds of the steady clock: a time base for differences, no wall-clock time.
 JEX_API uint64_t getEpochTime();
 
-/// Stores a word that other threads read without a lock, with a full fence behind.
+/// Stores a word that other threads read without a lock, with a full fence behind. A sequentially
+/// consistent store alone is no such fence on every machine: on AArch64 a later load may overtake
+/// it.
 inline void storeFenced(uint64_t& variable, uint64_t value) {
-  __atomic_store_n(&variable, value, __ATOMIC_SEQ_CST);
+  __atomic_store_n(&variable, value, __ATOMIC_RELEASE);
+  __atomic_thread_fence(__ATOMIC_SEQ_CST);
 }
 
 /// PartnerLibStartup. Returns true or stops the process.
