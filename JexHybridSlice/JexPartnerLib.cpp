@@ -83,7 +83,8 @@ void sendPing() {
 
 // ---- counters ---------------------------------------------------------------------------------
 
-std::unordered_map<uint32_t, CounterHandleStruct*> partnerCounterMap;
+std::unordered_map<uint32_t, CounterHandleStruct*>& partnerCounterMap =
+    *new std::unordered_map<uint32_t, CounterHandleStruct*>;
 
 void sendEnableCounters(jx_rt_target_t target, const char* programName, uint32_t tableId,
                         bool enable) {
@@ -247,8 +248,10 @@ namespace {
 
 /// Guards the registry: queues may be created and destroyed by several threads.
 std::mutex queuesMutex;
-/// Names and their queues, owned.
-boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle> PartnerNotificationQueue;
+/// Names and their queues, owned. Never destroyed: an application's threads may go on while exit()
+/// runs.
+boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle>& PartnerNotificationQueue =
+    *new boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle>;
 
 }  // namespace
 

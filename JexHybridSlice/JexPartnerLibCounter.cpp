@@ -16,7 +16,8 @@
 namespace PartnerLib {
 
 boost::interprocess::managed_shared_memory* CounterShm::segment = nullptr;
-std::unordered_map<uint32_t, CounterReadStruct_t*> countersCallbackMap;
+std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap =
+    *new std::unordered_map<uint32_t, CounterReadStruct_t*>;
 
 namespace {
 
@@ -32,8 +33,11 @@ struct SyncState {
 /// Guards the map, the states, and every change of a record's two barriers. Never held across a
 /// call into the SDK or a socket.
 std::mutex countersMutex;
-std::condition_variable writingEnded;
-std::unordered_map<CounterReadStruct_t*, SyncState> syncStates;
+// Threads of the SDK and of the host use the states, and wait for the end of writing, while exit()
+// runs: neither is ever destroyed.
+std::condition_variable& writingEnded = *new std::condition_variable;
+std::unordered_map<CounterReadStruct_t*, SyncState>& syncStates =
+    *new std::unordered_map<CounterReadStruct_t*, SyncState>;
 
 /// With the mutex held. Null if the table's counters are not started.
 CounterReadStruct_t* findRecord(uint32_t tableId) {

@@ -56,8 +56,9 @@ struct CounterReadStruct_t {
 inline uint32_t counterKey(uint32_t tableId) { return tableId * 10; }
 
 /// Records of the tables whose counters are started, owned. The loop writes it while timers of the
-/// host program read it: it has a lock, in its source.
-JEX_API extern std::unordered_map<uint32_t, CounterReadStruct_t*> countersCallbackMap;
+/// host program read it: it has a lock, in its source. It is never destroyed: these threads use it
+/// until the process has ended.
+JEX_API extern std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap;
 
 // Handlers of one request each, on the loop thread.
 

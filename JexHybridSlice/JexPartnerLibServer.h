@@ -33,8 +33,9 @@ JEX_API extern PartnerMessage* pMessage;  ///< the Partner's message, owned; nul
 JEX_API extern bool moduleInitDone;       ///< the SDK is up; never goes back
 
 /// SliceAgent: process id of a Partner -> socket of its reverse path. Entries stay. The loop writes
-/// it and host threads read it, so every access outside this source goes through findSendSocket.
-JEX_API extern std::unordered_map<int, int> pidSocketMap;
+/// it and host threads read it, so every access outside this source goes through findSendSocket. It
+/// is never destroyed: these threads use it until the process has ended.
+JEX_API extern std::unordered_map<int, int>& pidSocketMap;
 
 /// Text of a status out of the library's own table; "Unknown error" for a status that is not in it.
 const char* statusText(jx_status_t status);
