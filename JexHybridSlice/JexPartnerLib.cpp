@@ -91,7 +91,8 @@ void sendPing() {
 
 // ---- counters ---------------------------------------------------------------------------------
 
-std::unordered_map<uint32_t, CounterHandleStruct*> partnerCounterMap;
+std::unordered_map<uint32_t, CounterHandleStruct*>& partnerCounterMap =
+    *new std::unordered_map<uint32_t, CounterHandleStruct*>;
 
 void sendEnableCounters(jx_rt_target_t target, const char* programName, uint32_t tableId,
                         bool enable) {
@@ -131,8 +132,7 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
   table->tableSizeGet(*jxrt::JxRtSession::fromHandle(session), target, 0, &size);
   const std::string name = CounterShm::blockName(tableId);
   auto* const ptr = CounterShm::segment->construct<unsigned char>(
-      name.c_str())[sizeof(PartnerLib::CounterBlockHeader_t) + size * sizeof(PartnerCounterEntry)](
-      static_cast<unsigned char>(0));
+      name.c_str())[CounterShm::blockBytes(size)](static_cast<unsigned char>(0));
   PARTNER_REQUIRE(ptr != nullptr, "ptr != nullptr", "Cannot allocate block of counters", name);
 
   auto* const counter = new CounterHandleStruct();
@@ -200,9 +200,11 @@ void barrierAnswered(const void* buf, int nbytes) {
   PartnerLib::BarrierReply_t reply = {};
   memcpy(&reply, buf, std::min(static_cast<size_t>(nbytes), sizeof(reply)));
   storeFenced(lastResponse, reply.timestamp);
-  if (loadFenced(requestedTime) == reply.timestamp) {
-    storeFenced(requestedTime, 0);
-  }
+  // A barrier that the application sends meanwhile stays the requested one.
+  uint64_t answered = reply.timestamp;
+  __atomic_compare_exchange_n(&requestedTime, &answered, 0, false, __ATOMIC_SEQ_CST,
+                              __ATOMIC_SEQ_CST);
+  __atomic_thread_fence(__ATOMIC_SEQ_CST);
   const uint64_t delta = getEpochTime() - reply.timestamp;
   const auto q = static_cast<int32_t>(delta / LATENCY_BIN_MS);
   const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(LATENCY_BINS)) - 1;
@@ -254,8 +256,10 @@ namespace {
 
 /// Guards the registry: queues may be created and destroyed by several threads.
 std::mutex queuesMutex;
-/// Names and their queues, owned.
-boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle> PartnerNotificationQueue;
+/// Names and their queues, owned. Never destroyed: an application's threads may go on while exit()
+/// runs.
+boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle>& PartnerNotificationQueue =
+    *new boost::bimaps::bimap<std::string, PartnerNotificationQueueHandle>;
 
 }  // namespace
 

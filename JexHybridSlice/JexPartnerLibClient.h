@@ -29,8 +29,8 @@ struct CounterHandleStruct {
   uint64_t reserved;
 };
 
-/// Started tables by id, owned. Used by the application's one thread for counters.
-extern std::unordered_map<uint32_t, CounterHandleStruct*> partnerCounterMap;
+/// Started tables by id, owned. Used by the application's one thread for counters. Never destroyed.
+extern std::unordered_map<uint32_t, CounterHandleStruct*>& partnerCounterMap;
 
 /// Asks the SliceAgent to start or stop the counters of a table. `programName` points at 256
 /// readable bytes.

@@ -16,7 +16,8 @@
 namespace PartnerLib {
 
 boost::interprocess::managed_shared_memory* CounterShm::segment = nullptr;
-std::unordered_map<uint32_t, CounterReadStruct_t*> countersCallbackMap;
+std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap =
+    *new std::unordered_map<uint32_t, CounterReadStruct_t*>;
 
 namespace {
 
@@ -24,16 +25,19 @@ constexpr uint32_t ALL_PIPES = 0xFFFF;
 
 /// What the service keeps of a record beside it.
 struct SyncState {
-  unsigned uses = 0;     ///< syncs that will still call back with the record; who waits to stop it
+  unsigned uses = 0;  ///< syncs that will still call back with the record; a thread that stops it
   unsigned writing = 0;  ///< threads that copy values into its block
-  std::atomic<bool> disabled{false};
+  std::atomic<bool> stopped{false};
 };
 
 /// Guards the map, the states, and every change of a record's two barriers. Never held across a
 /// call into the SDK or a socket.
 std::mutex countersMutex;
-std::condition_variable writingEnded;
-std::unordered_map<CounterReadStruct_t*, SyncState> syncStates;
+// Threads of the SDK and of the host use the states, and wait for the end of writing, while exit()
+// runs: neither is ever destroyed.
+std::condition_variable& writingEnded = *new std::condition_variable;
+std::unordered_map<CounterReadStruct_t*, SyncState>& syncStates =
+    *new std::unordered_map<CounterReadStruct_t*, SyncState>;
 
 /// With the mutex held. Null if the table's counters are not started.
 CounterReadStruct_t* findRecord(uint32_t tableId) {
@@ -41,7 +45,7 @@ CounterReadStruct_t* findRecord(uint32_t tableId) {
   return found == countersCallbackMap.end() ? nullptr : found->second;
 }
 
-/// The turn of a thread that copies values into a record's block. Stopping the record ends it
+/// The turn of a thread that copies values into a record's block. Stopping the record ends the turn
 /// between two entries, and waits for that.
 class WritingTurn {
  public:
@@ -66,7 +70,7 @@ class WritingTurn {
 
   /// Nothing may be written any more.
   bool stopped() const {
-    return state_ != nullptr && state_->disabled.load(std::memory_order_acquire);
+    return state_ != nullptr && state_->stopped.load(std::memory_order_acquire);
   }
 
  private:
@@ -78,58 +82,41 @@ void answerBarrier(int replySocket, uint64_t timestamp) {
   socketSend(replySocket, &reply, sizeof(reply));
 }
 
-/// With the mutex held: whether the record's table has been stopped.
-bool isStopped(CounterReadStruct_t* rec) {
-  const auto found = syncStates.find(rec);
-  return found != syncStates.end() && found->second.disabled.load(std::memory_order_relaxed);
-}
-
-/// Answers the barrier that waited for the sync that has completed, and lets the one that came
-/// meanwhile wait for the next. Only the SDK's thread empties pendingBarrier.
+/// Answers the barrier that waited for the sync that has completed, and makes the barrier that came
+/// meanwhile the pending one. A record that was stopped is no exception.
 void completeBarrier(CounterReadStruct_t* rec) {
-  const uint64_t answered = __atomic_load_n(&rec->pendingBarrier, __ATOMIC_SEQ_CST);
-  if (answered == 0) {
-    return;
-  }
-  answerBarrier(rec->replySocket, answered);
+  uint64_t answered = 0;
   uint64_t promoted = 0;
-  bool stopped = false;
   {
-    // A barrier that arrives now is either seen here or finds none pending.
+    // Before the reply: no barrier that is sent because the reply came finds this one pending, and
+    // no other completion answers it too.
     const std::lock_guard<std::mutex> lock(countersMutex);
+    answered = rec->pendingBarrier;
+    if (answered == 0) {
+      return;
+    }
     promoted = rec->nextBarrier;
     storeFenced(rec->pendingBarrier, promoted);
     storeFenced(rec->nextBarrier, 0);
-    stopped = isStopped(rec);
   }
-  // A stopped record's is answered by its next sync, or by who frees it. A process that is no
-  // Partner has no socket to itself: there the next sync answers it.
-  if (promoted != 0 && !stopped && pSocket != nullptr) {
+  answerBarrier(rec->replySocket, answered);
+  // A process that is no Partner has no socket to itself: there the next sync answers it.
+  if (promoted != 0 && pSocket != nullptr) {
     sendBarrier(rec->tableId, promoted, rec->pid);
   }
 }
 
-/// One use of a record is over. The last one of a stopped record frees it, and answers the barriers
-/// that are left in it: no sync will.
+/// With the mutex held: one use of a record is over. The last use of a stopped record frees it.
 void endUse(CounterReadStruct_t* rec) {
-  {
-    const std::lock_guard<std::mutex> lock(countersMutex);
-    const auto found = syncStates.find(rec);
-    if (found == syncStates.end() || found->second.uses == 0) {
-      return;
-    }
-    --found->second.uses;
-    if (found->second.uses > 0 || !found->second.disabled.load(std::memory_order_relaxed)) {
-      return;
-    }
+  const auto found = syncStates.find(rec);
+  if (found == syncStates.end() || found->second.uses == 0) {
+    return;
+  }
+  SyncState& state = found->second;
+  --state.uses;
+  if (state.uses == 0 && state.stopped.load(std::memory_order_relaxed)) {
     syncStates.erase(found);
-  }
-  const std::unique_ptr<CounterReadStruct_t> unused(rec);
-  if (unused->pendingBarrier != 0) {
-    answerBarrier(unused->replySocket, unused->pendingBarrier);
-  }
-  if (unused->nextBarrier != 0 && unused->nextBarrier != unused->pendingBarrier) {
-    answerBarrier(unused->replySocket, unused->nextBarrier);
+    delete rec;
   }
 }
 
@@ -150,14 +137,9 @@ void stopCounters(uint32_t tableId, const StopPlace& place) {
   }
   countersCallbackMap.erase(counterKey(tableId));
   SyncState& state = syncStates[rec];
-  state.disabled.store(true, std::memory_order_release);
-  // The sync that writes may complete before this thread is awake: the record is freed by the
-  // later.
-  ++state.uses;
-  while (state.writing > 0) {
-    writingEnded.wait(lock);
-  }
-  lock.unlock();
+  state.stopped.store(true, std::memory_order_release);
+  ++state.uses;  // the sync that writes may complete before this thread is awake
+  writingEnded.wait(lock, [&state] { return state.writing == 0; });
   endUse(rec);
 }
 
@@ -221,9 +203,11 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
     CounterShm::segment = new boost::interprocess::managed_shared_memory(
         boost::interprocess::open_only, CounterShm::NAME);
   }
-  unsigned char* const ptr =
-      CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str()).first;
-  PARTNER_REQUIRE(ptr != nullptr, "ptr", "Cannot find counter for table in SHM");
+  const auto [ptr, bytes] =
+      CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str());
+  // A Partner whose program gives the table fewer entries has made a block that is too short.
+  PARTNER_REQUIRE(ptr != nullptr && bytes >= CounterShm::blockBytes(size), "ptr",
+                  "Cannot find counter for table in SHM");
   rec->block = ptr;
   rec->counters = ptr + sizeof(CounterBlockHeader_t);
 
@@ -372,5 +356,6 @@ extern "C" void counter_sync_callback(jx_rt_target_t* target, void* cookie) {
   static_cast<void>(target);
   auto* rec = static_cast<PartnerLib::CounterReadStruct_t*>(cookie);
   PartnerLib::processCounterRead(rec);
+  const std::lock_guard<std::mutex> lock(PartnerLib::countersMutex);
   PartnerLib::endUse(rec);
 }

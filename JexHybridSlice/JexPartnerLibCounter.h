@@ -9,6 +9,7 @@
 #include <unordered_map>
 
 #include "JexPartnerLib.h"
+#include "JexPartnerLibWire.h"
 
 namespace PartnerLib {
 
@@ -21,10 +22,14 @@ struct CounterShm {
   static constexpr size_t SIZE = 0x8000000;
   static constexpr int PERMISSIONS = 0644;
 
-  /// Null until the process first needs it; never let go again.
+  /// Null until the process first needs it; never released.
   JEX_API static boost::interprocess::managed_shared_memory* segment;
 
   static std::string blockName(uint32_t tableId) { return std::to_string(tableId); }
+  /// Bytes of the block of a table with `entries` entries.
+  static constexpr size_t blockBytes(size_t entries) {
+    return sizeof(CounterBlockHeader_t) + entries * sizeof(PartnerCounterEntry);
+  }
 };
 
 /// SliceAgent: one table whose counters a Partner has started. MSG_COUNTER_READ carries an image of
@@ -51,8 +56,9 @@ struct CounterReadStruct_t {
 inline uint32_t counterKey(uint32_t tableId) { return tableId * 10; }
 
 /// Records of the tables whose counters are started, owned. The loop writes it while timers of the
-/// host program read it: it has a lock, in its source.
-JEX_API extern std::unordered_map<uint32_t, CounterReadStruct_t*> countersCallbackMap;
+/// host program read it: it has a lock, in its source. It is never destroyed: these threads use it
+/// until the process has ended.
+JEX_API extern std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap;
 
 // Handlers of one request each, on the loop thread.
 
@@ -63,8 +69,9 @@ JEX_API void counterReadDeserialize(uint8_t dev, uint32_t sessionArg, const void
 JEX_API void barrierDeserialize(uint8_t dev, uint32_t sessionArg, const void* payload, size_t len,
                                 int replySocket);
 
-/// Starts or stops the counters of one table. A sync that is under way keeps the record alive, but
-/// nothing is written into the table's block once this has returned from stopping.
+/// Starts or stops the counters of one table. After it has stopped them, nothing is written into
+/// the table's block any more. Stopping answers no barrier; a sync that is under way keeps the
+/// record alive, completes, and answers the barrier that waits for it.
 JEX_API void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t tableId,
                              jx_rt_session_hdl* session, int replySocket, int pid, bool enable);
 

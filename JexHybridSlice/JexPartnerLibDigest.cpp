@@ -15,13 +15,16 @@
 
 namespace PartnerLib {
 
-std::unordered_map<uint32_t, DigestNotifyCookieStruct*> digestCallbackMap;
+std::unordered_map<uint32_t, DigestNotifyCookieStruct*>& digestCallbackMap =
+    *new std::unordered_map<uint32_t, DigestNotifyCookieStruct*>;
 
 namespace {
 
-/// The session of all learn callbacks, made when it is first needed and kept.
+/// The session of all learn callbacks, made when it is first needed and never destroyed: the SDK's
+/// learn thread and the loop use it until the process has ended.
 const std::shared_ptr<jxrt::JxRtSession>& learnSession() {
-  static const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
+  static const auto& session =
+      *new std::shared_ptr<jxrt::JxRtSession>(jxrt::JxRtSession::sessionCreate());
   return session;
 }
 

@@ -27,8 +27,9 @@ struct DigestNotifyCookieStruct {
   std::vector<uint32_t> fieldSizes;  ///< bytes in the record, of each
 };
 
-/// Cookies of the armed digests, owned, by notifyKey. The loop's own.
-JEX_API extern std::unordered_map<uint32_t, DigestNotifyCookieStruct*> digestCallbackMap;
+/// Cookies of the armed digests, owned, by notifyKey. The loop's own. Never destroyed: the loop
+/// serves until the process has ended.
+JEX_API extern std::unordered_map<uint32_t, DigestNotifyCookieStruct*>& digestCallbackMap;
 
 /// Handler of MSG_DIGEST_CONFIG, on the loop thread.
 JEX_API void digestDeserialize(uint8_t dev, uint32_t session, const void* payload, uint32_t nbytes,

@@ -12,7 +12,8 @@
 
 namespace PartnerLib {
 
-std::unordered_map<uint32_t, NotifyCookieStruct*> notifyCallbackMap;
+std::unordered_map<uint32_t, NotifyCookieStruct*>& notifyCallbackMap =
+    *new std::unordered_map<uint32_t, NotifyCookieStruct*>;
 
 namespace {
 

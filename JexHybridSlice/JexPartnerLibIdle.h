@@ -19,8 +19,9 @@ struct NotifyCookieStruct {
   uint32_t tableId;
 };
 
-/// Cookies of the armed tables, owned, by notifyKey. The loop's own.
-JEX_API extern std::unordered_map<uint32_t, NotifyCookieStruct*> notifyCallbackMap;
+/// Cookies of the armed tables, owned, by notifyKey. The loop's own. Never destroyed: the loop
+/// serves until the process has ended.
+JEX_API extern std::unordered_map<uint32_t, NotifyCookieStruct*>& notifyCallbackMap;
 
 /// Key of what a Partner has armed: of a table here, of a digest in its own map. Two Partners'
 /// keys can be the same; the second then stops the process.

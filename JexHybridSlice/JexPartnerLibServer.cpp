@@ -29,7 +29,7 @@ int myPid = -1;
 PartnerSocket* pSocket = nullptr;
 PartnerMessage* pMessage = nullptr;
 bool moduleInitDone = false;
-std::unordered_map<int, int> pidSocketMap;
+std::unordered_map<int, int>& pidSocketMap = *new std::unordered_map<int, int>;
 
 namespace {
 

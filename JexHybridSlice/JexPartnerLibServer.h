@@ -33,8 +33,9 @@ JEX_API extern PartnerMessage* pMessage;  ///< the Partner's message, owned; nul
 JEX_API extern bool moduleInitDone;       ///< the SDK is up; never goes back
 
 /// SliceAgent: process id of a Partner -> socket of its reverse path. Entries stay. The loop writes
-/// it and host threads read it, so every access outside this source goes through findSendSocket.
-JEX_API extern std::unordered_map<int, int> pidSocketMap;
+/// it and host threads read it, so every access outside this source goes through findSendSocket. It
+/// is never destroyed: these threads use it until the process has ended.
+JEX_API extern std::unordered_map<int, int>& pidSocketMap;
 
 /// Text of a status out of the library's own table; "Unknown error" for a status that is not in it.
 const char* statusText(jx_status_t status);
@@ -45,9 +46,12 @@ JEX_API std::string jxStatusError(int status);
 /// Milliseconds of the steady clock: a time base for differences, no wall-clock time.
 JEX_API uint64_t getEpochTime();
 
-/// Stores a word that other threads read without a lock, with a full fence behind.
+/// Stores a word that other threads read without a lock, with a full fence behind. A sequentially
+/// consistent store alone is no such fence on every machine: on AArch64 a later load may overtake
+/// it.
 inline void storeFenced(uint64_t& variable, uint64_t value) {
-  __atomic_store_n(&variable, value, __ATOMIC_SEQ_CST);
+  __atomic_store_n(&variable, value, __ATOMIC_RELEASE);
+  __atomic_thread_fence(__ATOMIC_SEQ_CST);
 }
 
 /// PartnerLibStartup. Returns true or stops the process.

@@ -228,7 +228,6 @@ TEST(BarrierAgent, ServesTwoPartnersWithCountersOfTheirOwn) {
   pair.segment.makeBlock(std::to_string(kNoPairs), 0);
   other.send(counterConfig(other.pid(), kNoPairs, 1));
   for (uint64_t i = 1; i <= 200; ++i) {  // 0 would be none
-    pair.becomeIdle();
     pair.sendBarrier(kPairs, i);
     other.send(barrier(other.pid(), kNoPairs, 1000 + i));
     ASSERT_EQ(pair.partner.receive(), barrierReply(i));
@@ -246,7 +245,8 @@ TEST(BarrierAgent, ABarrierAfterTheEndOfTheCountersIsPlain) {
   EXPECT_EQ(pair.agent.ask("waiting"), "0");
 }
 
-TEST(BarrierAgent, TheEndOfTheCountersLeavesNoBarrierOfTheSyncWaiting) {
+// A sync under way is not cancelled: it answers the barrier that waits for it, and only that.
+TEST(BarrierAgent, ASyncUnderWayAnswersItsBarrierAfterTheEndOfTheCounters) {
   StartedAgent pair;
   pair.hold();
   pair.sendBarrier(kPairs, 1);
@@ -255,21 +255,11 @@ TEST(BarrierAgent, TheEndOfTheCountersLeavesNoBarrierOfTheSyncWaiting) {
   pair.fence();
   pair.release();
   EXPECT_EQ(pair.partner.receive(), barrierReply(1));
-  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
   pair.becomeIdle();
   pair.fence();
 }
 
-TEST(BarrierAgent, TheEndOfTheCountersAnswersTheBarrierThatWaitsForTheNextSync) {
-  StartedAgent pair;
-  pair.letBarrierTwoWait();
-  EXPECT_EQ(pair.record(), "2 0");
-  pair.disable(kPairs);
-  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
-  pair.fence();
-}
-
-TEST(BarrierAgent, TheEndOfTheCountersAnswersOnceThoughSeveralSyncsAreUnderWay) {
+TEST(BarrierAgent, SeveralSyncsUnderWayAnswerAfterTheEndOfTheCountersAsBefore) {
   StartedAgent pair;
   pair.hold();
   pair.update();
@@ -285,23 +275,72 @@ TEST(BarrierAgent, TheEndOfTheCountersAnswersOnceThoughSeveralSyncsAreUnderWay) 
   pair.fence();
 }
 
-TEST(BarrierAgent, TheEndOfTheCountersAnswersBothBarriersThatWaitForTheNextSync) {
+// No sync was made for it, so no answer says that there was one.
+TEST(BarrierAgent, TheEndOfTheCountersAnswersNoBarrierThatWaitsForTheNextSync) {
   StartedAgent pair;
   pair.letBarrierTwoWait();
+  EXPECT_EQ(pair.record(), "2 0");
   pair.sendBarrier(kPairs, 3);
   pair.fence();
   EXPECT_EQ(pair.record(), "2 3");
   pair.disable(kPairs);
-  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
-  EXPECT_EQ(pair.partner.receive(), barrierReply(3));
   pair.fence();
+  EXPECT_EQ(pair.record(), "none");
+  pair.update();
+  pair.becomeIdle();
+  pair.fence();
+}
+
+TEST(BarrierAgent, TheEndOfTheCountersOfAPartnerThatHasGoneIsHandled) {
+  StartedAgent pair;
+  pair.segment.makeBlock(std::to_string(kNoPairs), 0);
+  {
+    RawPartner other(kPid + 1);
+    other.registerWithAgent();
+    other.send(counterConfig(other.pid(), kNoPairs, 1));
+    pair.hold();
+    for (const uint64_t name : {1, 2}) other.send(barrier(other.pid(), kNoPairs, name));
+    other.send(barrier(other.pid(), 0, 3));
+    EXPECT_EQ(other.receive(), barrierReply(3));
+    pair.release();
+    EXPECT_EQ(other.receive(), barrierReply(1));
+    pair.becomeIdle();
+  }
+  EXPECT_EQ(pair.agent.ask("record " + std::to_string(kNoPairs)), "2 0");
+  pair.disable(kNoPairs);
+  pair.fence();
+  EXPECT_EQ(pair.agent.ask("record " + std::to_string(kNoPairs)), "none");
+  EXPECT_EQ(pair.agent.standardError(), "");
+}
+
+// Each is sent because the answer to its predecessor has come, and nothing else makes syncs.
+TEST(BarrierAgent, AnswersBarriersThatFollowEachOther) {
+  constexpr uint64_t kBarriers = kSanitized ? 1000 : 10000;
+  StartedAgent pair;
+  for (uint64_t name = 1; name <= kBarriers; ++name) {
+    pair.sendBarrier(kPairs, name);
+    ASSERT_EQ(pair.partner.receive(), barrierReply(name));
+  }
+  pair.fence();
+}
+
+// 0 says that no barrier waits.
+TEST(BarrierAgent, NeverAnswersABarrierForATableThatIsNamedZero) {
+  StartedAgent pair;
+  pair.sendBarrier(kPairs, 0);
+  pair.fence();
+  pair.becomeIdle();
+  pair.update();
+  pair.becomeIdle();
+  pair.fence();
+  pair.sendBarrier(0, 0);
+  EXPECT_EQ(pair.partner.receive(), barrierReply(0)) << "a plain one is answered";
 }
 
 TEST(BarrierAgent, ALateSyncIsStillAnswered) {
   StartedAgent pair(
       Child::Environment{{"JX_MODEL_FAULTS", "jx_rt_table_operations_execute:0:delay=30"}});
   for (uint64_t i = 1; i <= 5; ++i) {
-    pair.becomeIdle();
     pair.sendBarrier(kPairs, i);
     EXPECT_EQ(pair.partner.receive(), barrierReply(i));
   }
@@ -321,6 +360,35 @@ TEST(BarrierAgent, SendsAQueuedBarrierToItselfIfItIsAPartnerToo) {
   pair.update();
   EXPECT_EQ(pair.partner.receive(), barrierReply(3));
   ASSERT_TRUE(waitUntil([&] { return pair.record() == "3 3"; })) << pair.record();
+  pair.fence();
+}
+
+TEST(BarrierAgent, TheEndOfTheCountersAnswersNothingIfItIsAPartnerToo) {
+  StartedAgent pair;
+  ASSERT_EQ(pair.agent.ask("become-partner"), "true") << pair.agent.standardError();
+  pair.hold();
+  for (const uint64_t name : {1, 2}) pair.sendBarrier(kPairs, name);
+  pair.fence();
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  ASSERT_TRUE(waitUntil([&] { return pair.record() == "2 2"; })) << pair.record();
+  pair.disable(kPairs);
+  pair.fence();
+  pair.fence();
+}
+
+// The barrier that the sync sends anew finds no counters, and is answered as a plain one: once.
+TEST(BarrierAgent, AQueuedBarrierOfAStoppedTableIsPlainIfItIsAPartnerToo) {
+  StartedAgent pair;
+  ASSERT_EQ(pair.agent.ask("become-partner"), "true") << pair.agent.standardError();
+  pair.hold();
+  for (const uint64_t name : {1, 2}) pair.sendBarrier(kPairs, name);
+  pair.disable(kPairs);
+  pair.fence();
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  pair.becomeIdle();
   pair.fence();
 }
 

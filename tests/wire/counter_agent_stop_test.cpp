@@ -133,9 +133,21 @@ TEST(CounterAgentStop, OnATableWithoutABlock) {
   expectStop(pair.agent, stopInStart("Cannot find counter for table in SHM", "ptr"));
 }
 
+// A Partner that was given a program whose table is smaller has made it.
+TEST(CounterAgentStop, OnABlockThatIsTooShort) {
+  constexpr size_t kBlock = 12 + 16 * kPairCount;
+  for (const size_t bytes : {kBlock - 1, kBlock - 16, size_t{12}}) {
+    AgentBesideRawPartner pair;
+    pair.segment.makeBytes(kId, bytes);
+    pair.partner.send(counterConfig(kPid, kPairs, 1));
+    expectStop(pair.agent, stopInStart("Cannot find counter for table in SHM", "ptr"));
+    EXPECT_EQ(pair.block(kPairs), Bytes(bytes, 0));
+  }
+}
+
 TEST(CounterAgentStop, OnATableThatCountsNothing) {
   AgentBesideRawPartner pair;
-  pair.enable(kExactDirect, 1);
+  pair.enable(kExactDirect, 4096);
   expectStop(pair.agent, stopInStart("Cannot find index field counter for table"));
 }
 

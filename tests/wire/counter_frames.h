@@ -6,6 +6,7 @@
 #include <string>
 
 #include "support/bytes.h"
+#include "wire/limits_ids.h"
 
 namespace jextest {
 
@@ -35,11 +36,5 @@ inline Bytes barrierReply(uint64_t timestamp) {
   putU64(message, 4, timestamp);
   return message;
 }
-
-/// Ids of tables of program "limits".
-inline constexpr uint32_t kExactDirect = 3 << 16 | 1;
-inline constexpr uint32_t kPairs = 3 << 16 | 10;    // 16 counters
-inline constexpr uint32_t kNoPairs = 3 << 16 | 11;  // none
-inline constexpr size_t kPairCount = 16;
 
 }  // namespace jextest

@@ -47,8 +47,8 @@ CounterSegment CounterSegment::open() {
 
 bool CounterSegment::none() const { return mapping_ == nullptr; }
 
-void CounterSegment::makeBlock(const std::string& name, size_t entries) {
-  EXPECT_NO_THROW(mapping_->memory.construct<unsigned char>(name.c_str())[12 + 16 * entries](0));
+void CounterSegment::makeBytes(const std::string& name, size_t bytes) {
+  EXPECT_NO_THROW(mapping_->memory.construct<unsigned char>(name.c_str())[bytes](0));
 }
 
 void CounterSegment::destroyBlock(const std::string& name) {

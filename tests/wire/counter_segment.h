@@ -25,7 +25,8 @@ class CounterSegment {
 
   bool none() const;
   /// A block for `entries` entries, all zero; the test fails if there is one of this name.
-  void makeBlock(const std::string& name, size_t entries);
+  void makeBlock(const std::string& name, size_t entries) { makeBytes(name, 12 + 16 * entries); }
+  void makeBytes(const std::string& name, size_t bytes);
   void destroyBlock(const std::string& name);
   /// How many blocks there are.
   size_t blocks() const;

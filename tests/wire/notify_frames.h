@@ -6,16 +6,9 @@
 #include <string>
 
 #include "support/bytes.h"
+#include "wire/limits_ids.h"
 
 namespace jextest {
-
-// Ids in programs/limits.json.
-inline constexpr uint32_t kExactDirect = 0x30001;  // does not age
-inline constexpr uint32_t kViaGroups = 0x30006;    // does not age
-inline constexpr uint32_t kAllKinds = 0x30007;     // ages
-inline constexpr uint32_t kAddresses = 0x38001;    // fields of 1, 9, 128 and 128 bits
-inline constexpr uint32_t kAddressesBits = 1 + 9 + 128 + 128;
-inline constexpr uint32_t kAddressesBytes = 1 + 2 + 16 + 16;
 
 inline void putText(Bytes& message, size_t offset, const std::string& text) {
   std::memcpy(message.data() + offset, text.c_str(), text.size() + 1);
