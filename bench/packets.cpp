@@ -127,7 +127,8 @@ void print(const Json& result) {
   const Case one{options.program, options.routes, options.rules};
   if (options.role == "switch") forwarding(one, options.effort);
   if (options.role != "partner") throw std::runtime_error("no role " + options.role);
-  slicePartner(one, scenarioOf(one, Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap").macs()));
+  slicePartner(one,
+               scenarioOf(one, Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap").macs()));
 }
 
 int runBench(int argc, char** argv) {
@@ -139,7 +140,8 @@ int runBench(int argc, char** argv) {
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
   app.add_option("--routes", options.routes, "Routes of the large table")->capture_default_str();
-  app.add_option("--rules", options.rules, "Rule set: acl_1k, acl_10k, fw_1k")->capture_default_str();
+  app.add_option("--rules", options.rules, "Rule set: acl_1k, acl_10k, fw_1k")
+      ->capture_default_str();
   app.add_option("--json", options.json, "File to write the figures to as well");
   app.add_option("--role", options.role, "Part of the measurement that this process is")->group("");
   app.add_option("--program", options.program)->group("");

@@ -59,7 +59,8 @@ Scenario scenarioOf(const Case& one, const std::set<uint64_t>& macs) {
 }
 
 std::vector<Prefix> firstRoutes(size_t count) {
-  std::vector<Prefix> routes = jxpipelinetest::loadPrefixes(std::string(JEX_TEST_DATA) + "/routes/internet.txt");
+  std::vector<Prefix> routes =
+      jxpipelinetest::loadPrefixes(std::string(JEX_TEST_DATA) + "/routes/internet.txt");
   routes.insert(routes.begin(), Prefix{});
   routes.resize(std::min(count, routes.size()));
   return routes;

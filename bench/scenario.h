@@ -37,7 +37,8 @@ struct Scenario {
 /// `macs` are those of the traffic. A router with more routes than there are takes them all.
 Scenario scenarioOf(const Case& one, const std::set<uint64_t>& macs);
 
-/// The default route and the first of the routes that the build makes, `count` in all, or as many as there are.
+/// The default route and the first of the routes that the build makes, `count` in all, or as many
+/// as there are.
 std::vector<jxpipelinetest::Prefix> firstRoutes(size_t count);
 
 /// A delivered program's description.

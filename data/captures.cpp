@@ -254,9 +254,9 @@ Recording plantFloor(uint64_t seed) {
       Bytes data{0x80, 0x20};
       append(&data, wire.noise(40));
       const Mac group = {0x01, 0x0e, 0xcf, 0, 0, static_cast<uint8_t>(i)};
-      recording.add(time, frameOf(i % 2 == 0 ? kBroadcast : group, stations[i].mac, {0xC000},
-                                  0x8892, data),
-                    "other");
+      recording.add(
+          time, frameOf(i % 2 == 0 ? kBroadcast : group, stations[i].mac, {0xC000}, 0x8892, data),
+          "other");
     }
   }
   // The others are heard once.
@@ -331,7 +331,8 @@ Recording peers(uint64_t seed) {
         }
     }
     // Some minutes nothing happens.
-    time += random.chance(4) ? milliseconds(&random, 11'000, 30'000) : milliseconds(&random, 1, 1000);
+    time +=
+        random.chance(4) ? milliseconds(&random, 11'000, 30'000) : milliseconds(&random, 1, 1000);
   }
   // The capture has kept only four bytes of a frame, and half of another.
   const Bytes frame = frameOf(self.mac, router.mac, {}, kIpv4Type, wire.noise(200));
@@ -352,9 +353,8 @@ Recording web(uint64_t seed) {
   for (size_t i = 0; i < servers.size(); ++i) {
     // Pages are opened in ten bursts, with seconds of reading between them.
     if (i % 17 == 0) begin += milliseconds(&random, 11'000, 16'000);
-    const IpVersion version = i % 3 != 2 || i >= 3 * (servers.size() - kIpv4Servers)
-                                  ? IpVersion::k4
-                                  : IpVersion::k6;
+    const IpVersion version =
+        i % 3 != 2 || i >= 3 * (servers.size() - kIpv4Servers) ? IpVersion::k4 : IpVersion::k6;
     wire.connection(begin + milliseconds(&random, 0, 2000), version, stations[0], servers[i], 443,
                     version == IpVersion::k6 ? 4 : 2, 20'000, 30 * kMillisecond);
   }

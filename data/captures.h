@@ -29,8 +29,8 @@ Recording oddMix(uint64_t seed);
 
 /// One line `FILE,KIND,COUNT` for each kind of packet in each capture, after a header.
 std::string kindTable(const std::vector<Capture>& captures);
-/// One line `FILE,NUMBER,REASON` for each packet that is whole but that no switch can forward, after
-/// a header. Numbers count the packets of a file from 1.
+/// One line `FILE,NUMBER,REASON` for each packet that is whole but that no switch can forward,
+/// after a header. Numbers count the packets of a file from 1.
 std::string refusedTable(const std::vector<Capture>& captures);
 
 }  // namespace jexdata

@@ -11,7 +11,7 @@ namespace {
 constexpr uint32_t kRows = 7000;
 constexpr uint32_t kSources = 24;
 constexpr uint32_t kDestinations = 480;
-constexpr uint64_t kBegin = 1'767'225'600;  // Unix seconds
+constexpr uint64_t kFlowsBegin = 1'767'225'600;  // Unix seconds
 
 struct Ends {
   const char* protocol;
@@ -19,7 +19,7 @@ struct Ends {
   uint32_t sport, dport;
 };
 
-std::string textOf(uint32_t address) {
+std::string dottedText(uint32_t address) {
   return std::to_string(address >> 24) + '.' + std::to_string(address >> 16 & 0xFF) + '.' +
          std::to_string(address >> 8 & 0xFF) + '.' + std::to_string(address & 0xFF);
 }
@@ -59,12 +59,11 @@ std::string flowTable(uint64_t seed) {
     const uint32_t bytes = packets * random.between(60, 1400);
     char line[200];
     std::snprintf(line, sizeof line, "%llu.%06llu,%u.%03u,%s,%s,%s,%s,%s,%u,%u\n",
-                  static_cast<unsigned long long>(kBegin + now_us / 1'000'000),
+                  static_cast<unsigned long long>(kFlowsBegin + now_us / 1'000'000),
                   static_cast<unsigned long long>(now_us % 1'000'000), duration_ms / 1000,
-                  duration_ms % 1000, ends.protocol, textOf(ends.src).c_str(),
-                  ported ? std::to_string(ends.sport).c_str() : "", textOf(ends.dst).c_str(),
-                  ported ? std::to_string(ends.dport).c_str() : "", packets,
-                  bytes);
+                  duration_ms % 1000, ends.protocol, dottedText(ends.src).c_str(),
+                  ported ? std::to_string(ends.sport).c_str() : "", dottedText(ends.dst).c_str(),
+                  ported ? std::to_string(ends.dport).c_str() : "", packets, bytes);
     text += line;
   }
   return text;

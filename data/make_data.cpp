@@ -1,4 +1,5 @@
-// make_data: makes the inputs of the demo, the tests and the benches; scripts/make_data.sh calls it.
+// make_data: makes the inputs of the demo, the tests and the benches; scripts/make_data.sh calls
+// it.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

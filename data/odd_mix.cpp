@@ -60,12 +60,12 @@ class OddMix {
 
   void ipv4Oddities() {
     const Bytes datagram = udpDatagram(4000, 4001, wire_.noise(40));
-    ipv4With({0, 0, kUdp, 64, 1, 0, {1, 1, 1, 0}}, datagram);                   // no-operations
-    ipv4With({0, 0, kUdp, 64, 2, 0, {7, 7, 4, 0, 0, 0, 0, 0}}, datagram);       // record route
-    ipv4With({0, 0, kUdp, 64, 3, 0, {131, 7, 8, 192, 0, 2, 1, 0}}, datagram);   // route used up
+    ipv4With({0, 0, kUdp, 64, 1, 0, {1, 1, 1, 0}}, datagram);                  // no-operations
+    ipv4With({0, 0, kUdp, 64, 2, 0, {7, 7, 4, 0, 0, 0, 0, 0}}, datagram);      // record route
+    ipv4With({0, 0, kUdp, 64, 3, 0, {131, 7, 8, 192, 0, 2, 1, 0}}, datagram);  // route used up
     ipv4With({0, 0, kUdp, 1, 4, 0, {}}, datagram);
     ipv4With({0, 0, kUdp, 0, 5, 0, {}}, datagram);
-    ipv4With({0, 0, kUdp, 255, 6, 0x8000, {}}, datagram);                       // reserved flag
+    ipv4With({0, 0, kUdp, 255, 6, 0x8000, {}}, datagram);  // reserved flag
     ipv4With({0, 0, kIcmp, 64, 7, 0, {}}, icmpMessage(11, 0, wire_.noise(32)));
     ipv4With({0, 0, kTcp, 2, 8, 0x4000, {}}, tcpSegment(1, 65535, 1, 1, kAck, wire_.noise(7)));
     wire_.groupReport(next(), from(), 0xE0000116);
@@ -127,7 +127,8 @@ class OddMix {
 
   void otherTypes() {
     const Station& sender = from();
-    // Behind a label of a path there is an IP packet, which a switch of these programs does not see.
+    // Behind a label of a path there is an IP packet, which a switch of these programs does not
+    // see.
     Bytes labelled{0, 0x01, 0x01, 64};
     append(&labelled, ipv4Packet({sender.ipv4, to().ipv4, kUdp, 64, 1, 0, {}},
                                  udpDatagram(1, 2, wire_.noise(10))));

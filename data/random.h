@@ -19,9 +19,7 @@ class Random {
   uint64_t bits() { return engine_(); }
   uint32_t bits32() { return static_cast<uint32_t>(engine_() >> 32); }
   /// 0 to `bound` - 1; `bound` is at least 1.
-  uint32_t below(uint32_t bound) {
-    return static_cast<uint32_t>((engine_() >> 32) * bound >> 32);
-  }
+  uint32_t below(uint32_t bound) { return static_cast<uint32_t>((engine_() >> 32) * bound >> 32); }
   /// `low` to `high`, both included; their distance fits 32 bits less one.
   uint32_t between(uint32_t low, uint32_t high) { return low + below(high - low + 1); }
   /// True with a chance of `per_mille` in 1000.

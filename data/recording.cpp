@@ -6,7 +6,7 @@
 namespace jexdata {
 namespace {
 
-constexpr int64_t kBegin = 1'767'225'600'000'000'000;
+constexpr int64_t kCaptureBegin = 1'767'225'600'000'000'000;
 constexpr uint32_t kEthernetLink = 1;
 constexpr uint32_t kSnapLength = 262144;
 
@@ -87,7 +87,7 @@ std::string pcapngFile(const std::vector<Recording::Packet>& packets) {
 
 void Recording::add(int64_t time_ns, Bytes frame, const std::string& kind) {
   const auto size = static_cast<uint32_t>(frame.size());
-  packets_.push_back({kBegin + time_ns, std::move(frame), size, kind, false});
+  packets_.push_back({kCaptureBegin + time_ns, std::move(frame), size, kind, false});
 }
 
 void Recording::addRefused(int64_t time_ns, Bytes frame, const std::string& reason) {

@@ -20,27 +20,25 @@ struct Quota {
 };
 
 constexpr Quota kIpv4[] = {
-    {8, 16, 16},          {9, 13, 12},          {10, 38, 30},         {11, 103, 80},
-    {12, 299, 230},       {13, 581, 420},       {14, 1203, 820},      {15, 2100, 1300},
-    {16, 13490, 9500},    {17, 8235, 4300},     {18, 13798, 6600},    {19, 24870, 11500},
-    {20, 42611, 19500},   {21, 50750, 22500},   {22, 108623, 52000},  {23, 96510, 40000},
-    {24, 537698, 275822}, {25, 20, 0},          {26, 3, 0},           {27, 11, 0},
-    {28, 18, 0},          {29, 17, 0},          {30, 3, 0},           {31, 3, 0},
+    {8, 16, 16},          {9, 13, 12},        {10, 38, 30},        {11, 103, 80},
+    {12, 299, 230},       {13, 581, 420},     {14, 1203, 820},     {15, 2100, 1300},
+    {16, 13490, 9500},    {17, 8235, 4300},   {18, 13798, 6600},   {19, 24870, 11500},
+    {20, 42611, 19500},   {21, 50750, 22500}, {22, 108623, 52000}, {23, 96510, 40000},
+    {24, 537698, 275822}, {25, 20, 0},        {26, 3, 0},          {27, 11, 0},
+    {28, 18, 0},          {29, 17, 0},        {30, 3, 0},          {31, 3, 0},
     {32, 886, 60},
 };
 constexpr uint32_t kMostCoveringIpv4 = 8;
 
 constexpr Quota kIpv6[] = {
-    {16, 1, 1},          {19, 2, 2},          {20, 14, 14},        {21, 5, 5},
-    {22, 9, 9},          {23, 12, 12},        {24, 40, 36},        {25, 8, 6},
-    {26, 21, 18},        {27, 24, 20},        {28, 180, 160},      {29, 4371, 4000},
-    {30, 1150, 900},     {31, 560, 400},      {32, 22548, 19000},  {33, 3300, 800},
-    {34, 2400, 600},     {35, 1250, 300},     {36, 5996, 1500},    {37, 860, 200},
-    {38, 1350, 400},     {39, 820, 200},      {40, 13418, 5400},   {41, 640, 100},
-    {42, 1900, 500},     {43, 880, 200},      {44, 14365, 6500},   {45, 1010, 200},
-    {46, 3250, 1200},    {47, 3903, 1300},    {48, 75488, 36000},  {49, 4, 0},
-    {52, 12, 0},         {56, 140, 0},        {60, 20, 0},         {63, 2, 0},
-    {64, 184, 0},        {127, 4, 0},         {128, 6, 0},
+    {16, 1, 1},         {19, 2, 2},        {20, 14, 14},      {21, 5, 5},       {22, 9, 9},
+    {23, 12, 12},       {24, 40, 36},      {25, 8, 6},        {26, 21, 18},     {27, 24, 20},
+    {28, 180, 160},     {29, 4371, 4000},  {30, 1150, 900},   {31, 560, 400},   {32, 22548, 19000},
+    {33, 3300, 800},    {34, 2400, 600},   {35, 1250, 300},   {36, 5996, 1500}, {37, 860, 200},
+    {38, 1350, 400},    {39, 820, 200},    {40, 13418, 5400}, {41, 640, 100},   {42, 1900, 500},
+    {43, 880, 200},     {44, 14365, 6500}, {45, 1010, 200},   {46, 3250, 1200}, {47, 3903, 1300},
+    {48, 75488, 36000}, {49, 4, 0},        {52, 12, 0},       {56, 140, 0},     {60, 20, 0},
+    {63, 2, 0},         {64, 184, 0},      {127, 4, 0},       {128, 6, 0},
 };
 constexpr uint32_t kMostCoveringIpv6 = 6;
 
@@ -56,7 +54,7 @@ static_assert(sumOf(kIpv6, &Quota::prefixes) == 160'147);
 
 // ---- the two families
 
-struct Ipv4 {
+struct Ipv4Family {
   using Address = uint32_t;
   static constexpr unsigned kBits = 32;
 
@@ -105,7 +103,7 @@ struct Ipv4 {
   };
 };
 
-struct Ipv6 {
+struct Ipv6Family {
   struct Address {
     uint64_t high = 0, low = 0;
     bool operator==(const Address& other) const { return high == other.high && low == other.low; }
@@ -166,7 +164,7 @@ struct Ipv6 {
 
 /// Hexadecimal groups without leading zeros; the first of the longest runs of two or more zero
 /// groups is written as "::".
-std::string Ipv6::text(const Address& address) {
+std::string Ipv6Family::text(const Address& address) {
   std::array<uint32_t, 8> groups{};
   for (unsigned i = 0; i < 4; ++i) {
     groups[i] = static_cast<uint32_t>(address.high >> (48 - 16 * i) & 0xFFFF);
@@ -296,9 +294,9 @@ class Table {
 }  // namespace
 
 std::string internetRoutes(uint64_t seed) {
-  Table<Ipv4> ipv4(seed, "routes/ipv4", kMostCoveringIpv4);
+  Table<Ipv4Family> ipv4(seed, "routes/ipv4", kMostCoveringIpv4);
   for (const Quota& quota : kIpv4) ipv4.add(quota);
-  Table<Ipv6> ipv6(seed, "routes/ipv6", kMostCoveringIpv6);
+  Table<Ipv6Family> ipv6(seed, "routes/ipv6", kMostCoveringIpv6);
   for (const Quota& quota : kIpv6) ipv6.add(quota);
   return ipv4.text() + ipv6.text();
 }

@@ -12,9 +12,10 @@
 namespace jexdata {
 namespace {
 
-constexpr uint8_t kTcp = 6;
+constexpr uint8_t kTcpProtocol = 6;
 
-struct Prefix {
+/// An address prefix.
+struct Block {
   uint32_t address = 0;
   uint32_t length = 0;
 };
@@ -25,7 +26,7 @@ struct Ports {
 };
 
 struct Rule {
-  Prefix src, dst;
+  Block src, dst;
   Ports sport, dport;
   uint32_t protocol = 0, protocol_mask = 0;
   uint32_t flags = 0, flags_mask = 0;
@@ -59,7 +60,7 @@ class Rules {
       sites_.push_back(inside({first << 24, 8}, length));
     }
     for (uint32_t i = 0; i < sites * 8; ++i) {
-      const Prefix& site = any(sites_);
+      const Block& site = any(sites_);
       networks_.push_back(inside(site, random_.between(20, 28)));
     }
   }
@@ -75,17 +76,17 @@ class Rules {
   }
 
  private:
-  const Prefix& any(const std::vector<Prefix>& prefixes) {
+  const Block& any(const std::vector<Block>& prefixes) {
     return prefixes[random_.below(static_cast<uint32_t>(prefixes.size()))];
   }
 
-  Prefix inside(const Prefix& around, uint32_t length) {
+  Block inside(const Block& around, uint32_t length) {
     const uint32_t free = ~uint32_t{0} >> around.length;
     const uint32_t mask = ~uint32_t{0} << (32 - length);
     return {(around.address | (random_.bits32() & free)) & mask, length};
   }
 
-  Prefix address(uint32_t open_per_mille) {
+  Block address(uint32_t open_per_mille) {
     if (random_.chance(open_per_mille)) return {};
     switch (random_.below(8)) {
       case 0:
@@ -95,7 +96,7 @@ class Rules {
       case 3:
         return any(networks_);
       default: {
-        const Prefix& network = any(networks_);
+        const Block& network = any(networks_);
         return inside(network, random_.chance(700) ? 32 : random_.between(network.length, 32));
       }
     }
@@ -104,9 +105,8 @@ class Rules {
   Ports service() {
     constexpr uint16_t kServices[] = {20,  21,  22,  25,  53,   67,   80,   110,  123,  143, 161,
                                       179, 389, 443, 445, 1433, 1521, 3306, 3389, 5060, 8080};
-    const uint16_t port = random_.chance(800)
-                              ? kServices[random_.below(std::size(kServices))]
-                              : static_cast<uint16_t>(random_.between(1024, 65535));
+    const uint16_t port = random_.chance(800) ? kServices[random_.below(std::size(kServices))]
+                                              : static_cast<uint16_t>(random_.between(1024, 65535));
     return {port, port};
   }
 
@@ -140,15 +140,15 @@ class Rules {
       if (random_.chance(300)) drawPorts(&rule);
       return rule;
     }
-    constexpr uint8_t kProtocols[] = {kTcp, kTcp, kTcp, 17, 17, 1, 47, 50};
+    constexpr uint8_t kProtocols[] = {kTcpProtocol, kTcpProtocol, kTcpProtocol, 17, 17, 1, 47, 50};
     rule.protocol = kProtocols[random_.below(std::size(kProtocols))];
     rule.protocol_mask = 0xFF;
     if (random_.chance(20)) {  // a group of protocols
       rule.protocol_mask = 0xFFU << random_.between(1, 4) & 0xFF;
       rule.protocol &= rule.protocol_mask;
     }
-    if (rule.protocol == kTcp || rule.protocol == 17) drawPorts(&rule);
-    if (rule.protocol == kTcp && random_.chance(access ? 170 : 400)) drawFlags(&rule);
+    if (rule.protocol == kTcpProtocol || rule.protocol == 17) drawPorts(&rule);
+    if (rule.protocol == kTcpProtocol && random_.chance(access ? 170 : 400)) drawFlags(&rule);
     return rule;
   }
 
@@ -180,20 +180,20 @@ class Rules {
 
   Random random_;
   const RuleKind kind_;
-  std::vector<Prefix> sites_;
-  std::vector<Prefix> networks_;
+  std::vector<Block> sites_;
+  std::vector<Block> networks_;
 };
 
 std::string lineOf(const Rule& rule) {
   char line[160];
   std::snprintf(line, sizeof line,
                 "@%u.%u.%u.%u/%u\t%u.%u.%u.%u/%u\t%u : %u\t%u : %u\t0x%02X/0x%02X\t0x%04X/0x%04X\n",
-                rule.src.address >> 24, rule.src.address >> 16 & 0xFF,
-                rule.src.address >> 8 & 0xFF, rule.src.address & 0xFF, rule.src.length,
-                rule.dst.address >> 24, rule.dst.address >> 16 & 0xFF,
-                rule.dst.address >> 8 & 0xFF, rule.dst.address & 0xFF, rule.dst.length,
-                rule.sport.low, rule.sport.high, rule.dport.low, rule.dport.high, rule.protocol,
-                rule.protocol_mask, rule.flags, rule.flags_mask);
+                rule.src.address >> 24, rule.src.address >> 16 & 0xFF, rule.src.address >> 8 & 0xFF,
+                rule.src.address & 0xFF, rule.src.length, rule.dst.address >> 24,
+                rule.dst.address >> 16 & 0xFF, rule.dst.address >> 8 & 0xFF,
+                rule.dst.address & 0xFF, rule.dst.length, rule.sport.low, rule.sport.high,
+                rule.dport.low, rule.dport.high, rule.protocol, rule.protocol_mask, rule.flags,
+                rule.flags_mask);
   return line;
 }
 

@@ -222,8 +222,8 @@ void Wire::mdns(int64_t time, IpVersion version, const Station& from, const std:
     query.insert(query.end(), label.begin(), label.end());
   }
   append(&query, {0, 0, 255, 0, 1});
-  const Station group = version == IpVersion::k4 ? groupOf(0xE00000FB)
-                                                 : groupOf(ipv6Of(0xff02000000000000, 0xfb));
+  const Station group =
+      version == IpVersion::k4 ? groupOf(0xE00000FB) : groupOf(ipv6Of(0xff02000000000000, 0xfb));
   udp(time, version, from, group, 5353, 5353, query, 255);
 }
 

@@ -69,8 +69,8 @@ class Wire {
   void mdns(int64_t time, IpVersion version, const Station& from, const std::string& name);
   void lldp(int64_t time, const Station& from, const std::string& name);
 
-  /// A whole TCP connection: opened, `rounds` requests with answers of up to `answer` bytes, closed.
-  /// The next frame follows after `gap` at most. Returns when it ends.
+  /// A whole TCP connection: opened, `rounds` requests with answers of up to `answer` bytes,
+  /// closed. The next frame follows after `gap` at most. Returns when it ends.
   int64_t connection(int64_t time, IpVersion version, const Station& client, const Station& server,
                      uint16_t dport, int rounds, uint32_t answer, int64_t gap);
 

@@ -20,8 +20,8 @@ struct CaptureFrame : Frame {
   bool taken = true;  // false: cut by the capture, or such that no switch can forward it
 };
 
-/// Numbers, from 1 on, of the whole frames of a capture that are truncated or contradict themselves.
-/// Who made a capture has written them down; a real one has none.
+/// Numbers, from 1 on, of the whole frames of a capture that are truncated or contradict
+/// themselves. Who made a capture has written them down; a real one has none.
 inline std::set<size_t> refusedIn(const std::string& path) {
   const std::filesystem::path capture = path;
   std::ifstream table(capture.parent_path().parent_path() / "pcap-facts" / "refused.csv");

@@ -147,9 +147,9 @@ class CountersTest : public jextest::OverCaptures {
   std::unique_ptr<ShellProcess> partner_;
   /// Whole frames of the capture that a switch must refuse.
   uint64_t refusedInCapture() const {
-    return static_cast<uint64_t>(std::count_if(
-        frames_.begin(), frames_.end(),
-        [](const CaptureFrame& frame) { return !frame.taken && !frame.isCut(); }));
+    return static_cast<uint64_t>(
+        std::count_if(frames_.begin(), frames_.end(),
+                      [](const CaptureFrame& frame) { return !frame.taken && !frame.isCut(); }));
   }
   void countPorts(const std::string& input);
   void countRoutesAndRules(const std::string& input);

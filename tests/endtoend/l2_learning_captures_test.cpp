@@ -25,10 +25,10 @@
 
 namespace {
 
+using jextest::CaptureFrame;
 using jextest::Child;
 using jextest::directions;
 using jextest::framesOf;
-using jextest::CaptureFrame;
 using jextest::kLongAge;
 using jextest::Learner;
 using jextest::portOf;

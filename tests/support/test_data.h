@@ -1,7 +1,7 @@
-// The files that tests read: those that the build makes (JEX_TEST_DATA), and real ones of the folder
-// that the environment variable JEX_REAL_DATA names. A test takes them as parameters: a name for each
-// file that is made, and kReal for all real ones, so that the tests are the same everywhere; without
-// JEX_REAL_DATA those of kReal are skipped.
+// The files that tests read: those that the build makes (JEX_TEST_DATA), and real ones of the
+// folder that the environment variable JEX_REAL_DATA names. A test takes them as parameters: a name
+// for each file that is made, and kReal for all real ones, so that the tests are the same
+// everywhere; without JEX_REAL_DATA those of kReal are skipped.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -39,12 +39,11 @@ struct Found {
 
 std::vector<Found> parsedPackets(const std::string& file) {
   std::vector<Found> found;
-  const auto error =
-      forEachPacket(file, [&](const std::vector<uint8_t>& frame, size_t wire_size) {
-        Headers headers;
-        const auto status = parse(frame.data(), frame.size(), wire_size, &headers);
-        found.push_back({status == ParseStatus::kOk ? kindOf(headers) : reasonOf(status), status});
-      });
+  const auto error = forEachPacket(file, [&](const std::vector<uint8_t>& frame, size_t wire_size) {
+    Headers headers;
+    const auto status = parse(frame.data(), frame.size(), wire_size, &headers);
+    found.push_back({status == ParseStatus::kOk ? kindOf(headers) : reasonOf(status), status});
+  });
   EXPECT_EQ(error, "");
   return found;
 }
@@ -154,7 +153,8 @@ std::string kindOf(const std::string& protocols, const std::string& arp_protocol
 std::vector<std::string> dissectedPackets(const std::string& file) {
   const std::string command =
       "tshark -n -o ip.defragment:FALSE -o ipv6.defragment:FALSE -T fields -E separator='|' "
-      "-e frame.protocols -e arp.proto.type -r '" + file + "' 2>/dev/null";
+      "-e frame.protocols -e arp.proto.type -r '" +
+      file + "' 2>/dev/null";
   std::vector<std::string> kinds;
   FILE* const output = popen(command.c_str(), "r");
   if (output == nullptr) return kinds;

@@ -92,7 +92,8 @@ int main(int argc, char** argv) {
   }
   const char* const real = std::getenv("JEX_REAL_DATA");
   if (argc == 1 && (real == nullptr || *real == '\0')) {
-    std::fprintf(stderr, "packet_replay: JEX_REAL_DATA is not set: it names the folder of real data\n");
+    std::fprintf(stderr,
+                 "packet_replay: JEX_REAL_DATA is not set: it names the folder of real data\n");
     return 77;
   }
   const std::string folder = argc == 2 ? argv[1] : std::string(real) + "/pcap";
