@@ -208,7 +208,7 @@ void serve(const Case& one, const jxrt::JxRtSession& session) {
 void forwarding(const Case& one, const Effort& effort) {
   signal(SIGPIPE, SIG_IGN);
   CpuForPackets::keepClear();  // before there are threads
-  Traffic captures = Traffic::captures(std::string(JEX_DATA_DIR) + "/pcap");
+  Traffic captures = Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap");
   const Scenario scenario = scenarioOf(one, captures.macs());
   const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
   serve(one, *session);

@@ -25,7 +25,7 @@ using Json = nlohmann::ordered_json;
 struct Options {
   Effort effort;
   size_t routes = 900'000;
-  std::string rules = "acl1_1k";
+  std::string rules = "acl_1k";
   std::string json;
   std::string role;
   std::string program;
@@ -50,7 +50,7 @@ void addCases(const Options& options, const Case& one, Json* cases) {
 }
 
 Json measureAll(const Options& options) {
-  const Traffic captures = Traffic::captures(std::string(JEX_DATA_DIR) + "/pcap");
+  const Traffic captures = Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap");
   Json cases = Json::array();
   addCases(options, {"l2_switch", 0, ""}, &cases);
   for (const size_t routes : {size_t{10}, options.routes}) {
@@ -67,7 +67,7 @@ Json measureAll(const Options& options) {
       {"method",
        "How: one thread runs packets from memory through parser, tables and actions of a slice\n"
        "agent's device, and is measured by its CPU clock; nothing is received or sent.\n"
-       "captures: all files of data/pcap, one behind the other. all routes: addresses drawn\n"
+       "captures: all that the build makes, one behind the other. all routes: addresses drawn\n"
        "from all routes, so that caches help little. Updates withdraw and announce again\n"
        "entries of the table (ipv4_lpm, dmac) that packets are looked up in. thread: a thread\n"
        "of the process processes them as placement operations. partner: another process writes\n"
@@ -127,7 +127,8 @@ void print(const Json& result) {
   const Case one{options.program, options.routes, options.rules};
   if (options.role == "switch") forwarding(one, options.effort);
   if (options.role != "partner") throw std::runtime_error("no role " + options.role);
-  slicePartner(one, scenarioOf(one, Traffic::captures(std::string(JEX_DATA_DIR) + "/pcap").macs()));
+  slicePartner(one,
+               scenarioOf(one, Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap").macs()));
 }
 
 int runBench(int argc, char** argv) {
@@ -139,7 +140,8 @@ int runBench(int argc, char** argv) {
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
   app.add_option("--routes", options.routes, "Routes of the large table")->capture_default_str();
-  app.add_option("--rules", options.rules, "Rule set of data/acl")->capture_default_str();
+  app.add_option("--rules", options.rules, "Rule set: acl_1k, acl_10k, fw_1k")
+      ->capture_default_str();
   app.add_option("--json", options.json, "File to write the figures to as well");
   app.add_option("--role", options.role, "Part of the measurement that this process is")->group("");
   app.add_option("--program", options.program)->group("");

@@ -29,7 +29,7 @@ constexpr size_t kMessageHead = 76;
 struct Options {
   std::string role;
   std::string program = "programs/router.json";
-  std::string routes = "data/routes/internet-v4v6-prefixes.txt.gz";
+  std::string routes = JEX_TEST_DATA "/routes/internet.txt";
   std::string json;
   uint64_t adds = 400000;
   int rounds = 7;

@@ -24,6 +24,10 @@ std::vector<Rule> distinct(const std::vector<Rule>& rules) {
   return kept;
 }
 
+std::vector<Rule> loadedRules(const std::string& set) {
+  return jxpipelinetest::loadRules(std::string(JEX_TEST_DATA) + "/rules/" + set + ".txt");
+}
+
 Scenario switchOf(const std::set<uint64_t>& macs) {
   Scenario scenario;
   scenario.tables = "l2_switch, " + std::to_string(macs.size()) + " addresses";
@@ -36,7 +40,7 @@ Scenario routerOf(const Case& one) {
   Scenario scenario;
   scenario.churned = "ipv4_lpm";
   scenario.routes = firstRoutes(one.routes);
-  if (!one.rules.empty()) scenario.rules = distinct(jxpipelinetest::loadRules(one.rules));
+  if (!one.rules.empty()) scenario.rules = distinct(loadedRules(one.rules));
   scenario.tables = "router, " + std::to_string(scenario.routes.size()) + " routes, " +
                     std::to_string(scenario.rules.size()) + " rules";
   return scenario;
@@ -55,7 +59,8 @@ Scenario scenarioOf(const Case& one, const std::set<uint64_t>& macs) {
 }
 
 std::vector<Prefix> firstRoutes(size_t count) {
-  std::vector<Prefix> routes = jxpipelinetest::loadPrefixes();
+  std::vector<Prefix> routes =
+      jxpipelinetest::loadPrefixes(std::string(JEX_TEST_DATA) + "/routes/internet.txt");
   routes.insert(routes.begin(), Prefix{});
   routes.resize(std::min(count, routes.size()));
   return routes;

@@ -17,7 +17,7 @@ inline constexpr uint32_t kNextHops = 64;
 struct Case {
   std::string program;  ///< "l2_switch" or "router"
   size_t routes = 0;    ///< of a router, the default route included
-  std::string rules;    ///< of a router: a rule set of data/acl, empty for none
+  std::string rules;    ///< of a router: "acl_1k", a rule set that the build makes; empty for none
 
   std::vector<std::string> arguments() const;
 };
@@ -37,7 +37,8 @@ struct Scenario {
 /// `macs` are those of the traffic. A router with more routes than there are takes them all.
 Scenario scenarioOf(const Case& one, const std::set<uint64_t>& macs);
 
-/// The default route and the first of data/routes, `count` in all, or as many as there are.
+/// The default route and the first of the routes that the build makes, `count` in all, or as many
+/// as there are.
 std::vector<jxpipelinetest::Prefix> firstRoutes(size_t count);
 
 /// A delivered program's description.

@@ -8,12 +8,13 @@ import select
 import subprocess
 import sys
 import time
+import zlib
 
 import compare_dumps
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PROGRAM = os.path.join(ROOT, "programs", "router.json")
-ROUTES = os.path.join(ROOT, "data", "routes", "internet-v4v6-prefixes.txt.gz")
+ROUTES = os.path.join(ROOT, "build", "data", "routes", "internet.txt")  # see scripts/make_data.sh
 START_DEADLINE = 60  # seconds
 COMMAND_DEADLINE = 600
 CATCH_UP_DEADLINE = 300
@@ -222,20 +223,35 @@ def churn_commands(prefixes):
     yield f"add acl l4.dport=22 -> deny priority={RULES + 6000}"
 
 
-def read_routes(limit):
+def routes_in(path):
+    """The prefixes of a plain or gzip file; empty lines and comments are none."""
+    with open(path, "rb") as file:
+        packed = file.read(2) == b"\x1f\x8b"
+    with (gzip.open if packed else open)(path, "rt", encoding="utf-8") as lines:
+        for line in lines:
+            line = line.strip()
+            if line and not line.startswith("#"):
+                yield line
+
+
+def read_routes(path, limit):
     """Table -> how many routes of the file go there; and every 1000th of them, as the key of a
     command."""
     counts = {"ipv4_lpm": 0, "ipv6_lpm": 0}
     sample = []
-    with gzip.open(ROUTES, "rt") as lines:
-        for line in lines:
+    try:
+        for line in routes_in(path):
             family = "ipv6" if ":" in line else "ipv4"
             table = f"{family}_lpm"
             if limit and counts[table] == limit:
                 continue
             counts[table] += 1
             if counts[table] % 1000 == 1:
-                sample.append(f"{table} {family}.dst={line.strip()}")
+                sample.append(f"{table} {family}.dst={line}")
+    except (OSError, EOFError, UnicodeDecodeError, zlib.error) as error:
+        raise DemoError(f"cannot read routes from {path}: {error}") from error
+    if not sum(counts.values()):
+        raise DemoError(f"{path} has no routes: it needs one PREFIX/LENGTH per line")
     return counts, sample
 
 
@@ -263,7 +279,9 @@ class Demo:
         print("partner-shell: ready")
         self.step("next hops, groups", list(forwarding_commands()))
         self.step("access rules", list(acl_commands()))
-        counts, sample = read_routes(self.options.limit)
+        counts, sample = read_routes(self.options.routes, self.options.limit)
+        print(f"routes: {counts['ipv4_lpm']:,} IPv4 and {counts['ipv6_lpm']:,} IPv6 prefixes of "
+              f"{self.options.routes_name or os.path.relpath(self.options.routes)}")
         self.load("IPv4 routes", "ipv4_lpm", counts["ipv4_lpm"])
         self.load("IPv6 routes", "ipv6_lpm", counts["ipv6_lpm"])
         self.step("changes", list(churn_commands(sample)))
@@ -306,7 +324,7 @@ class Demo:
                 self.progress.show(f"{what}: the physical device holds {count}")
 
         began = time.monotonic()
-        result = self.partner.do(f"load-routes {table} {ROUTES} {limit}{targets}", show)
+        result = self.partner.do(f"load-routes {table} {self.options.routes} {limit}{targets}", show)
         if result["loaded"] != routes:
             raise DemoError(f"{result['loaded']} routes were loaded, the file has {routes}")
         self.rows.append((what, routes, self.await_same_counts(began)))
@@ -348,6 +366,9 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--bin", required=True, help="where the programs are")
     parser.add_argument("--out", required=True, help="where logs and dumps go")
+    parser.add_argument("--routes", default=ROUTES, help="file of routes (%(default)s)")
+    parser.add_argument("--routes-name", help="what the file is called in messages; left out: as it "
+                        "is")
     parser.add_argument("--limit", type=int, default=0, help="routes of each family; 0: all")
     options = parser.parse_args()
     os.makedirs(options.out, exist_ok=True)

@@ -3,7 +3,7 @@
 # over, a partner that changes its tables, starts and stops counters, sends barriers and learns
 # addresses; captures that come in; switchctl, slice-counters and a scraper that look.
 #
-#   scripts/soak.sh [--minutes N] [--seed S] [--build-dir DIR] [--no-build] [MORE...]
+#   scripts/soak.sh [--minutes N] [--seed S] [--build-dir DIR] [--no-build] [--data DIR] [MORE...]
 #   scripts/soak.sh --together [--minutes N] [--build-dir DIR] [--no-build]
 #
 # The second form runs all that can come to wait for each other, as fast as it goes, and nothing else:
@@ -15,7 +15,9 @@
 # descriptors or threads of a process grow beyond their bounds after the warm-up, and when the
 # agent's tables or counters are not the partner's. N is 30 if left out and may be a fraction; the
 # seed, which makes all random choices, is printed. MORE are the options of scripts/soak_run.py,
-# which lists them with --help: the bounds, the warm-up, the program that packets run through.
+# which lists them with --help: the bounds, the warm-up, the program that packets run through. Routes
+# and captures are those of --data (scripts/make_data.sh makes them); left out: of build/data, where
+# they are made if they are missing.
 #
 # The agent's memory rises by some MiB over ten minutes and then stays: free pieces in the heaps that
 # the C library keeps for each thread. Smaller leaks are seen with one heap for all threads:
@@ -30,12 +32,14 @@ usage() {
 build_dir=$PWD/build/release
 build=yes
 together=no
+data=
 run_args=()
 while [[ $# -gt 0 ]]; do
   case $1 in
     --build-dir) build_dir=$(readlink -m "$2"); shift 2 ;;
     --no-build) build=no; shift ;;
     --together) together=yes; shift ;;
+    --data) data=$(readlink -m "$2"); shift 2 ;;
     --help) usage; exit 0 ;;
     *) run_args+=("$1"); shift ;;
   esac
@@ -51,7 +55,7 @@ if [[ $build == yes ]]; then
   if [[ $together == yes ]]; then
     cmake --build "$build_dir" --target together_test
   else
-    cmake --build "$build_dir" --target slice-agent partner-shell switchctl slice-counters
+    cmake --build "$build_dir" --target slice-agent partner-shell switchctl slice-counters make_data
   fi
 fi
 
@@ -69,6 +73,12 @@ if [[ $together == yes ]]; then
   export JEX_TOGETHER_SECONDS
   exec "$build_dir/bin/together_test"
 fi
+if [[ -z $data ]]; then
+  data=$PWD/build/data
+  if [[ ! -f $data/routes/internet.txt || ! -f $data/pcap/odd-mix.pcap ]]; then
+    scripts/make_data.sh --build-dir "$build_dir" routes pcap
+  fi
+fi
 
 exec scripts/in-private-namespaces --keep "$build_dir" python3 scripts/soak_run.py \
-  --bin "$build_dir/bin" --out "$build_dir/soak" "${run_args[@]}"
+  --bin "$build_dir/bin" --out "$build_dir/soak" --data "$data" "${run_args[@]}"

@@ -146,7 +146,7 @@ class Soak:
 
     def start(self):
         ports = [word for port in soak_work.PORTS
-                 for word in ("--port", f"{port}=pcap:{soak_work.SMALL_CAPTURE}")]
+                 for word in ("--port", f"{port}=pcap:{soak_work.small_capture(self.options.data)}")]
         self.agent = self.process("slice-agent", *self.programs, *ports, "--counter-update-ms",
                                   "500", "--heartbeat-ms", "1000")
         print(self.agent.await_ready())
@@ -166,11 +166,11 @@ class Soak:
         sampler.start()
         seeds = {part: self.rng.randrange(1 << 32) for part in PAUSE}
         work = soak_work.PartnerWork(self.partner, random.Random(seeds["partner"]),
-                                     self.options.out, self.compare_all)
+                                     self.options, self.compare_all)
         parts = {"partner": work,
                  "packets": soak_work.PacketWork(self.devices["packets"],
                                                  random.Random(seeds["packets"]),
-                                                 self.options.out),
+                                                 self.options),
                  "onlooker": soak_work.LookingOn(self.options, self.devices["onlooker"],
                                                  random.Random(seeds["onlooker"]),
                                                  self.programs)}
@@ -373,6 +373,8 @@ def parsed_options():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--bin", required=True, help="where the programs are")
     parser.add_argument("--out", required=True, help="where logs and dumps go")
+    parser.add_argument("--data", default=soak_work.DATA,
+                        help="where routes and captures are (%(default)s)")
     parser.add_argument("--minutes", type=float, default=30, help="how long (%(default)s)")
     parser.add_argument("--seed", type=int, help="of all random choices; left out: any")
     parser.add_argument("--packets-through", choices=sorted(soak_work.PROGRAMS),

@@ -2,7 +2,6 @@
 part, each in a thread of its own. See scripts/soak.sh."""
 import collections
 import contextlib
-import gzip
 import json
 import os
 import signal
@@ -15,10 +14,8 @@ from demo_run import DemoError, mac, words
 ROOT = demo_run.ROOT
 PROGRAMS = {name: os.path.join(ROOT, "programs", f"{name}.json")
             for name in ("l2_switch", "router")}
-CAPTURES = [os.path.join(ROOT, "data", "pcap", name) for name in (
-    "backscatter.pcap", "lan-1kxun.pcapng", "p2p-gnutella.pcap", "plant-modbus-mb2.pcap",
-    "s4x15-bacnet-host.pcap", "tcpreplay-test.pcap", "web-tls-v4v6.pcap")]
-SMALL_CAPTURE = CAPTURES[5]
+DATA = os.path.join(ROOT, "build", "data")  # see scripts/make_data.sh
+SMALL_CAPTURE = "odd-mix.pcap"
 PORTS = (1, 2, 3, 4)     # stay; what is sent there is thrown away
 CAPTURE_PORT = 5         # comes and goes
 PROMETHEUS = "127.0.0.1:9101"
@@ -109,13 +106,23 @@ class Partner(demo_run.Partner):
         self.done["refused by the partner's device"] += 1
 
 
-def read_routes():
+def small_capture(data):
+    return os.path.join(data, "pcap", SMALL_CAPTURE)
+
+
+def captures(data):
+    """Paths of all captures, sorted."""
+    folder = os.path.join(data, "pcap")
+    return [os.path.join(folder, name) for name in sorted(os.listdir(folder))]
+
+
+def read_routes(data):
     """Table -> Pool of prefixes."""
     routes = {"ipv4_lpm": [], "ipv6_lpm": []}
-    with gzip.open(demo_run.ROUTES, "rt") as lines:
-        for number, line in enumerate(lines):
-            if number % EVERY_NTH_ROUTE == 0:
-                routes["ipv6_lpm" if ":" in line else "ipv4_lpm"].append(line.strip())
+    path = os.path.join(data, "routes", "internet.txt")
+    for number, prefix in enumerate(demo_run.routes_in(path)):
+        if number % EVERY_NTH_ROUTE == 0:
+            routes["ipv6_lpm" if ":" in prefix else "ipv4_lpm"].append(prefix)
     return {table: Pool(prefixes) for table, prefixes in routes.items()}
 
 
@@ -132,12 +139,12 @@ class PartnerWork:
     """A random walk of what a partner does. It knows what its tables hold, so that each command
     but those that are meant to be refused succeeds; once filled, the tables stay about as full."""
 
-    def __init__(self, partner, rng, out, compare):
+    def __init__(self, partner, rng, options, compare):
         self.partner = partner
         self.rng = rng
         self.compare = compare
-        self.routes_file = os.path.join(out, "routes.txt")
-        self.routes = read_routes()
+        self.routes_file = os.path.join(options.out, "routes.txt")
+        self.routes = read_routes(options.data)
         self.rules = Pool(range(RULES))
         self.spare_members = Pool(SPARE_MEMBERS)
         self.spare_groups = Pool(SPARE_GROUPS)
@@ -390,10 +397,11 @@ class PartnerWork:
 class PacketWork:
     """Captures that come in, at ports that stay and at one that comes and goes."""
 
-    def __init__(self, device, rng, out):
+    def __init__(self, device, rng, options):
         self.device = device
         self.rng = rng
-        self.sent = os.path.join(out, "sent.pcap")
+        self.captures = captures(options.data)
+        self.sent = os.path.join(options.out, "sent.pcap")
         self.attached = False
         self.actions = [(self.inject, 10), (self.attach, 3), (self.bounce, 2)]
 
@@ -403,7 +411,7 @@ class PacketWork:
 
     def inject(self):
         result = self.device.result("inject", "--port", str(self.rng.choice(PORTS)),
-                                    self.rng.choice(CAPTURES))
+                                    self.rng.choice(self.captures))
         self.device.done["packets injected"] += result["packets"]
 
     def attach(self):
@@ -412,7 +420,7 @@ class PacketWork:
             result = self.device.result("port-delete", str(CAPTURE_PORT))
             self.device.done["packets read from captures"] += result["packets_in"]
         else:
-            self.device.result("port-add", f"{CAPTURE_PORT}=pcap:{self.rng.choice(CAPTURES)},"
+            self.device.result("port-add", f"{CAPTURE_PORT}=pcap:{self.rng.choice(self.captures)},"
                                            f"{self.sent}")
         self.attached = not self.attached
 
@@ -434,6 +442,7 @@ class LookingOn:
         self.device = device
         self.rng = rng
         self.out = options.out
+        self.small_capture = small_capture(options.data)
         self.slice_counters = [os.path.join(options.bin, "slice-counters"), *programs]
         self.actions = [(self.ask, 12), (self.trace, 2), (self.capture, 1), (self.scrape, 6),
                         (self.read_counters, 4)]
@@ -450,7 +459,7 @@ class LookingOn:
             stdout=subprocess.DEVNULL)
 
     def trace(self):
-        self.device.call("trace", "--port", str(self.rng.choice(PORTS)), SMALL_CAPTURE,
+        self.device.call("trace", "--port", str(self.rng.choice(PORTS)), self.small_capture,
                          stdout=subprocess.DEVNULL)
 
     def capture(self):

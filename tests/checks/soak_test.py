@@ -1,7 +1,10 @@
 #!/usr/bin/env python3
 """The soak tells of what goes wrong: each case does some damage, and expects to read about it.
 
-    soak_test.py BIN-FOLDER      in namespaces of its own, as the soak that it starts has none
+    soak_test.py BIN-FOLDER DATA-FOLDER
+
+It needs namespaces of its own, as the soak that it starts has none. DATA-FOLDER is what
+scripts/make_data.sh makes.
 """
 import os
 import re
@@ -18,6 +21,7 @@ import demo_run  # noqa: E402
 import soak_work  # noqa: E402
 
 BIN = sys.argv.pop(1)
+DATA = sys.argv.pop(1)
 SECONDS = 9
 WARM_UP = 3
 
@@ -29,6 +33,7 @@ class Soak:
         self.folder = tempfile.TemporaryDirectory()
         self.popen = subprocess.Popen(
             [os.path.join(ROOT, "scripts", "soak_run.py"), "--bin", BIN, "--out", self.folder.name,
+             "--data", DATA,
              "--seed", "1", "--minutes", str(SECONDS / 60), "--warm-up", str(WARM_UP), *arguments],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
             env={**os.environ, **(environment or {})})

@@ -1,4 +1,4 @@
-// Recorded flows over equal-cost next hops: how evenly they are spread, and which of them move when
+// Flows over equal-cost next hops: how evenly they are spread, and which of them move when
 // a next hop goes.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "endtoend/switch_run.h"
+#include "support/test_data.h"
 
 namespace {
 
@@ -40,10 +41,10 @@ void putNumber(const std::string& text, uint8_t* to) {
   to[1] = static_cast<uint8_t>(number);
 }
 
-/// The flows of TCP and UDP that were recorded, each once.
-std::set<Flow> recordedFlows() {
+/// The flows of TCP and UDP in a file, plain or gzip, each once.
+std::set<Flow> flowsOf(const std::string& path) {
   std::set<Flow> flows;
-  gzFile const file = gzopen(JEX_FLOWS, "rb");
+  gzFile const file = gzopen(path.c_str(), "rb");
   if (file == nullptr) return flows;
   char line[512];
   while (gzgets(file, line, sizeof line) != nullptr) {
@@ -109,12 +110,16 @@ constexpr uint8_t kPackets = 3;  // of each flow
 std::string outputOf(int port) { return "port" + std::to_string(port) + ".pcap"; }
 
 /// A router whose default route is a group of four next hops, member N behind port N.
-class EcmpTest : public testing::Test {
+class EcmpTest : public jextest::OverFiles {
  protected:
+  EcmpTest() : OverFiles("flows", "flows") {}
+
   using Way = std::map<Flow, int>;  // the port that each flow took
 
   void SetUp() override {
-    flows_ = recordedFlows();
+    OverFiles::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    for (const std::string& file : files()) flows_.merge(flowsOf(file));
     ASSERT_GT(flows_.size(), 6000u);
     std::vector<Bytes> packets;
     for (uint8_t number = 0; number < kPackets; ++number) {
@@ -176,13 +181,13 @@ class EcmpTest : public testing::Test {
   std::unique_ptr<ShellProcess> partner_;
 };
 
-TEST_F(EcmpTest, SpreadsFlowsEvenlyAndKeepsEachTogether) {
+TEST_P(EcmpTest, SpreadsFlowsEvenlyAndKeepsEachTogether) {
   const Way way = send();
   expectEvenOver({1, 2, 3, 4}, way);
   EXPECT_EQ(send(), way);
 }
 
-TEST_F(EcmpTest, MovesOnlyTheFlowsOfAMemberThatGoes) {
+TEST_P(EcmpTest, MovesOnlyTheFlowsOfAMemberThatGoes) {
   const Way before = send();
   partner_->make({"group-deactivate ecmp_groups group=1 member=2"}, {"ecmp_groups"});
   const Way without = send();
@@ -194,5 +199,8 @@ TEST_F(EcmpTest, MovesOnlyTheFlowsOfAMemberThatGoes) {
   partner_->make({"group-activate ecmp_groups group=1 member=2"}, {"ecmp_groups"});
   EXPECT_EQ(send(), before);
 }
+
+INSTANTIATE_TEST_SUITE_P(Flows, EcmpTest, testing::ValuesIn(jextest::madeAndReal("flows")),
+                         jextest::inWords);
 
 }  // namespace

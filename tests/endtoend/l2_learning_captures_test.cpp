@@ -1,4 +1,4 @@
-// The recorded captures through a learning switch, with the clock of the captures: who is learned,
+// Captures through a learning switch, with the clock of the captures: who is learned,
 // and which silences are found, compared with what the capture itself says.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -25,14 +25,14 @@
 
 namespace {
 
+using jextest::CaptureFrame;
 using jextest::Child;
 using jextest::directions;
-using jextest::Frame;
+using jextest::framesOf;
 using jextest::kLongAge;
 using jextest::Learner;
 using jextest::portOf;
 using jextest::PortsByAddress;
-using jextest::readCapture;
 using jextest::ShellProcess;
 using jextest::sources;
 using jextest::startSwitch;
@@ -46,10 +46,7 @@ using testing::IsEmpty;
 
 constexpr int64_t kMillisecond = 1'000'000;
 
-/// What the capture has not kept whole does not go through the tables.
-bool isWhole(const Frame& frame) { return frame.bytes.size() == frame.length; }
-
-std::string sourceOf(const Frame& frame) {
+std::string sourceOf(const CaptureFrame& frame) {
   char text[18];
   const uint8_t* const mac = frame.bytes.data() + 6;
   std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
@@ -58,37 +55,43 @@ std::string sourceOf(const Frame& frame) {
 }
 
 /// The addresses of hosts that have sent something.
-std::set<std::string> hostsIn(const std::vector<Frame>& frames) {
+std::set<std::string> hostsIn(const std::vector<CaptureFrame>& frames) {
   std::set<std::string> hosts;
-  for (const Frame& frame : frames) {
-    if (!isWhole(frame)) continue;
+  for (const CaptureFrame& frame : frames) {
+    if (!frame.taken) continue;
     const bool group = (frame.bytes.at(6) & 1) != 0;
     if (!group) hosts.insert(sourceOf(frame));
   }
   return hosts;
 }
 
-class L2LearningOnCaptures : public testing::TestWithParam<std::string> {
+class L2LearningOnCaptures : public jextest::OverCaptures {
  protected:
-  static std::string input() { return std::string(JEX_CAPTURES) + "/" + GetParam(); }
-  void SetUp() override {
-    frames_ = readCapture(input());
+  void start(const std::string& input) {
+    agent_.reset();
+    input_ = input;
+    frames_ = framesOf(input);
     hosts_ = hostsIn(frames_);
     ASSERT_FALSE(hosts_.empty());
     agent_ = startSwitch("l2_switch", {"--clock", "capture"});
   }
   /// Lets the capture in and waits until all of it has been through the tables.
-  static void passAll() {
-    EXPECT_TRUE(switchctl({"port-add", "1=pcap:" + input()}).endedWith(0));
+  void passAll() const {
+    EXPECT_TRUE(switchctl({"port-add", "1=pcap:" + input_}).endedWith(0));
     EXPECT_TRUE(waitUntil([] { return portOf(1).at("input") == "exhausted"; }));
   }
 
-  std::vector<Frame> frames_;
+  void learnEachHostOnce();
+  void learnAndForget();
+  void findSilences();
+
+  std::string input_;
+  std::vector<CaptureFrame> frames_;
   std::set<std::string> hosts_;
   std::unique_ptr<Child> agent_;
 };
 
-TEST_P(L2LearningOnCaptures, LearnsEachHostOnceAndNoGroup) {
+void L2LearningOnCaptures::learnEachHostOnce() {
   PortsByAddress expected;
   std::multiset<std::string> lines;
   for (const std::string& host : hosts_) {
@@ -105,10 +108,17 @@ TEST_P(L2LearningOnCaptures, LearnsEachHostOnceAndNoGroup) {
   EXPECT_TRUE(waitUntil([&] { return sources().empty() && directions().empty(); }));
 }
 
+TEST_P(L2LearningOnCaptures, LearnsEachHostOnceAndNoGroup) {
+  forEachFile([this](const std::string& input) {
+    start(input);
+    if (!HasFatalFailure()) learnEachHostOnce();
+  });
+}
+
 // How far the capture has come when a host is written to the tables depends on the processes, and
 // so do the silences that are found. Whenever that is: every host is learned at some time, and none
 // again before it has aged.
-TEST_P(L2LearningOnCaptures, LearnsAndForgetsInTurn) {
+void L2LearningOnCaptures::learnAndForget() {
   Learner learner(1);
   passAll();
   PortsByAddress left;
@@ -130,6 +140,13 @@ TEST_P(L2LearningOnCaptures, LearnsAndForgetsInTurn) {
   EXPECT_TRUE(waitUntil([&] { return sources().empty() && directions().empty(); }));
 }
 
+TEST_P(L2LearningOnCaptures, LearnsAndForgetsInTurn) {
+  forEachFile([this](const std::string& input) {
+    start(input);
+    if (!HasFatalFailure()) learnAndForget();
+  });
+}
+
 // ---- silences
 
 /// An address, and the time of the capture at which its silence was found.
@@ -144,12 +161,12 @@ struct KnownHost {
 /// All silences that a switch finds which knows every host from the beginning, and which looks at
 /// the multiples of `interval`: when a frame has moved the clock to or beyond the first look after
 /// the host's time was over. The clock never goes back, whatever time stamps do.
-std::vector<Silence> silencesIn(const std::vector<Frame>& frames,
+std::vector<Silence> silencesIn(const std::vector<CaptureFrame>& frames,
                                 std::map<std::string, KnownHost> hosts, int64_t interval) {
   std::vector<Silence> silences;
   int64_t clock = frames.front().time_ns;
   for (auto& [mac, host] : hosts) host.last_ns = clock;
-  for (const Frame& frame : frames) {
+  for (const CaptureFrame& frame : frames) {
     clock = std::max(clock, frame.time_ns);
     for (auto& [mac, host] : hosts) {
       const int64_t over = host.last_ns + host.ttl_ns;
@@ -158,7 +175,7 @@ std::vector<Silence> silencesIn(const std::vector<Frame>& frames,
       host.silent = true;
       silences.emplace_back(mac, clock);
     }
-    if (!isWhole(frame)) continue;
+    if (!frame.taken) continue;
     const auto sender = hosts.find(sourceOf(frame));
     if (sender == hosts.end()) continue;
     sender->second.last_ns = clock;
@@ -187,7 +204,7 @@ std::vector<Silence> silencesOf(Child& watcher, size_t count) {
   return silences;
 }
 
-TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
+void L2LearningOnCaptures::findSilences() {
   constexpr int kIntervalMs = 500;
   constexpr std::array<int, 3> kTtlsMs{1000, 10'000, 60'000};
   std::map<std::string, KnownHost> known;
@@ -219,6 +236,13 @@ TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
   EXPECT_EQ(times, expected_times);
   partner.ask("idle-deregister smac");
   EXPECT_THAT(partner.list("drain silences"), IsEmpty());
+}
+
+TEST_P(L2LearningOnCaptures, FindExactlyTheSilencesOfTheCapture) {
+  forEachFile([this](const std::string& input) {
+    start(input);
+    if (!HasFatalFailure()) findSilences();
+  });
 }
 
 // The switch finds a host silent on a port that it has left, while the learner does not run. When

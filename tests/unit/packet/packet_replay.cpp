@@ -1,12 +1,13 @@
 // Gives every packet of every capture in a folder to the fuzz target, with mutations of each: what
 // the fuzzer does, made repeatable, and under any compiler.
 //
-//   packet_replay FOLDER
+//   packet_replay [FOLDER]      left out: pcap in the folder that JEX_REAL_DATA names
 //
-// Status 1 if there is no capture or one cannot be read to its end.
+// Status 1 if there is no capture or one cannot be read to its end, 77 if no folder is named.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -85,15 +86,22 @@ bool replay(const std::filesystem::path& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: packet_replay FOLDER\n");
+  if (argc > 2) {
+    std::fprintf(stderr, "usage: packet_replay [FOLDER]\n");
     return 2;
   }
+  const char* const real = std::getenv("JEX_REAL_DATA");
+  if (argc == 1 && (real == nullptr || *real == '\0')) {
+    std::fprintf(stderr,
+                 "packet_replay: JEX_REAL_DATA is not set: it names the folder of real data\n");
+    return 77;
+  }
+  const std::string folder = argc == 2 ? argv[1] : std::string(real) + "/pcap";
   int captures = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
     if (!replay(entry.path())) return 1;
     ++captures;
   }
-  if (captures == 0) std::fprintf(stderr, "packet_replay: %s has no captures\n", argv[1]);
+  if (captures == 0) std::fprintf(stderr, "packet_replay: %s has no captures\n", folder.c_str());
   return captures > 0 ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 #include <zlib.h>
 
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <set>
 #include <stdexcept>
@@ -11,8 +12,7 @@
 namespace jxpipelinetest {
 namespace {
 
-void eachLine(const std::string& name, const std::function<void(const char*)>& use) {
-  const std::string path = std::string(JEX_DATA_DIR) + '/' + name;
+void eachLine(const std::string& path, const std::function<void(const char*)>& use) {
   const gzFile file = gzopen(path.c_str(), "rb");
   if (file == nullptr) throw std::runtime_error("cannot open " + path);
   char line[512];
@@ -46,28 +46,30 @@ Rule ruleOf(const char* line) {
 
 }  // namespace
 
-std::vector<Rule> loadRules(const std::string& name) {
+std::vector<Rule> loadRules(const std::string& path) {
   std::vector<Rule> rules;
-  eachLine("acl/" + name + ".txt.gz", [&](const char* line) { rules.push_back(ruleOf(line)); });
+  eachLine(path, [&](const char* line) { rules.push_back(ruleOf(line)); });
   return rules;
 }
 
-std::vector<Prefix> loadPrefixes() {
+std::vector<Prefix> loadPrefixes(const std::string& path) {
   std::vector<Prefix> prefixes;
-  eachLine("routes/internet-v4v6-prefixes.txt.gz", [&](const char* line) {
+  eachLine(path, [&](const char* line) {
+    if (std::strchr(line, ':') != nullptr) return;  // IPv6
     unsigned octets[4], length;
     if (std::sscanf(line, "%u.%u.%u.%u/%u", &octets[0], &octets[1], &octets[2], &octets[3],
-                    &length) == 5) {
-      prefixes.push_back({addressOf(octets), static_cast<uint8_t>(length)});
+                    &length) != 5) {
+      throw std::runtime_error(path + ": not a prefix: " + line);
     }
+    prefixes.push_back({addressOf(octets), static_cast<uint8_t>(length)});
   });
   return prefixes;
 }
 
-std::vector<Flow> loadFlows() {
+std::vector<Flow> loadFlows(const std::string& path) {
   std::vector<Flow> flows;
   std::set<std::tuple<uint32_t, uint32_t, uint8_t, uint16_t, uint16_t>> seen;
-  eachLine("flows/ctu-5tuples.csv.gz", [&](const char* line) {
+  eachLine(path, [&](const char* line) {
     char protocol[8];
     unsigned s[4], d[4], sport, dport;
     if (std::sscanf(line, "%*[^,],%*[^,],%7[^,],%u.%u.%u.%u,%u,%u.%u.%u.%u,%u,", protocol, &s[0],

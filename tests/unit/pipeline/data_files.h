@@ -1,4 +1,4 @@
-// The data files that look-ups are tested with.
+// The data files that look-ups are tested with, plain or gzip. What cannot be read is an exception.
 #pragma once
 
 #include <cstdint>
@@ -23,18 +23,18 @@ struct Rule {
            flow.sport <= sport_high && dport_low <= flow.dport && flow.dport <= dport_high;
   }
 };
-/// "acl1_1k": a file of data/acl.
-std::vector<Rule> loadRules(const std::string& name);
+/// The rules of a file whose lines data/README.md describes.
+std::vector<Rule> loadRules(const std::string& path);
 
 struct Prefix {
   uint32_t address = 0;
   uint8_t length = 0;
 };
-/// All IPv4 prefixes of data/routes.
-std::vector<Prefix> loadPrefixes();
+/// All IPv4 prefixes of a file with one ADDRESS/LENGTH per line.
+std::vector<Prefix> loadPrefixes(const std::string& path);
 
-/// The distinct TCP and UDP flows of data/flows.
-std::vector<Flow> loadFlows();
+/// The distinct TCP and UDP flows of a table of flows.
+std::vector<Flow> loadFlows(const std::string& path);
 
 constexpr uint32_t maskOf(uint32_t length) {
   return length == 0 ? 0 : ~uint32_t{0} << (32 - length);

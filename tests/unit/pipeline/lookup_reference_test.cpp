@@ -1,10 +1,11 @@
-// Look-ups with real rule sets and prefixes, each against a plain reference.
+// Look-ups with whole rule sets and routing tables, each against a plain reference.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
 #include <unordered_map>
 
+#include "support/test_data.h"
 #include "unit/pipeline/data_files.h"
 #include "unit/pipeline/testbed.h"
 
@@ -44,10 +45,8 @@ Flow nearRule(const Rule& rule, std::mt19937* random) {
   return flow;
 }
 
-class AclSet : public testing::TestWithParam<const char*> {};
-
-TEST_P(AclSet, EveryLookUpIsThatOfALinearSearch) {
-  const std::vector<Rule> rules = loadRules(GetParam());
+void compareWithLinearSearch(const std::string& file) {
+  const std::vector<Rule> rules = loadRules(file);
   ASSERT_GT(rules.size(), 800U);
   const auto router = Testbed::delivered("router");
   for (uint32_t i = 0; i < rules.size(); ++i) {
@@ -99,12 +98,19 @@ TEST_P(AclSet, EveryLookUpIsThatOfALinearSearch) {
   EXPECT_GT(others, kHeaders / 10);
 }
 
-INSTANTIATE_TEST_SUITE_P(Sets, AclSet, testing::Values("acl1_1k", "fw1_1k", "ipc1_1k", "acl1_10k"),
-                         [](const auto& set) { return std::string(set.param); });
+class AclSet : public jextest::OverFiles {
+ protected:
+  AclSet() : OverFiles("rules", "acl", ".txt.gz") {}
+};
 
-TEST(Prefixes, EveryLookUpIsThatOfAWalkOverLengths) {
-  const std::vector<Prefix> prefixes = loadPrefixes();
-  ASSERT_EQ(prefixes.size(), 901'899U);
+TEST_P(AclSet, EveryLookUpIsThatOfALinearSearch) { forEachFile(compareWithLinearSearch); }
+
+INSTANTIATE_TEST_SUITE_P(Sets, AclSet, testing::ValuesIn(jextest::madeAndReal("rules")),
+                         jextest::inWords);
+
+void compareWithWalk(const std::string& file) {
+  const std::vector<Prefix> prefixes = loadPrefixes(file);
+  ASSERT_GT(prefixes.size(), 500'000U);
   const auto router = Testbed::delivered("router");
   const uint32_t member = router->addMember("nexthops", 1, "set_nexthop",
                                             Packed().add(1, 2).add(1, 6).add(1, 6).add(0, 4));
@@ -140,6 +146,16 @@ TEST(Prefixes, EveryLookUpIsThatOfAWalkOverLengths) {
   EXPECT_GT(hits, kHeaders / 2);
   EXPECT_LT(hits, kHeaders);
 }
+
+class Prefixes : public jextest::OverFiles {
+ protected:
+  Prefixes() : OverFiles("routes", "routes", "prefixes.txt.gz") {}
+};
+
+TEST_P(Prefixes, EveryLookUpIsThatOfAWalkOverLengths) { forEachFile(compareWithWalk); }
+
+INSTANTIATE_TEST_SUITE_P(Tables, Prefixes, testing::ValuesIn(jextest::madeAndReal("routes")),
+                         jextest::inWords);
 
 }  // namespace
 }  // namespace jxpipelinetest

@@ -1,9 +1,10 @@
-// Members and groups, with real flows.
+// Members and groups, with flows as hosts have them.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <map>
 
+#include "support/test_data.h"
 #include "unit/pipeline/data_files.h"
 #include "unit/pipeline/testbed.h"
 
@@ -13,9 +14,9 @@ namespace {
 constexpr uint32_t kMembers = 4;
 
 /// The router with a default route to a group of members behind ports 1 to 4.
-class Selector : public testing::Test {
+class Selector : public jextest::OverFiles {
  protected:
-  Selector() {
+  Selector() : OverFiles("flows", "flows") {
     for (uint32_t port = 1; port <= kMembers + 1; ++port) {
       const Packed params =
           Packed().add(port, 2).add(0x020000000100 + port, 6).add(0, 6).add(port, 4);
@@ -23,6 +24,14 @@ class Selector : public testing::Test {
     }
     group_ = router_->addGroup("ecmp_groups", 500, {members_.begin(), members_.begin() + kMembers});
     router_->add("ipv4_lpm", 700, Packed().add(0, 4).add(0, 1), 0, groupResult(group_));
+  }
+
+  void SetUp() override {
+    OverFiles::SetUp();
+    for (const std::string& file : files()) {
+      const std::vector<Flow> more = loadFlows(file);
+      flows_.insert(flows_.end(), more.begin(), more.end());
+    }
   }
 
   jxmodel::SelectorTable& groups() { return *router_->table("ecmp_groups").groups; }
@@ -49,12 +58,12 @@ class Selector : public testing::Test {
   }
 
   std::unique_ptr<Testbed> router_ = Testbed::delivered("router");
-  const std::vector<Flow> flows_ = loadFlows();
+  std::vector<Flow> flows_;
   std::vector<uint32_t> members_;
   uint32_t group_ = 0;
 };
 
-TEST_F(Selector, SpreadsRealFlowsEvenly) {
+TEST_P(Selector, SpreadsFlowsEvenly) {
   ASSERT_GT(flows_.size(), 6000U);
   std::map<uint32_t, size_t> flows_of;
   for (const uint32_t port : ports()) ++flows_of[port];
@@ -65,10 +74,10 @@ TEST_F(Selector, SpreadsRealFlowsEvenly) {
   }
 }
 
-TEST_F(Selector, KeepsFlowsTogether) { EXPECT_EQ(ports(), ports()); }
+TEST_P(Selector, KeepsFlowsTogether) { EXPECT_EQ(ports(), ports()); }
 
 // The first fragment has ports, the others have none.
-TEST_F(Selector, KeepsTheFragmentsOfADatagramTogether) {
+TEST_P(Selector, KeepsTheFragmentsOfADatagramTogether) {
   size_t apart = 0;
   for (size_t i = 0; i < 200; ++i) {
     Bytes first = ipv4Frame(flows_[i]);
@@ -82,7 +91,7 @@ TEST_F(Selector, KeepsTheFragmentsOfADatagramTogether) {
   EXPECT_EQ(apart, 0U);
 }
 
-TEST_F(Selector, ADeactivatedMemberGivesUpItsFlowsOnlyAndGetsThemBack) {
+TEST_P(Selector, ADeactivatedMemberGivesUpItsFlowsOnlyAndGetsThemBack) {
   const std::vector<uint32_t> before = ports();
   ASSERT_EQ(groups().setActive(group_, members_[1], false), JX_SUCCESS);
   expectOnlyFlowsOfMoved(before, 2);
@@ -90,13 +99,13 @@ TEST_F(Selector, ADeactivatedMemberGivesUpItsFlowsOnlyAndGetsThemBack) {
   EXPECT_EQ(ports(), before);
 }
 
-TEST_F(Selector, ARemovedMemberGivesUpItsFlowsOnly) {
+TEST_P(Selector, ARemovedMemberGivesUpItsFlowsOnly) {
   const std::vector<uint32_t> before = ports();
   ASSERT_EQ(groups().removeMember(group_, members_[0]), JX_SUCCESS);
   expectOnlyFlowsOfMoved(before, 1);
 }
 
-TEST_F(Selector, TheFallbackStandsInWhereNoneIsActive) {
+TEST_P(Selector, TheFallbackStandsInWhereNoneIsActive) {
   groups().setFallback(members_[kMembers]);
   EXPECT_LE(portOf(flows_[0]), kMembers);
   for (uint32_t i = 0; i < kMembers; ++i) groups().setActive(group_, members_[i], false);
@@ -106,7 +115,7 @@ TEST_F(Selector, TheFallbackStandsInWhereNoneIsActive) {
   EXPECT_EQ(router_->run(&frame).reason, jxmodel::DropReason::kNoMember);
 }
 
-TEST_F(Selector, AModifiedMemberRewritesAnew) {
+TEST_P(Selector, AModifiedMemberRewritesAnew) {
   router_->add("ipv4_lpm", 701, Packed().add(0x0A000000, 4).add(8, 1), 0,
                memberResult(members_[0]));
   const Flow flow{1, 0x0A000001, 17, 5, 6};
@@ -120,7 +129,7 @@ TEST_F(Selector, AModifiedMemberRewritesAnew) {
   EXPECT_EQ(router_->table("route_counters").counters->read(9).packets, 1U);
 }
 
-TEST_F(Selector, TheTraceNamesGroupAndMember) {
+TEST_P(Selector, TheTraceNamesGroupAndMember) {
   jxmodel::Trace trace;
   Bytes frame = ipv4Frame(flows_[0]);
   const uint32_t port = router_->run(&frame, 1, &trace).port;
@@ -131,6 +140,9 @@ TEST_F(Selector, TheTraceNamesGroupAndMember) {
   EXPECT_EQ(found->group_handle, 500U);
   EXPECT_EQ(found->member_handle, 100 + port);
 }
+
+INSTANTIATE_TEST_SUITE_P(Flows, Selector, testing::ValuesIn(jextest::madeAndReal("flows")),
+                         jextest::inWords);
 
 }  // namespace
 }  // namespace jxpipelinetest

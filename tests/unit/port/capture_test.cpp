@@ -9,6 +9,7 @@
 #include <fstream>
 
 #include "packets.h"
+#include "support/test_data.h"
 
 namespace jxmodel {
 namespace {
@@ -219,18 +220,28 @@ TEST(CaptureFile, KeepsTimesThatNeedAll32BitsOfTheirSeconds) {
   EXPECT_EQ(read[0].timeNs(), kLate);
 }
 
-TEST(CaptureFile, ReadsRealCaptures) {
-  const std::string folder = std::string(JEX_DATA_DIR) + "/pcap/";
-  if (!std::filesystem::exists(folder)) GTEST_SKIP() << "no captures in " << folder;
-  size_t files = 0;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    const std::string extension = entry.path().extension().string();
-    if (extension != ".pcap" && extension != ".pcapng") continue;
-    EXPECT_FALSE(readCapture(entry.path().string()).empty()) << entry.path();
-    ++files;
-  }
-  EXPECT_GT(files, 0U);
+class CaptureFiles : public jextest::OverFiles {
+ protected:
+  CaptureFiles() : OverFiles("pcap", "pcap") {}
+};
+
+TEST_P(CaptureFiles, AreReadToTheirEnd) {
+  forEachFile([](const std::string& file) {
+    char error[PCAP_ERRBUF_SIZE] = "";
+    pcap_t* const capture = pcap_open_offline(file.c_str(), error);
+    ASSERT_NE(capture, nullptr) << error;
+    size_t packets = 0;
+    pcap_pkthdr* header = nullptr;
+    const u_char* data = nullptr;
+    while (pcap_next_ex(capture, &header, &data) == 1) ++packets;
+    pcap_close(capture);
+    EXPECT_GT(packets, 0U);
+    EXPECT_EQ(readCapture(file).size(), packets);
+  });
 }
+
+INSTANTIATE_TEST_SUITE_P(Captures, CaptureFiles, testing::ValuesIn(jextest::madeAndReal("pcap")),
+                         jextest::inWords);
 
 TEST(CaptureFile, RefusesWhatIsNoCaptureAndSaysWhy) {
   const Folder folder;
