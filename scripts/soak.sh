@@ -43,5 +43,5 @@ if [[ $build == yes ]]; then
   cmake --build "$build_dir" --target slice-agent partner-shell switchctl slice-counters
 fi
 
-exec scripts/in-private-namespaces --keep "$build_dir" python3 scripts/soak_run.py \
+exec scripts/in-private-namespaces --or-alone --keep "$build_dir" python3 scripts/soak_run.py \
   --bin "$build_dir/bin" --out "$build_dir/soak" "${run_args[@]}"
