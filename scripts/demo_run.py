@@ -14,9 +14,9 @@ import compare_dumps
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PROGRAM = os.path.join(ROOT, "programs", "router.json")
 ROUTES = os.path.join(ROOT, "data", "routes", "internet-v4v6-prefixes.txt.gz")
-START_DEADLINE = 60  # seconds
+START_DEADLINE = 600  # seconds
 COMMAND_DEADLINE = 600
-CATCH_UP_DEADLINE = 300
+CATCH_UP_DEADLINE = 600
 DIFFERENCES_SHOWN = 20
 
 NEXTHOPS = 64
@@ -92,7 +92,7 @@ class Process:
             self.popen.stdin.close()
             self.popen.terminate()
         try:
-            return self.popen.wait(timeout=30)
+            return self.popen.wait(timeout=600)
         except subprocess.TimeoutExpired:
             self.popen.kill()
             return self.popen.wait()
@@ -134,7 +134,7 @@ class Partner(Process):
 
     def quit(self):
         self.popen.stdin.close()  # the end of input shuts the partner down
-        status = self.popen.wait(timeout=60)
+        status = self.popen.wait(timeout=600)
         if status != 0:
             raise DemoError(f"partner-shell ended with status {status}: {self.last_words()}")
 

@@ -116,7 +116,7 @@ class CountersTest : public testing::TestWithParam<std::string> {
   }
 
   Counts syncAndReadAll(const std::string& table) {
-    partner_->ask("barrier " + table + " timeout=40000");
+    partner_->ask("barrier " + table + " timeout=240000");
     return readAll(table);
   }
 

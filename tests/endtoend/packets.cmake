@@ -16,6 +16,6 @@ target_compile_definitions(endtoend_packets_test PRIVATE
 target_link_libraries(endtoend_packets_test PRIVATE jex_flags jex_test_support
                       nlohmann_json::nlohmann_json ZLIB::ZLIB PkgConfig::ENDTOEND_PCAP)
 add_dependencies(endtoend_packets_test slice-agent switchctl partner-shell)
-gtest_discover_tests(endtoend_packets_test TEST_PREFIX endtoend. NO_PRETTY_VALUES
-                     PROPERTIES TIMEOUT 300)
+gtest_discover_tests(endtoend_packets_test TEST_PREFIX endtoend. NO_PRETTY_VALUES DISCOVERY_TIMEOUT 600
+                     PROPERTIES TIMEOUT 600)
 jex_label_tests(endtoend_packets_test endtoend)
