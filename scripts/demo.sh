@@ -60,11 +60,4 @@ else
 fi
 
 run=(python3 scripts/demo_run.py --bin "$build_dir/bin" --out "$build_dir/demo" "${run_args[@]}")
-status=0
-scripts/in-private-namespaces --keep "$build_dir" true 2>/dev/null || status=$?
-if [[ $status -eq 0 ]]; then
-  exec scripts/in-private-namespaces --keep "$build_dir" "${run[@]}"
-fi
-# The agent itself refuses to start where another one serves.
-echo "demo: no private namespaces to be had here; runs in the open, if no agent is running" >&2
-exec "${run[@]}"
+exec scripts/in-private-namespaces --or-alone --keep "$build_dir" "${run[@]}"

@@ -15,9 +15,9 @@ import compare_dumps
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PROGRAM = os.path.join(ROOT, "programs", "router.json")
 ROUTES = os.path.join(ROOT, "build", "data", "routes", "internet.txt")  # see scripts/make_data.sh
-START_DEADLINE = 60  # seconds
+START_DEADLINE = 600  # seconds
 COMMAND_DEADLINE = 600
-CATCH_UP_DEADLINE = 300
+CATCH_UP_DEADLINE = 600
 DIFFERENCES_SHOWN = 20
 
 NEXTHOPS = 64
@@ -93,7 +93,7 @@ class Process:
             self.popen.stdin.close()
             self.popen.terminate()
         try:
-            return self.popen.wait(timeout=30)
+            return self.popen.wait(timeout=600)
         except subprocess.TimeoutExpired:
             self.popen.kill()
             return self.popen.wait()
@@ -135,7 +135,7 @@ class Partner(Process):
 
     def quit(self):
         self.popen.stdin.close()  # the end of input shuts the partner down
-        status = self.popen.wait(timeout=60)
+        status = self.popen.wait(timeout=600)
         if status != 0:
             raise DemoError(f"partner-shell ended with status {status}: {self.last_words()}")
 

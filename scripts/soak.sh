@@ -80,5 +80,5 @@ if [[ -z $data ]]; then
   fi
 fi
 
-exec scripts/in-private-namespaces --keep "$build_dir" python3 scripts/soak_run.py \
+exec scripts/in-private-namespaces --or-alone --keep "$build_dir" python3 scripts/soak_run.py \
   --bin "$build_dir/bin" --out "$build_dir/soak" --data "$data" "${run_args[@]}"

@@ -305,7 +305,7 @@ class Soak:
     def end_partner(self):
         self.partner.popen.stdin.close()
         try:
-            return self.partner.popen.wait(timeout=30)
+            return self.partner.popen.wait(timeout=600)
         except subprocess.TimeoutExpired:
             self.partner.popen.kill()
             return self.partner.popen.wait()

@@ -190,7 +190,7 @@ class PartnerWork:
         for table in COUNTER_TABLES:
             if table not in self.counted:
                 self.start_counters(table)
-            self.partner.ask(f"barrier {table} double timeout=60000")
+            self.partner.ask(f"barrier {table} double timeout=600000")
 
     def unregister(self):
         self.partner.ask("digest-deregister mac_learn")
@@ -348,7 +348,7 @@ class PartnerWork:
     # Barriers, counters and queues.
 
     def barrier(self):
-        self.partner.ask("barrier timeout=60000")
+        self.partner.ask("barrier timeout=600000")
 
     def start_counters(self, table):
         self.partner.ask(f"counters-start {table}")
@@ -367,7 +367,7 @@ class PartnerWork:
             return
         table = self.rng.choice(sorted(self.counted))
         double = " double" if self.rng.random() < 0.2 else ""
-        self.partner.ask(f"barrier {table}{double} timeout=60000")
+        self.partner.ask(f"barrier {table}{double} timeout=600000")
         self.partner.done[f"barriers with a sync{' (double)' if double else ''}"] += 1
         self.partner.ask(f"counters-read {table} {self.rng.randrange(400)} 100")
 
@@ -475,7 +475,7 @@ class LookingOn:
         self.device.done["switchctl capture"] += 1
 
     def scrape(self):
-        with urllib.request.urlopen(f"http://{PROMETHEUS}/metrics", timeout=60) as page:
+        with urllib.request.urlopen(f"http://{PROMETHEUS}/metrics", timeout=600) as page:
             if b"jex_counters_segment_present 1" not in page.read():
                 raise DemoError("the scrape shows no segment of counters")
         self.device.done["scrapes of the metrics"] += 1
@@ -483,7 +483,7 @@ class LookingOn:
     def read_counters(self):
         more = self.rng.choice(([], ["--all"], ["--watch", "100ms", "--count", "3"]))
         done = subprocess.run(self.slice_counters + ["--json", *more], check=False,
-                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=120)
+                              stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, timeout=600)
         if done.returncode != 0:
             raise DemoError(f"slice-counters {words(more)}: {done.stderr.decode().strip()}")
         self.device.done["slice-counters"] += 1
@@ -497,7 +497,7 @@ class Device(demo_run.PhysicalDevice):
         self.done = collections.Counter()
 
     def call(self, *arguments, **more):
-        done = super().call(*arguments, timeout=300, **more)
+        done = super().call(*arguments, timeout=600, **more)
         self.done[f"switchctl {arguments[0]}"] += 1
         return done
 
@@ -513,7 +513,7 @@ class Device(demo_run.PhysicalDevice):
 def slice_counters_of(options, programs, table):
     arguments = [os.path.join(options.bin, "slice-counters"), *programs, "--json", table]
     found = json.loads(subprocess.run(arguments, check=True, stdout=subprocess.PIPE,
-                                      timeout=60).stdout)
+                                      timeout=600).stdout)
     return {entry["index"]: (entry["packets"], entry["bytes"]) for entry in found[0]["counters"]}
 
 

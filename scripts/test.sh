@@ -5,6 +5,9 @@
 #
 # Without arguments: all tests of the release build. CTest arguments choose, for instance
 # scripts/test.sh asan -R wire
+#
+# The first and the last line of the tests say whether they ran beside each other or, where no
+# private world can be made, one at a time; the lines before the last, what was skipped and why.
 set -euo pipefail
 cd "$(dirname "$(readlink -f "$0")")/.."
 
@@ -28,5 +31,4 @@ scripts/configure "$preset" >"build/$preset/configure.log" || {
   exit 1
 }
 cmake --build "build/$preset"
-# One more than there are cores: tests wait for processes as much as they compute.
-exec ctest --preset "$preset" --parallel "$(($(nproc) + 1))" "$@"
+exec scripts/run_tests.py --preset "$preset" "$@"

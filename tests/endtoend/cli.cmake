@@ -23,5 +23,5 @@ target_compile_definitions(endtoend_cli_test PRIVATE
 target_link_libraries(endtoend_cli_test PRIVATE jex_flags jex_test_support
                       nlohmann_json::nlohmann_json ZLIB::ZLIB PkgConfig::ENDTOEND_PCAP)
 add_dependencies(endtoend_cli_test slice-agent switchctl partner-shell list-services)
-gtest_discover_tests(endtoend_cli_test TEST_PREFIX endtoend. PROPERTIES TIMEOUT 300)
+gtest_discover_tests(endtoend_cli_test TEST_PREFIX endtoend. DISCOVERY_TIMEOUT 600 PROPERTIES TIMEOUT 600)
 jex_label_tests(endtoend_cli_test endtoend)

@@ -80,7 +80,7 @@ TEST_F(PartnerEvents, CountersAreWhatWasCountedBeforeTheBarrier) {
   inject(3, {frameFrom(1), frameFrom(2)});
   inject(4, {frameFrom(1)});
   EXPECT_EQ(pairAt(*shell_, 3), pairOf(3, 0, 0)) << "before any sync";
-  shell_->ask("barrier port_counters");
+  shell_->ask("barrier port_counters timeout=240000");
   EXPECT_EQ(pairAt(*shell_, 3), pairOf(3, 2, 120));
   EXPECT_EQ(pairAt(*shell_, 4), pairOf(4, 1, 60));
   EXPECT_EQ(pairAt(*shell_, 5), pairOf(5, 0, 0));
@@ -104,7 +104,7 @@ TEST_F(PartnerEvents, ADoubleBarrierIsAnsweredAfterASecondSync) {
   start({"--counter-update-ms", "20"});
   shell_->ask("counters-start port_counters");
   inject(3, {frameFrom(1)});
-  const json answer = shell_->ask("barrier port_counters double timeout=40000");
+  const json answer = shell_->ask("barrier port_counters double timeout=240000");
   EXPECT_GE(answer.at("round_trip"), 0.0);
   EXPECT_EQ(pairAt(*shell_, 3), pairOf(3, 1, 60));
   EXPECT_EQ(shell_->ask("latency").at("answers"), 2);
@@ -118,18 +118,18 @@ TEST_F(PartnerEvents, CountersCanBeStoppedAndStartedAgain) {
     shell_->ask("counters-stop port_counters");
   }
   shell_->ask("counters-start port_counters");
-  shell_->ask("barrier port_counters");
+  shell_->ask("barrier port_counters timeout=240000");
   EXPECT_EQ(pairAt(*shell_, 3), pairOf(3, 1, 60));
   EXPECT_FALSE(agent_->ended());
 }
 
 TEST_F(PartnerEvents, ABarrierSaysThatAStoppedAgentDoesNotAnswer) {
   start(kNoUpdates);
-  shell_->ask("barrier");
+  shell_->ask("barrier timeout=240000");
   agent_->stop();
   EXPECT_THAT(shell_->refusalOf("barrier timeout=50"), HasSubstr("no answer within 50 ms"));
   agent_->signal(SIGCONT);
-  shell_->ask("barrier timeout=40000");
+  shell_->ask("barrier timeout=240000");
   // Counted just after it has been seen; the late one counts too.
   EXPECT_TRUE(waitUntil([&] { return shell_->ask("latency").at("answers") == 3; }));
 }
@@ -139,7 +139,7 @@ TEST_F(PartnerEvents, LatencyCountsEachBarrier) {
   EXPECT_EQ(shell_->ask("latency").at("answers"), 0);
   uint64_t last = 0;
   for (int i = 0; i < 5; ++i) {
-    const json answer = shell_->ask("barrier");
+    const json answer = shell_->ask("barrier timeout=240000");
     EXPECT_GT(answer.at("timestamp"), last) << "each has a name of its own";
     last = answer.at("timestamp");
   }
@@ -169,7 +169,7 @@ TEST_F(PartnerEvents, DigestsAreDrainedByTheirFields) {
   start();
   shell_->ask("queue-create q 100");
   shell_->ask("digest-register mac_learn q");
-  shell_->ask("barrier");  // the agent listens now
+  shell_->ask("barrier timeout=240000");  // the agent listens now
   inject(3, {frameFrom(1)});
   inject(4, {frameFrom(2)});
   const std::vector<json> lines = shell_->list("drain q max=2 wait=40000");
@@ -181,7 +181,7 @@ TEST_F(PartnerEvents, DigestsAreDrainedByTheirFields) {
   EXPECT_EQ(lines[1].at("fields"),
             (json{{"ethernet.src", "02:00:00:00:00:02"}, {"meta.ingress_port", "4"}}));
   shell_->ask("digest-deregister mac_learn");
-  shell_->ask("barrier");
+  shell_->ask("barrier timeout=240000");
   inject(3, {frameFrom(3)});
   EXPECT_THAT(shell_->list("drain q wait=20"), IsEmpty());
   EXPECT_THAT(shell_->refusalOf("digest-register mac_learn q"), HasSubstr("only once"));
@@ -197,7 +197,7 @@ TEST_F(PartnerEvents, IdleEntriesAreDrainedByTheirKeys) {
                {"smac"});
   shell_->ask("queue-create q 100");
   shell_->ask("idle-register smac q ttl-query=1000 max-ttl=0 min-ttl=0");
-  shell_->ask("barrier");                        // the agent watches now
+  shell_->ask("barrier timeout=240000");                        // the agent watches now
   std::vector<Bytes> frames(100, frameFrom(9));  // one a second
   inject(3, frames);
   const std::vector<json> lines = shell_->list("drain q wait=40000");
@@ -225,7 +225,7 @@ TEST_F(PartnerEvents, WhatWouldStopAProcessIsRefused) {
   }
   shell_->ask("idle-deregister smac");
   EXPECT_THAT(shell_->refusalOf("idle-deregister smac"), HasSubstr("deregistered already"));
-  shell_->ask("barrier");
+  shell_->ask("barrier timeout=240000");
   EXPECT_FALSE(agent_->ended());
 }
 
@@ -235,7 +235,7 @@ TEST_F(PartnerEvents, AShellThatEndsTakesItsRegistrationsBack) {
   shell_->ask("queue-create q 10");
   shell_->ask("digest-register mac_learn q");
   shell_->ask("counters-start port_counters");
-  shell_->ask("barrier");
+  shell_->ask("barrier timeout=240000");
   inject(3, {frameFrom(1)});
   ASSERT_THAT(shell_->list("drain q wait=40000"), testing::SizeIs(1));
   quit();
@@ -243,11 +243,11 @@ TEST_F(PartnerEvents, AShellThatEndsTakesItsRegistrationsBack) {
   ShellProcess next("l2_switch");
   next.ask("queue-create q 10");
   next.ask("digest-register mac_learn q");
-  next.ask("barrier");
+  next.ask("barrier timeout=240000");
   inject(3, {frameFrom(4)});
   EXPECT_THAT(next.list("drain q wait=40000"), testing::SizeIs(1));
   EXPECT_THAT(next.refusalOf("counters-start port_counters"), HasSubstr("another partner"));
-  next.ask("barrier");
+  next.ask("barrier timeout=240000");
   EXPECT_FALSE(agent_->ended());
 }
 

@@ -15,5 +15,5 @@ target_compile_definitions(endtoend_counters_test PRIVATE
 target_link_libraries(endtoend_counters_test PRIVATE jex_flags jex_test_support slice_counters_core
                       Boost::headers nlohmann_json::nlohmann_json)
 add_dependencies(endtoend_counters_test slice-counters)
-gtest_discover_tests(endtoend_counters_test TEST_PREFIX endtoend. PROPERTIES TIMEOUT 300)
+gtest_discover_tests(endtoend_counters_test TEST_PREFIX endtoend. DISCOVERY_TIMEOUT 600 PROPERTIES TIMEOUT 600)
 jex_label_tests(endtoend_counters_test endtoend)

@@ -118,7 +118,7 @@ class CountersTest : public jextest::OverCaptures {
   }
 
   Counts syncAndReadAll(const std::string& table) {
-    partner_->ask("barrier " + table + " timeout=40000");
+    partner_->ask("barrier " + table + " timeout=240000");
     return readAll(table);
   }
 

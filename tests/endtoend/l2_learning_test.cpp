@@ -15,6 +15,7 @@
 #include "endtoend/learner.h"
 #include "endtoend/switch_run.h"
 #include "support/child.h"
+#include "support/private_world.h"
 #include "support/wait_until.h"
 
 namespace {
@@ -29,6 +30,7 @@ using jextest::Host;
 using jextest::kLongAge;
 using jextest::Learner;
 using jextest::pathOf;
+using jextest::portOf;
 using jextest::PortsByAddress;
 using jextest::readCapture;
 using jextest::sources;
@@ -55,6 +57,7 @@ void run(const Words& switchctl_arguments) {
 /// A switch whose hosts are on the ports from 1 on.
 class L2Learning : public testing::Test {
  protected:
+  void SetUp() override { JEX_SKIP_WITHOUT_NETWORKS(); }
   void plug(int hosts, void (Host::*join)()) {
     for (int number = 1; number <= hosts; ++number) {
       hosts_.push_back(std::make_unique<Host>(number));
@@ -66,6 +69,9 @@ class L2Learning : public testing::Test {
     Words ports;
     for (const auto& host : hosts_) ports.insert(ports.end(), {"--port", host->spec()});
     agent_ = startSwitch("l2_switch", ports);
+    for (const auto& host : hosts_) {
+      EXPECT_TRUE(waitUntil([&] { return portOf(host->port()).at("link") == true; }));
+    }
   }
   void startLearner(int age_s) { learner_ = std::make_unique<Learner>(age_s); }
 

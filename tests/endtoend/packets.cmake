@@ -17,5 +17,6 @@ target_link_libraries(endtoend_packets_test PRIVATE jex_flags jex_test_support
 add_dependencies(endtoend_packets_test slice-agent switchctl partner-shell)
 # The tests of real captures take all of them, one after the other.
 gtest_discover_tests(endtoend_packets_test TEST_PREFIX endtoend. NO_PRETTY_VALUES
+                     DISCOVERY_TIMEOUT 600
                      PROPERTIES TIMEOUT 900)
 jex_label_tests(endtoend_packets_test endtoend)

@@ -60,7 +60,7 @@ Child Child::helper(const std::string& name, const std::vector<std::string>& arg
                     const Environment& environment) {
   std::vector<std::string> all = {"--helper", name};
   all.insert(all.end(), arguments.begin(), arguments.end());
-  return Child(std::filesystem::read_symlink("/proc/self/exe"), all, environment);
+  return Child(ownProgram(), all, environment);
 }
 
 Child::Child(const std::string& program, const std::vector<std::string>& arguments,

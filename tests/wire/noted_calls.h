@@ -1,4 +1,4 @@
-// What the SDK is asked by the code under test, as stand-ins for the SDK see it: one line a call,
+// What the code under test asks the SDK, as recorded by test doubles of the SDK: one line per call,
 // in order. One thread at a time.
 #pragma once
 

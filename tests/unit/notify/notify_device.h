@@ -24,7 +24,7 @@ namespace jxnotifytest {
 using jxmodel::test::Bytes;
 
 constexpr jx_dev_id_t kDevice = 5;
-constexpr uint32_t kPatienceMs = 20'000;
+constexpr uint32_t kPatienceMs = 240'000;
 constexpr uint64_t kMs = 1'000'000;                     // ns
 constexpr uint64_t kStart = 1'600'000'000'000'000'000;  // ns since 1970
 

@@ -1,4 +1,5 @@
-// Interface ports against hosts with real network stacks, over veth pairs in private namespaces.
+// Interface ports against hosts with real network stacks, over veth pairs. The switch is in the
+// network namespace of the test program, each host in one of its own.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <net/if.h>
@@ -13,6 +14,7 @@
 #include "model/port/interface_port.h"
 #include "model/port/port_set.h"
 #include "network.h"
+#include "support/private_world.h"
 #include "support/wait_until.h"
 
 namespace jxmodel {
@@ -33,17 +35,9 @@ PortSpec interfaceSpec(uint32_t number, const std::string& name) {
   return spec;
 }
 
-/// The switch's namespace is one of the whole test program, entered once while there is one thread.
-bool inOwnNetwork() {
-  static const bool entered = enterOwnNetwork();
-  return entered;
-}
-
 class InterfaceTest : public testing::Test {
  protected:
-  void SetUp() override {
-    if (!inOwnNetwork()) GTEST_SKIP() << "no right to make network namespaces";
-  }
+  void SetUp() override { JEX_SKIP_WITHOUT_NETWORKS(); }
   void TearDown() override { sut_.stop(); }
 
   void attach(uint32_t number, const std::string& name) {

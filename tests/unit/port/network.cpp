@@ -13,33 +13,16 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
 #include "support/wait_until.h"
 
 namespace jxmodel::test {
-namespace {
-
-void writeFile(const char* path, const std::string& text) { std::ofstream(path) << text; }
-
-}  // namespace
-
-bool enterOwnNetwork() {
-  if (unshare(CLONE_NEWNET) == 0) return true;
-  const std::string uid = std::to_string(getuid());
-  const std::string gid = std::to_string(getgid());
-  // Only a process without other threads may do this.
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
-  writeFile("/proc/self/setgroups", "deny");
-  writeFile("/proc/self/uid_map", "0 " + uid + " 1");
-  writeFile("/proc/self/gid_map", "0 " + gid + " 1");
-  return true;
-}
-
 void ip(const std::string& arguments) {
   EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << "ip " << arguments;
 }
@@ -73,7 +56,7 @@ struct Host::Shared {
   std::thread thread;
 
   void serve() {
-    EXPECT_TRUE(enterOwnNetwork());
+    EXPECT_EQ(unshare(CLONE_NEWNET), 0) << std::strerror(errno);
     std::unique_lock lock(mutex);
     thread_id = static_cast<pid_t>(syscall(SYS_gettid));
     changed.notify_all();

@@ -12,9 +12,6 @@
 
 namespace jxmodel::test {
 
-/// Moves the calling thread into a new network namespace. False where that is not permitted.
-bool enterOwnNetwork();
-
 /// Runs `ip` with these arguments in the namespace of the calling thread; fails the test if it
 /// fails.
 void ip(const std::string& arguments);

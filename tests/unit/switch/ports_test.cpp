@@ -28,7 +28,7 @@ using testing::SizeIs;
 
 constexpr jx_dev_id_t kPhysical = 3;
 constexpr jx_dev_id_t kVirtual = 4;
-constexpr uint32_t kPatienceMs = 20'000;
+constexpr uint32_t kPatienceMs = 240'000;
 constexpr int64_t kTime = 1'600'000'000'000'001'000;
 
 class PortsTest : public testing::Test {
