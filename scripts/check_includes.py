@@ -33,6 +33,8 @@ AREAS = {
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
              r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
              r"pcap(/.*)?\.h",
+    # Is a partner of its own loop, to find out whether that takes requests.
+    "apps/slice-agent/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nanomsg/.*",
     # Needs no SDK, and looks into the shared segment itself.
     "apps/slice-counters/": r"JexHybridSlice/JexPartnerLib\.h|boost/interprocess/.*|CLI/.*|"
                             r"nlohmann/.*|prometheus/.*",
@@ -41,7 +43,8 @@ AREAS = {
     "tests/": None,
 }
 # Headers that an area shares with those below the same folder.
-SHARED = {"apps/": ("apps/common",), "sdk/model/": ("sdk/model", "sdk/model/control")}
+SHARED = {"apps/": ("apps/common",), "apps/slice-agent/": ("apps/common",),
+          "sdk/model/": ("sdk/model", "sdk/model/control")}
 
 
 def sources(root):
