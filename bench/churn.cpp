@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "model/placement/plcmt_info.h"
+#include "slots.h"
 
 namespace bench {
 namespace {
@@ -21,10 +22,7 @@ void process(jxmodel::Device& device, jxmodel::TableState& table, const pipe_plc
 }  // namespace
 
 Churn::Churn(jxmodel::Device& device, jxmodel::TableState& table) : device_(device), table_(table) {
-  const uint32_t step = std::max(1u, table.match->end() / kEntries);
-  for (uint32_t slot = 0; slot < table.match->end(); slot += step) {
-    if (table.match->used(slot)) record(slot);
-  }
+  for (const uint32_t slot : spreadSlots(*table.match, kEntries)) record(slot);
   if (entries_.empty()) throw std::runtime_error("no entries to withdraw");
   std::shuffle(entries_.begin(), entries_.end(), std::mt19937(7));
   thread_ = std::thread([this] { run(); });

@@ -34,6 +34,8 @@ AREAS = {
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
              r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
              r"pcap(/.*)?\.h",
+    # Is a partner of its own loop, to find out whether that takes requests.
+    "apps/slice-agent/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nanomsg/.*",
     # Needs no SDK, and looks into the shared segment itself.
     "apps/slice-counters/": r"JexHybridSlice/JexPartnerLib\.h|boost/interprocess/.*|CLI/.*|"
                             r"nlohmann/.*|prometheus/.*",
@@ -43,7 +45,7 @@ AREAS = {
     "tests/": None,
 }
 # Headers that an area shares with those below the same folder.
-SHARED = {"apps/": ("apps/common",)}
+SHARED = {"apps/": ("apps/common",), "apps/slice-agent/": ("apps/common",)}
 
 # The rooms of the model from the lowest layer to the highest: each includes itself and those before
 # it, and nothing else of the model.

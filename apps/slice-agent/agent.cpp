@@ -9,6 +9,10 @@
 #include "jxmodel/ports.h"
 #include "jxsdk/drv.h"
 #include "jxsdk/pipe_mgr.h"
+#include "signals.h"
+#include "start_error.h"
+#include "start_guard.h"
+#include "threads.h"
 
 namespace slice_agent {
 namespace {
@@ -22,14 +26,14 @@ void check(jx_status_t status, const std::string& what) {
 
 // Calls `update` every `interval` for ever. What a stopped or busy process has missed is not made
 // up for.
-void startPeriodic(std::chrono::milliseconds interval, bool (*update)()) {
-  std::thread([=] {
+void startPeriodic(const char* name, std::chrono::milliseconds interval, bool (*update)()) {
+  startThread(name, [=] {
     using Clock = std::chrono::steady_clock;
     for (auto next = Clock::now() + interval;; next = std::max(next + interval, Clock::now())) {
       std::this_thread::sleep_until(next);
       update();
     }
-  }).detach();
+  });
 }
 
 }  // namespace
@@ -84,25 +88,28 @@ size_t countTables(jx_dev_id_t device) {
 
 std::string startControlServer(const std::string& address) {
   check(jx_rt_grpc_server_run_with_addr(address.c_str()), "cannot serve control on " + address);
+  jx_model_grpc_serving_set(false);
   return address.substr(0, address.rfind(':') + 1) + std::to_string(jx_model_grpc_port());
 }
 
 void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms) {
   jx_rt_session_hdl* session = nullptr;  // the loop's for as long as the process lives
   check(jx_rt_session_create(&session), "cannot create a session");
-  std::thread([=] {
+  startThread("agent-loop", [=] {
+    blockAllButFatalSignals();
+    keepAborts();
     PartnerLibServerStartup(session, static_cast<uint8_t>(device), timeout_ms);
-  }).detach();
+  });
 }
 
 void startHeartbeat(std::chrono::milliseconds interval) {
-  startPeriodic(interval, PartnerLib::PeriodicHeartbeatUpdate);
+  startPeriodic("heartbeat", interval, PartnerLib::PeriodicHeartbeatUpdate);
 }
 
 void startCounterUpdate(std::chrono::milliseconds interval, CounterUpdate update) {
-  startPeriodic(interval, update == CounterUpdate::kModel
-                              ? PartnerLib::PeriodicHybridCounterUpdateModel
-                              : PartnerLib::PeriodicHybridCounterUpdate);
+  startPeriodic("counters", interval,
+                update == CounterUpdate::kModel ? PartnerLib::PeriodicHybridCounterUpdateModel
+                                                : PartnerLib::PeriodicHybridCounterUpdate);
 }
 
 }  // namespace slice_agent

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -13,18 +12,8 @@
 
 namespace slice_agent {
 
-/// A start that failed: a line for the person, saying what and why.
-class StartError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 /// A start that failed over a program description, which the SDK has explained on standard error.
 class ProgramError : public std::exception {};
-
-/// Where partners find the agent: the address, and the file that stands behind it.
-inline constexpr const char* kAgentAddress = "ipc:///tmp/Partner0";
-inline constexpr const char* kAgentSocketFile = "/tmp/Partner0";
 
 /// Brings the SDK up and adds the physical device with these programs. Throws StartError, or
 /// ProgramError.
@@ -44,13 +33,16 @@ void followCaptureTime();
 size_t countTables(jx_dev_id_t device);
 
 /// Serves the control service on `address` ("host:port") until the process ends. Returns the
-/// address with the port that was taken. Throws StartError.
+/// address with the port that was taken. It answers health checks with NOT_SERVING. Throws
+/// StartError.
 std::string startControlServer(const std::string& address);
 
-/// Starts the agent loop on a thread of its own, which never ends. Throws StartError.
+/// Starts the agent loop on a thread of its own, which never ends and which no signal but a fatal
+/// one reaches. Throws StartError.
 void startAgentLoop(jx_dev_id_t device, int32_t timeout_ms);
 
 /// Sends heartbeats on a thread of its own, which never ends; the first after one interval.
+/// Throws StartError.
 void startHeartbeat(std::chrono::milliseconds interval);
 
 /// How counter updates go about it: `kModel` asks for a second sync of each table behind the first,
@@ -58,7 +50,7 @@ void startHeartbeat(std::chrono::milliseconds interval);
 enum class CounterUpdate : uint8_t { kPlain, kModel };
 
 /// Updates the counters that partners have started on a thread of its own, which never ends; the
-/// first time after one interval.
+/// first time after one interval. Throws StartError.
 void startCounterUpdate(std::chrono::milliseconds interval, CounterUpdate update);
 
 }  // namespace slice_agent

@@ -1,18 +1,27 @@
 // slice-agent: owns a physical device and replays on it what partners do on their virtual ones.
-#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <limits>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "agent.h"
-#include "socket_probe.h"
+#include "host_port.h"
+#include "loop_probe.h"
+#include "registrations.h"
+#include "signals.h"
+#include "socket_files.h"
+#include "start_error.h"
+#include "start_guard.h"
 
 namespace slice_agent {
 namespace {
@@ -25,7 +34,7 @@ struct Options {
   std::vector<std::string> programs;
   int device = 0;
   int timeout_ms = 100;
-  int heartbeat_ms = 1000;
+  int heartbeat_ms = 0;
   int counter_update_ms = 1000;
   bool model_counter_update = false;
   std::string control = "127.0.0.1:50051";
@@ -33,13 +42,11 @@ struct Options {
   std::string clock = "real";
 };
 
-/// Signals that end the agent. They are blocked in every thread, and main waits for them.
-sigset_t endSignals() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  return signals;
+constexpr const char* kNoControl = "off";
+
+/// What is wrong with a value of --control.
+std::string checkControl(const std::string& address) {
+  return address == kNoControl ? std::string() : jexapps::checkHostPort(address);
 }
 
 /// The exit status, where the command line ends the program already.
@@ -47,7 +54,7 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
   const CLI::Range milliseconds(0, kMaxMilliseconds);
   CLI::App app{
       "Owns a physical device and replays on it what partners do on their virtual devices.\n"
-      "Serves partners on ipc:///tmp/Partner0 until SIGINT or SIGTERM.",
+      "Serves partners on ipc:///tmp/Partner0 until SIGINT, SIGTERM or SIGHUP.",
       "slice-agent"};
   app.set_version_flag("--version", "slice-agent " JEX_VERSION);
   app.add_option("--program", options->programs, "P4 program description to load; repeatable")
@@ -61,7 +68,9 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
       ->check(milliseconds)
       ->capture_default_str();
   app.add_option("--heartbeat-ms", options->heartbeat_ms,
-                 "Interval of heartbeats to partners; 0: none")
+                 "Interval of heartbeats to partners, which stop the agent when a partner that has "
+                 "registered is gone or hangs; for partners that live and die with the agent. "
+                 "0: none")
       ->check(milliseconds)
       ->capture_default_str();
   app.add_option("--counter-update-ms", options->counter_update_ms,
@@ -72,6 +81,7 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
                "Sync each table twice an update, as software models of the chip need it");
   app.add_option("--control", options->control,
                  "Address of the control server, HOST:PORT (port 0: a free one), or off")
+      ->check(CLI::Validator(checkControl, ""))
       ->capture_default_str();
   app.add_option("--port", options->ports,
                  "Attach a port: N=if:NAME or N=pcap:IN[,OUT]; repeatable")
@@ -92,37 +102,57 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
   return std::nullopt;
 }
 
-/// Waits until the loop serves. False when a signal asked for the end before.
-bool awaitServing(const sigset_t& signals) {
-  const timespec pause{0, 1'000'000};
-  while (!socketAccepts(kAgentSocketFile)) {
-    if (sigtimedwait(&signals, nullptr, &pause) > 0) return false;
-  }
-  return true;
-}
+/// Whether the socket file, if there is one, is that of this process.
+std::atomic<bool> has_socket_file{false};
 
 /// Nobody tells the loop to end, so the process ends around it: no destructor runs under the
-/// threads that are still at work.
+/// threads that are still at work. At any time, by the thread that waits for signals.
 [[noreturn]] void leave() {
-  unlink(kAgentSocketFile);
+  if (has_socket_file) removeAgentSocket();
   std::fflush(nullptr);
   _exit(EXIT_SUCCESS);
 }
 
-[[noreturn]] void serve(const Options& options, const sigset_t& signals) {
-  if (socketAccepts(kAgentSocketFile)) {
-    throw StartError(std::string("another agent serves ") + kAgentAddress);
+/// A partner takes three descriptors, so that the usual 1024 are used up before the sockets of the
+/// messaging library are.
+void raiseDescriptorLimit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void takeSocket() {
+  makeRoomForAgentSocket();
+  const size_t removed = removeStalePartnerSockets();
+  if (removed == 0) return;
+  std::fprintf(stderr, "slice-agent: removed %zu sockets of partners that have ended from %s\n",
+               removed, kSocketFolder);
+}
+
+void awaitServing() {
+  while (!socketAccepts(kAgentSocketFile)) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
+}
+
+/// Ready when it returns.
+void serve(const Options& options) {
+  takeSocket();
   addPhysicalDevice(options.device, options.programs);
   if (options.clock == "capture") followCaptureTime();
   if (!options.ports.empty()) attachPorts(options.device, options.ports);
   const size_t tables = countTables(options.device);
-  if (options.control != "off") {
+  const bool has_control = options.control != kNoControl;
+  if (has_control) {
     const std::string address = startControlServer(options.control);
     std::fprintf(stderr, "slice-agent: control server on %s\n", address.c_str());
   }
+  has_socket_file = true;
   startAgentLoop(options.device, options.timeout_ms);
-  if (!awaitServing(signals)) leave();
+  awaitServing();
+  if (has_control) startLoopProbe();
+  watchRegistrations(1 + (has_control ? kProbeSockets : 0));
   if (options.heartbeat_ms > 0) startHeartbeat(std::chrono::milliseconds(options.heartbeat_ms));
   if (options.counter_update_ms > 0) {
     startCounterUpdate(
@@ -133,17 +163,24 @@ bool awaitServing(const sigset_t& signals) {
               kAgentAddress);
   std::fflush(stdout);
   if (!options.ports.empty()) startCaptures(options.device);
-  int signal_number = 0;
-  while (sigwait(&signals, &signal_number) != 0) continue;
-  leave();
+}
+
+[[noreturn]] void fail() {
+  if (has_socket_file) removeAgentSocket();
+  std::fflush(nullptr);
+  _exit(kExitFailure);
 }
 
 int run(int argc, char** argv) {
   Options options;
   if (const std::optional<int> status = parse(argc, argv, &options)) return *status;
-  const sigset_t signals = endSignals();
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  serve(options, signals);
+  guardStart();
+  checkAddressSpace();
+  handleSignals(leave);
+  raiseDescriptorLimit();
+  serve(options);
+  endOfStart();
+  for (;;) pause();
 }
 
 }  // namespace
@@ -156,5 +193,5 @@ int main(int argc, char** argv) {
   } catch (const std::exception& error) {       // a StartError, or memory is out
     std::fprintf(stderr, "slice-agent: %s\n", error.what());
   }
-  return slice_agent::kExitFailure;
+  slice_agent::fail();
 }

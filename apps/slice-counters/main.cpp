@@ -9,6 +9,8 @@
 #include <exception>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "options.h"
 #include "output.h"
@@ -80,9 +82,18 @@ void watch(const Options& options, const std::vector<uint32_t>& wanted, const Ta
   }
 }
 
+/// A connection keeps a thread of the web server from when it is accepted until its request is
+/// answered, or until the time for a request is over: connections without a request must not take
+/// all of them, or for long.
+const char* const kServerThreads = "32";
+const char* const kRequestMs = "5000";
+
 std::unique_ptr<prometheus::Exposer> expose(const std::string& address) {
+  const std::vector<std::string> options{
+      "listening_ports",    address,    "num_threads",       kServerThreads,
+      "request_timeout_ms", kRequestMs, "enable_keep_alive", "no"};
   try {
-    return std::make_unique<prometheus::Exposer>(address);
+    return std::make_unique<prometheus::Exposer>(options);
   } catch (const std::exception&) {
     throw std::runtime_error("cannot serve on " + address +
                              ": the port is taken, or the address is not of this machine");

@@ -61,6 +61,10 @@ class CheckIncludesTest(unittest.TestCase):
             self.assertEqual(self.wrong("apps/a/main.cpp", f'#include "{header}"'), [header])
             self.assertEqual(self.wrong("examples/a.cpp", f'#include "{header}"'), [header])
 
+    def test_only_the_agent_sends_messages_past_the_library(self):
+        self.assertEqual(self.wrong("apps/slice-agent/a.cpp", "#include <nanomsg/nn.h>"), [])
+        self.assertEqual(self.wrong("apps/a/a.cpp", "#include <nanomsg/nn.h>"), ["nanomsg/nn.h"])
+
     def test_only_the_reader_of_the_segment_includes_what_it_is_made_of(self):
         segment = "boost/interprocess/managed_shared_memory.hpp"
         self.assertEqual(self.wrong("apps/slice-counters/a.cpp", f"#include <{segment}>"), [])

@@ -1,6 +1,9 @@
 // What slice-counters serves, before a real Prometheus: it scrapes, keeps, and is asked.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
@@ -9,6 +12,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "endtoend/cli_run.h"
 #include "endtoend/counter_segment.h"
@@ -235,6 +239,39 @@ TEST(SliceCountersMetrics, WaitForTheSegmentAndEndByASignal) {
     EXPECT_EQ(end.signal, 0);
     EXPECT_EQ(end.code, 0);
   }
+}
+
+/// A connection on which nothing is sent.
+class IdleConnection {
+ public:
+  explicit IdleConnection(const std::string& host_and_port)
+      : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const std::string port = host_and_port.substr(host_and_port.rfind(':') + 1);
+    address.sin_port = htons(static_cast<uint16_t>(std::stoi(port)));
+    EXPECT_EQ(connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  }
+  ~IdleConnection() { close(fd_); }
+  IdleConnection(const IdleConnection&) = delete;
+  IdleConnection& operator=(const IdleConnection&) = delete;
+
+ private:
+  const int fd_;
+};
+
+TEST(SliceCountersMetrics, AreServedBesideConnectionsWithoutARequest) {
+  CounterSegment segment;
+  segment.construct(9, 1);
+  Server server;
+  std::vector<std::unique_ptr<IdleConnection>> idle;
+  for (int i = 0; i < 16; ++i) idle.push_back(std::make_unique<IdleConnection>(server.address()));
+  const Finished run =
+      finish(Child(JEX_CURL, {"--silent", "--show-error", "--fail", "--max-time",
+                              std::to_string(jextest::kPatience.count()), server.url()}));
+  EXPECT_TRUE(run.endedWith(0)) << run.error;
+  EXPECT_EQ(valueOf(run.output, "jex_counters_entries{table_id=\"9\"}"), "1");
 }
 
 }  // namespace

@@ -61,6 +61,7 @@ class LearnChannel {
   /// The same without a new one. What waits is unclaimed; what was delivered can still be
   /// acknowledged.
   void clearClient();
+  bool hasClient() const;
   /// JX_OBJECT_NOT_FOUND: no such message waits for it.
   jx_status_t acknowledge(uint64_t message_id);
 

@@ -1,6 +1,7 @@
 // Starts the control server, and takes it down when the process exits.
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/health_check_service_interface.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -105,4 +106,9 @@ jx_status_t jx_rt_grpc_server_run_with_addr(const char* address) {
 int jx_model_grpc_port(void) {
   const jxmodel::control::ControlServer* const control = jxmodel::control::running.load();
   return control == nullptr ? 0 : control->port;
+}
+
+void jx_model_grpc_serving_set(bool serving) {
+  const jxmodel::control::ControlServer* const control = jxmodel::control::running.load();
+  if (control != nullptr) control->server->GetHealthCheckService()->SetServingStatus(serving);
 }
