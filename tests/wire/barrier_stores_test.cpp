@@ -68,6 +68,13 @@ TEST_F(BarrierStores, AnAnswerThatComesWhileTheBarrierLeavesIsInLastResponse) {
   EXPECT_EQ(PartnerBarrierGetLastComplete(), timestamp);
 }
 
+// What an answer does not hold counts as zero; memory behind it is not its own.
+TEST_F(BarrierStores, AShortAnswerIsReadToItsEnd) {
+  Bytes record = barrierReply(0xAAAAAAAA00000007);
+  processClientMessageFromSocket(record.data(), 8, nullptr);
+  EXPECT_EQ(PartnerBarrierGetLastComplete(), 7u);
+}
+
 #ifdef JEX_TEST_STORE_ORDER
 // Who sees that nothing is asked for any more finds the answer, and who sees the histogram move
 // finds both.

@@ -15,6 +15,7 @@
 #include "support/switch_device.h"
 #include "wire/counter_frames.h"
 #include "wire/counter_segment.h"
+#include "wire/living_blocks.h"
 #include "wire/nanomsg_calls.h"
 
 namespace jextest {
@@ -22,7 +23,7 @@ namespace {
 
 constexpr jx_dev_id_t kPhysical = 0;
 constexpr jx_dev_id_t kVirtual = 1;
-const std::string kName = std::to_string(kPairs);
+const std::string kBlockName = std::to_string(kPairs);
 
 /// Runs when a value is about to be written into a block.
 std::function<void()> before_value;
@@ -30,7 +31,7 @@ std::function<void()> before_value;
 TEST(CounterOrder, TheTimeOfASyncIsWrittenBehindItsValues) {
   const SwitchDevice device(DeviceKind::kPhysical, kPhysical, {"limits"});
   CounterSegment segment = CounterSegment::create();
-  segment.makeBlock(kName, kPairCount);
+  segment.makeBlock(kBlockName, kPairCount);
   const uint32_t session = device.view().session().sessHandleGet();
   Bytes message = counterConfig(77, kPairs, 1);
   PartnerLib::counterConfigDeserialize(kPhysical, session, message.data() + 16, message.size() - 16,
@@ -38,15 +39,23 @@ TEST(CounterOrder, TheTimeOfASyncIsWrittenBehindItsValues) {
   int values = 0;
   before_value = [&] {
     ++values;
-    EXPECT_EQ(u64At(segment.block(kName), 4), 0u);
+    EXPECT_EQ(u64At(segment.block(kBlockName), 4), 0u);
   };
   PartnerLib::processCounterRead(PartnerLib::countersCallbackMap.at(kPairs * 10));
   before_value = nullptr;
   EXPECT_EQ(values, 2 * static_cast<int>(kPairCount));
-  EXPECT_NE(u64At(segment.block(kName), 4), 0u);
+  EXPECT_NE(u64At(segment.block(kBlockName), 4), 0u);
   message = counterConfig(77, kPairs, 0);
   PartnerLib::counterConfigDeserialize(kPhysical, session, message.data() + 16, message.size() - 16,
                                        -1, 77);
+}
+
+void startAndEnd(const SwitchDevice& device) {
+  char program[256] = "limits";
+  void* handle = nullptr;
+  ASSERT_TRUE(PartnerCounterInit(program, "pairs", device.view().target(),
+                                 device.view().session().cHandle(), &handle));
+  PartnerCounterFree(handle);
 }
 
 // The agent looks for the block when it has the request, which may be at once.
@@ -60,20 +69,36 @@ TEST(CounterOrder, ABlockIsThereFromBeforeTheStartUntilTheEndHasLeft) {
     return 1;
   };
   calls.send = [&](int, const void*, size_t size, int) {
-    seen.push_back(CounterSegment::open().block(kName));
+    seen.push_back(CounterSegment::open().block(kBlockName));
     return static_cast<int>(size);
   };
   const NanomsgInFront front(&calls);
   PartnerLib::pSocket = &socket;
-  char program[256] = "limits";
-  void* handle = nullptr;
-  ASSERT_TRUE(PartnerCounterInit(program, "pairs", device.view().target(),
-                                 device.view().session().cHandle(), &handle));
-  PartnerCounterFree(handle);
+  startAndEnd(device);
   PartnerLib::pSocket = nullptr;
   const Bytes zeros(12 + 16 * kPairCount);
   EXPECT_EQ(seen, (std::vector<Bytes>{zeros, zeros}));
-  EXPECT_EQ(CounterSegment::open().block(kName), Bytes());
+  EXPECT_EQ(CounterSegment::open().block(kBlockName), Bytes());
+}
+
+TEST(CounterOrder, NothingStaysOfCountersThatHaveEnded) {
+  const SwitchDevice device(DeviceKind::kVirtual, kVirtual, {"limits"});
+  PartnerLib::PartnerSocket socket(1);
+  NanomsgCalls calls;
+  calls.poll = [](nn_pollfd* fds, int, int) {
+    fds[0].revents = NN_POLLOUT;
+    return 1;
+  };
+  calls.send = [](int, const void*, size_t size, int) { return static_cast<int>(size); };
+  const NanomsgInFront front(&calls);
+  PartnerLib::pSocket = &socket;
+  long living = 0;
+  for (int round = 0; round < 3; ++round) {  // the first makes the segment
+    living = livingBlocks();
+    startAndEnd(device);
+  }
+  EXPECT_EQ(livingBlocks(), living);
+  PartnerLib::pSocket = nullptr;
 }
 
 }  // namespace

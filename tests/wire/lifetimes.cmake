@@ -28,6 +28,9 @@ jex_wrap(receiver_shutdown_test ${nanomsg_calls} jx_device_remove pthread_cancel
          nanosleep nn_shutdown nn_close nn_term)
 jex_wire_test(barrier_stores_test barrier_stores_test.cpp nanomsg_calls.cpp store_order.cpp)
 jex_wrap(barrier_stores_test ${nanomsg_calls})
-jex_wire_test(counter_order_test counter_order_test.cpp counter_segment.cpp nanomsg_calls.cpp)
+jex_wire_test(counter_order_test counter_order_test.cpp counter_segment.cpp living_blocks.cpp
+              nanomsg_calls.cpp)
 jex_wrap(counter_order_test ${nanomsg_calls} jx_rt_data_field_get_value)
 jex_wire_test(stop_line_test stop_line_test.cpp)
+jex_wire_test(capture_threads_test capture_threads_test.cpp nanomsg_calls.cpp)
+jex_wrap(capture_threads_test ${nanomsg_calls})

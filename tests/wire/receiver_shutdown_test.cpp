@@ -161,6 +161,99 @@ TEST(ReceiveThread, GivesEveryMessageBack) {
   if (&nn_init != nullptr) nn_init();
 }
 
+// A thread that ends inside nanomsg takes nanomsg's locks along.
+TEST(ReceiveThread, CannotBeCancelledInsideNanomsg) {
+  InOneProcess pair;
+  std::atomic<int> calls_made{0};
+  std::atomic<int> cancellable{0};
+  const auto lookAtState = [&] {
+    int state = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state);
+    if (state != PTHREAD_CANCEL_DISABLE) ++cancellable;
+    pthread_setcancelstate(state, nullptr);
+    ++calls_made;
+  };
+  NanomsgCalls calls;
+  calls.poll = [&](nn_pollfd* fds, int nfds, int timeout) {
+    if (isReceiverPoll(fds, nfds)) lookAtState();
+    return realPoll(fds, nfds, timeout);
+  };
+  {
+    const NanomsgInFront front(&calls);
+    EXPECT_TRUE(waitUntil([&] { return calls_made > 10; }));
+    PartnerLibShutdown(kVirtual);
+  }
+  EXPECT_EQ(cancellable, 0);
+  if (&nn_init != nullptr) nn_init();
+}
+
+TEST(SocketFields, APartnerPollsItsTwoSockets) {
+  InOneProcess pair;
+  const PartnerLib::PartnerSocket& socket = *PartnerLib::pSocket;
+  EXPECT_EQ(socket.numFds, 2);
+  EXPECT_EQ(socket.pollFds[0].fd, socket.socket_);
+  EXPECT_EQ(socket.pollFds[0].events, NN_POLLOUT);
+  EXPECT_NE(socket.pollFds[1].fd, socket.socket_);
+  EXPECT_EQ(socket.pollFds[1].events, NN_POLLIN | NN_POLLOUT);
+  EXPECT_GE(socket.endpoints[0], 0);
+  EXPECT_GE(socket.endpoints[1], 0);
+  EXPECT_EQ(socket.endpoints[2], -1);
+  PartnerLibShutdown(kVirtual);
+  if (&nn_init != nullptr) nn_init();
+}
+
+JEX_HELPER(loop_that_answers_three_pings) {
+  const SwitchDevice device(DeviceKind::kPhysical, 0, {"limits"});
+  constexpr int kWait = 20;
+  std::mutex mutex;
+  std::set<void*> held;
+  int received = 0;
+  bool waited = false;
+  bool waited_otherwise = false;
+  NanomsgCalls calls;
+  calls.poll = [&](nn_pollfd* fds, int nfds, int timeout) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (timeout == kWait) waited = true;
+      if (timeout > 0 && timeout != kWait) waited_otherwise = true;
+    }
+    return realPoll(fds, nfds, timeout);
+  };
+  calls.recv = [&](int s, void* buf, size_t len, int flags) {
+    const int result = realRecv(s, buf, len, flags);
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (result > 0) ++received;
+    if (result >= 0) held.insert(*static_cast<void**>(buf));
+    return result;
+  };
+  calls.freemsg = [&](void* message) {
+    {
+      const std::lock_guard<std::mutex> lock(mutex);
+      held.erase(message);
+    }
+    return realFreemsg(message);
+  };
+  const NanomsgInFront front(&calls);
+  std::thread([&] {
+    PartnerLibServerStartup(device.view().session().cHandle(), 0, kWait);
+  }).detach();
+  RawSocket partner(NN_PUSH);
+  partner.connect("ipc:///tmp/Partner0");
+  for (int i = 0; i < 3; ++i) partner.send(request(9, 77));
+  const bool given_back = waitUntil([&] {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return received == 3 && held.empty();
+  });
+  const std::lock_guard<std::mutex> lock(mutex);
+  _exit(!given_back ? 3 : !waited ? 4 : waited_otherwise ? 5 : 0);
+}
+
+TEST(AgentLoop, WaitsAsItsHostSaysAndGivesEveryRequestBack) {
+  Child child = Child::helper("loop_that_answers_three_pings");
+  EXPECT_EQ(child.waitForExit().code, 0) << "3: a request is not given back; 4, 5: another wait\n"
+                                         << child.standardError();
+}
+
 // While the device is removed all of the Partner still works; then the thread ends, what is queued
 // gets its second, and only then the sockets go.
 TEST(PartnerShutdown, TakesItsStepsInOrder) {

@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <nanomsg/pipeline.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "JexPartnerLib.h"
@@ -14,6 +16,7 @@
 #include "JexPartnerLibSocket.h"
 #include "support/raw_socket.h"
 #include "support/switch_device.h"
+#include "support/wait_until.h"
 #include "wire/living_blocks.h"
 #include "wire/nanomsg_calls.h"
 #include "wire/notify_frames.h"
@@ -32,7 +35,7 @@ void receive(Bytes record) {
 class RegistrationOrder : public testing::TestWithParam<bool> {
  protected:
   RegistrationOrder()
-      : device_(DeviceKind::kVirtual, kVirtual, {"limits"}),
+      : device_(DeviceKind::kVirtual, kVirtual, {"limits", "l2_switch"}),
         session_(jxrt::JxRtSession::sessionCreate()),
         socket_(1),
         front_(&calls_) {
@@ -124,6 +127,42 @@ TEST_P(RegistrationOrder, NothingStaysOfADeregisteredOneButItsEntry) {
     forget();
   }
   EXPECT_EQ(livingBlocks(), living);
+}
+
+TEST_P(RegistrationOrder, NothingStaysOfADestroyedQueue) {
+  long living = 0;
+  for (int round = 0; round < 3; ++round) {
+    living = livingBlocks();
+    void* queue = nullptr;
+    PartnerNotificationQueueCreate("other", 16, &queue);
+    PartnerNotificationQueueDestroy(queue);
+  }
+  EXPECT_EQ(livingBlocks(), living);
+}
+
+// The thread sanitizer sees what reads a registration without its lock.
+TEST_P(RegistrationOrder, RecordsComeWhileOthersAreRegisteredAndWhenTheirOwnIsGone) {
+  registerIt();
+  std::atomic<bool> over{false};
+  std::atomic<int> received{0};
+  std::thread receiver([&] {
+    while (!over) {
+      receive(record(20));
+      queued();
+      ++received;
+    }
+  });
+  EXPECT_TRUE(waitUntil([&] { return received > 10; }));
+  PartnerRegisterIdleNotification("l2_switch", "smac", 10, 50, 20, kTarget, session_->cHandle(),
+                                  queue_);
+  PartnerRegisterDigestNotification("l2_switch", "mac_learn", kTarget, session_->cHandle(), queue_);
+  deregisterIt();
+  const int before = received;
+  EXPECT_TRUE(waitUntil([&] { return received > before + 10; }));
+  over = true;
+  receiver.join();
+  PartnerDeregisterIdleNotification("l2_switch", "smac", kTarget);
+  PartnerDeregisterDigestNotification("l2_switch", "mac_learn", kTarget);
 }
 
 class DigestRecord : public RegistrationOrder {};

@@ -220,6 +220,23 @@ TEST(ReceiveBounds, AnEmptyMessageIsGivenBack) {
   sut.shutdown(false);
 }
 
+bool isOpen(int socket) {
+  int protocol = 0;
+  size_t size = sizeof protocol;
+  return nn_getsockopt(socket, NN_SOL_SOCKET, NN_PROTOCOL, &protocol, &size) == 0;
+}
+
+TEST(SocketFields, ASocketThatCannotBeBoundOrConnectedIsClosed) {
+  PartnerSocket agent(0);
+  EXPECT_FALSE(agent.init("nothing://nowhere", false));
+  EXPECT_GE(agent.socket_, 0);
+  EXPECT_FALSE(isOpen(agent.socket_));
+  PartnerSocket partner(1);
+  EXPECT_FALSE(partner.init("nothing://nowhere", false));
+  EXPECT_GE(partner.socket_, 0);
+  EXPECT_FALSE(isOpen(partner.socket_));
+}
+
 // The error that the end of nanomsg leaves would make the next socket look dead.
 TEST(Termination, LeavesNoErrorBehind) {
   PartnerSocket sut(0);

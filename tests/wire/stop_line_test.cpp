@@ -103,10 +103,11 @@ TEST(StopLine, IsWrittenThoughSignalsInterruptIt) {
     std::string received;
     while (received.size() < line.size() ||
            received.compare(received.size() - line.size(), line.size(), line) != 0) {
+      const bool over = writer_id < 0;
       char piece[4096];
       const ssize_t size = read(ends[0], piece, sizeof piece);
       if (size > 0) received.append(piece, static_cast<size_t>(size));
-      if (size <= 0 && writer_id < 0) break;  // nothing more can come
+      if (size <= 0 && over) break;
     }
     writer.join();
     ASSERT_GE(received.size(), line.size());

@@ -48,8 +48,8 @@ void protect(int access) {
 
 void onFault(int, siginfo_t* info, void* context) {
   const auto address = reinterpret_cast<uintptr_t>(info->si_addr);
-  const uintptr_t* const end = traps().pages + traps().page_count;
-  if (std::find(traps().pages + 0, end, address / pageSize() * pageSize()) == end) {
+  uintptr_t* const end = traps().pages + traps().page_count;
+  if (std::find(traps().pages, end, address / pageSize() * pageSize()) == end) {
     signal(SIGSEGV, SIG_DFL);  // not ours: it comes again
     return;
   }
@@ -81,8 +81,8 @@ StoreOrder::StoreOrder(std::vector<WatchedVariable> variables) : variables_(std:
         (reinterpret_cast<uintptr_t>(variable.address) + variable.size - 1) / pageSize();
     for (uintptr_t page = first; page <= last; ++page) {
       const uintptr_t address = page * pageSize();
-      const uintptr_t* const end = traps().pages + traps().page_count;
-      if (std::find(traps().pages + 0, end, address) != end) continue;
+      uintptr_t* const end = traps().pages + traps().page_count;
+      if (std::find(traps().pages, end, address) != end) continue;
       if (traps().page_count == kMostPages) std::abort();
       traps().pages[traps().page_count++] = address;
     }
