@@ -31,6 +31,6 @@ jex_wrap(barrier_stores_test ${nanomsg_calls})
 jex_wire_test(counter_order_test counter_order_test.cpp counter_segment.cpp living_blocks.cpp
               nanomsg_calls.cpp)
 jex_wrap(counter_order_test ${nanomsg_calls} jx_rt_data_field_get_value)
-jex_wire_test(stop_line_test stop_line_test.cpp)
+jex_wire_test(stop_pieces_test stop_pieces_test.cpp)
 jex_wire_test(capture_threads_test capture_threads_test.cpp nanomsg_calls.cpp)
 jex_wrap(capture_threads_test ${nanomsg_calls})

@@ -38,7 +38,7 @@ JEX_HELPER(stop_on_a_socket_that_keeps_pieces_apart) {
   PARTNER_STOP("false", "the text of ", 1, " stop");
 }
 
-TEST(StopLine, LeavesInOnePiece) {
+TEST(StopPieces, LeavesInOnePiece) {
   Child child = Child::helper("stop_on_a_socket_that_keeps_pieces_apart");
   EXPECT_EQ(child.readLine(), "Error: the text of 1 stop");
   EXPECT_EQ(child.waitForExit().code, 0) << child.standardError();
@@ -72,7 +72,7 @@ class ErrorsInto {
 };
 
 // A pipe that is full makes the writer wait, and a signal ends its wait with nothing written.
-TEST(StopLine, IsWrittenThoughSignalsInterruptIt) {
+TEST(StopPieces, IsWrittenThoughSignalsInterruptIt) {
   struct sigaction action {};
   action.sa_handler = countSignal;  // without SA_RESTART
   sigaction(SIGUSR1, &action, nullptr);
