@@ -136,6 +136,7 @@ class Tree:
         self.jobs = jobs
         self.log = folder.parent / "log"
         self.configured = set()
+        self.listed = {}
 
     def update(self):
         wanted = tracked_files(ROOT)
@@ -183,24 +184,33 @@ class Tree:
                                    "--", f"-j{self.jobs}"])
         return None if status == 0 else output
 
-    def tests(self, preset, pattern):
-        """The tests whose names match: name, number and executable. They have been built before."""
+    def all_tests(self, preset):
+        """All tests that have been built: name, number and executable. Faults do not change them."""
+        if preset in self.listed:
+            return self.listed[preset]
+
         def ctest(*arguments):
             return subprocess.run(["ctest", "--preset", preset, *arguments], cwd=self.folder,
                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
                                   check=True).stdout
         commands = {test["name"]: test.get("command", [""])[0]
                     for test in json.loads(ctest("--show-only=json-v1"))["tests"]}
+        self.listed[preset] = [
+            (name, number, pathlib.Path(commands.get(name, "")).name)
+            for number, name in re.findall(r"^ *Test +#(\d+): (.+)$", ctest("-N"), re.MULTILINE)]
+        return self.listed[preset]
+
+    def tests(self, preset, pattern):
+        """The tests whose names match, without those that CI leaves out."""
         left_out = not_for_tsan(self.folder) if preset == "tsan" else r"$^"
-        return [(name, int(number), pathlib.Path(commands.get(name, "")).name)
-                for number, name in re.findall(r"^ *Test +#(\d+): (.+)$", ctest("-N"), re.MULTILINE)
-                if re.search(pattern, name) and not re.search(left_out, name)]
+        return [test for test in self.all_tests(preset)
+                if re.search(pattern, test[0]) and not re.search(left_out, test[0])]
 
     def test(self, preset, pattern):
         """Runs tests up to the first that fails. The names of those that failed, and how many ran.
 
         They are chosen by number: ctest's own regular expressions know too few parentheses."""
-        numbers = [str(number) for _, number, _ in self.tests(preset, pattern)]
+        numbers = [number for _, number, _ in self.tests(preset, pattern)]
         if not numbers:
             return [], 0
         results = self.folder / "build" / preset / "faults.xml"
@@ -242,6 +252,9 @@ class Run:
         self.tree = tree
         self.results_file = results_file
         self.results = json.loads(results_file.read_text()) if results_file.exists() else {}
+        self.baselines_file = results_file.with_name("baselines.json")
+        self.baselines = json.loads(self.baselines_file.read_text()) \
+            if self.baselines_file.exists() else {}
         self.again = again
         self.whole_wire_passes = set()
         state = hashlib.sha256()
@@ -271,9 +284,15 @@ class Run:
             why = self.tree.build(preset, LIBRARY_TARGETS + ["tests/wire/all"])
             if why is not None:
                 raise ListError(f"the tree does not build for {preset}:\n{why}")
+            self.tree.listed.pop(preset, None)
             patterns = sorted({fault["tests"] for fault in faults if fault["preset"] == preset})
+            passed = self.baselines.get(preset, {})
+            if passed.get("state") == self.state and set(patterns) <= set(passed["patterns"]):
+                continue
             say(f"without a fault, {preset}: testing")
             self.require_pass(preset, "|".join(patterns))
+            self.baselines[preset] = {"state": self.state, "patterns": patterns}
+            self.baselines_file.write_text(json.dumps(self.baselines, indent=1) + "\n")
 
     def judge(self, fault):
         """How a fault ends: the outcome and by what."""
@@ -286,7 +305,7 @@ class Run:
             for file, edits in edits_by_file(fault).items():
                 originals[file] = (ROOT / file).read_text(encoding="utf-8")
                 self.tree.write(file, changed(originals[file], edits))
-            why = self.tree.build(preset, LIBRARY_TARGETS + affected)
+            why = self.tree.build(preset, affected)
             if why is not None:
                 return ERROR, f"does not build:\n{why}"
             failed, ran = self.tree.test(preset, fault["tests"])

@@ -25,11 +25,19 @@ constexpr jx_dev_id_t kPhysical = 0;
 constexpr jx_dev_id_t kVirtual = 1;
 const std::string kBlockName = std::to_string(kPairs);
 
+/// The library keeps its mapping of the segment for the life of the process. A test that makes a
+/// new segment takes the old mapping away.
+void forgetSegment() {
+  delete PartnerLib::CounterShm::segment;
+  PartnerLib::CounterShm::segment = nullptr;
+}
+
 /// Runs when a value is about to be written into a block.
 std::function<void()> before_value;
 
 TEST(CounterOrder, TheTimeOfASyncIsWrittenBehindItsValues) {
   const SwitchDevice device(DeviceKind::kPhysical, kPhysical, {"limits"});
+  forgetSegment();
   CounterSegment segment = CounterSegment::create();
   segment.makeBlock(kBlockName, kPairCount);
   const uint32_t session = device.view().session().sessHandleGet();
@@ -50,6 +58,24 @@ TEST(CounterOrder, TheTimeOfASyncIsWrittenBehindItsValues) {
                                        -1, 77);
 }
 
+TEST(CounterOrder, NothingStaysOfARecordThatHasEnded) {
+  const SwitchDevice device(DeviceKind::kPhysical, kPhysical, {"limits"});
+  forgetSegment();
+  CounterSegment segment = CounterSegment::create();
+  segment.makeBlock(kBlockName, kPairCount);
+  const uint32_t session = device.view().session().sessHandleGet();
+  long living = 0;
+  for (int round = 0; round < 3; ++round) {
+    living = livingBlocks();
+    for (const uint8_t enable : {1, 0}) {
+      const Bytes message = counterConfig(77, kPairs, enable);
+      PartnerLib::counterConfigDeserialize(kPhysical, session, message.data() + 16,
+                                           message.size() - 16, -1, 77);
+    }
+  }
+  EXPECT_EQ(livingBlocks(), living);
+}
+
 void startAndEnd(const SwitchDevice& device) {
   char program[256] = "limits";
   void* handle = nullptr;
@@ -60,6 +86,7 @@ void startAndEnd(const SwitchDevice& device) {
 
 // The agent looks for the block when it has the request, which may be at once.
 TEST(CounterOrder, ABlockIsThereFromBeforeTheStartUntilTheEndHasLeft) {
+  forgetSegment();
   const SwitchDevice device(DeviceKind::kVirtual, kVirtual, {"limits"});
   PartnerLib::PartnerSocket socket(1);
   std::vector<Bytes> seen;  // the block, at each request
@@ -82,6 +109,7 @@ TEST(CounterOrder, ABlockIsThereFromBeforeTheStartUntilTheEndHasLeft) {
 }
 
 TEST(CounterOrder, NothingStaysOfCountersThatHaveEnded) {
+  forgetSegment();
   const SwitchDevice device(DeviceKind::kVirtual, kVirtual, {"limits"});
   PartnerLib::PartnerSocket socket(1);
   NanomsgCalls calls;
