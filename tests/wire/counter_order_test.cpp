@@ -67,7 +67,7 @@ TEST(CounterOrder, NothingStaysOfARecordThatHasEnded) {
   long living = 0;
   for (int round = 0; round < 3; ++round) {
     living = livingBlocks();
-    for (const uint8_t enable : {1, 0}) {
+    for (const uint8_t enable : Bytes{1, 0}) {
       const Bytes message = counterConfig(77, kPairs, enable);
       PartnerLib::counterConfigDeserialize(kPhysical, session, message.data() + 16,
                                            message.size() - 16, -1, 77);

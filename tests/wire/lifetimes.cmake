@@ -34,3 +34,6 @@ jex_wrap(counter_order_test ${nanomsg_calls} jx_rt_data_field_get_value)
 jex_wire_test(stop_pieces_test stop_pieces_test.cpp)
 jex_wire_test(capture_threads_test capture_threads_test.cpp nanomsg_calls.cpp)
 jex_wrap(capture_threads_test ${nanomsg_calls})
+jex_wire_test(full_names_test full_names_test.cpp counter_segment.cpp nanomsg_calls.cpp
+              notify_frames.cpp sdk_front.cpp)
+jex_wrap(full_names_test ${nanomsg_calls} jx_rt_info_get)

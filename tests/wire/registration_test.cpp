@@ -106,6 +106,19 @@ TEST(Registration, NamesTheTimeOfDayOfThePartnersZone) {
   }
 }
 
+// Start-up captures what comes behind the first program of a device, too.
+TEST(PartnerPrograms, AreAllCaptured) {
+  PartnerOptions options;
+  options.programs = {"limits", "l2_switch"};
+  RawAgent agent;
+  Child partner = startedPartner(options);
+  agent.receiveRegistration();
+  for (const char* write : {"add exact_direct 1 nop", "add dmac 1 flood"}) {
+    EXPECT_EQ(partner.ask(write), "status 0");
+    EXPECT_EQ(u32At(agent.receive(), 0), 0u) << write;
+  }
+}
+
 // A Partner that takes nothing must not keep the loop from finding the others.
 TEST(Registry, IsFreeWhileAHeartbeatIsSent) {
   const Registry registry;
