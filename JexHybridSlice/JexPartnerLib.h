@@ -5,8 +5,8 @@
  * it. Counters come back through shared memory, notifications through queues. Partner and
  * SliceAgent run on one host.
  *
- * Plain functions have unmangled names; all but the start-up and the queue tokens can be called
- * from C. bool is C's. The library has almost no soft failures: unless a function's comment says
+ * Plain functions have unmangled names; a C program can call all of them but those of the queue
+ * tokens. bool is C's. The library has almost no soft failures: unless a function's comment says
  * otherwise, a failure prints one line that begins with "Error: " on standard error and stops the
  * process by a failed assertion (SIGABRT), whatever the build type. Nothing is rolled back, and
  * nothing about failures travels to the other process. A null where a name is asked for throws
@@ -38,6 +38,7 @@ struct ProducerToken;
 
 #ifdef __cplusplus
 extern "C" {
+#endif
 
 /* ---- start and stop ------------------------------------------------------------------------ */
 
@@ -57,7 +58,13 @@ extern "C" {
 /// Call it from one thread. Starting again after a shut-down works, but the SliceAgent of the first
 /// start takes a second registration of one process id for a broken invariant and stops; start
 /// again only towards a fresh SliceAgent.
+///
+/// A C program passes the handle of jx_rt_session_create, which is the address of the session.
+#ifdef __cplusplus
 JEX_API bool PartnerLibStartup(const jxrt::JxRtSession& session, jx_rt_target_t target,
+                               jx_dev_type_t dev_type, jx_device_profile_t* profile);
+#else
+JEX_API bool PartnerLibStartup(const jx_rt_session_hdl* session, jx_rt_target_t target,
                                jx_dev_type_t dev_type, jx_device_profile_t* profile);
 #endif
 
