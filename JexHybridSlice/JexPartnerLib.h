@@ -5,8 +5,8 @@
  * update. Counters come back through shared memory, notifications through queues. Partner and
  * SliceAgent run on one host, and load programs that give each table the same id and the same size.
  *
- * ABI. Plain functions have unmangled names. A C program can call all of them but
- * PartnerLibStartup, the queue tokens and the periodic functions of the SliceAgent. bool is C's.
+ * ABI. Plain functions have unmangled names. A C program can call all of them but the queue tokens
+ * and the periodic functions of the SliceAgent. bool is C's.
  *
  * Failures. The library has almost no soft failures. Unless a function's comment says otherwise:
  *  - A failure prints one line that begins with "Error: " on standard error and stops the process
@@ -50,6 +50,7 @@ struct ProducerToken;
 
 #ifdef __cplusplus
 extern "C" {
+#endif
 
 /* ---- start and stop ------------------------------------------------------------------------ */
 
@@ -75,7 +76,13 @@ extern "C" {
 ///
 /// The environment variable JEXPARTNER_TEST, if its value begins with "true", turns test mode on:
 /// the SDK's gRPC server is started on 0.0.0.0:50053.
+///
+/// A C program passes the handle of jx_rt_session_create, which is the address of the session.
+#ifdef __cplusplus
 JEX_API bool PartnerLibStartup(const jxrt::JxRtSession& session, jx_rt_target_t target,
+                               jx_dev_type_t dev_type, jx_device_profile_t* profile);
+#else
+JEX_API bool PartnerLibStartup(const jx_rt_session_hdl* session, jx_rt_target_t target,
                                jx_dev_type_t dev_type, jx_device_profile_t* profile);
 #endif
 

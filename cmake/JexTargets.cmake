@@ -7,7 +7,8 @@
 # which take longer to compile than all the rest.
 add_library(jex_flags INTERFACE)
 target_compile_options(jex_flags INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-                       -Wno-sign-conversion -Wnon-virtual-dtor -fno-omit-frame-pointer)
+                       -Wno-sign-conversion $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+                       -fno-omit-frame-pointer)
 # Programs without a place of the build folder in them.
 target_compile_options(jex_flags INTERFACE -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(JEX_WERROR)

@@ -9,11 +9,12 @@
 // An address that has been silent for AGE-SECONDS (default 300) is forgotten.
 //
 // Start a slice agent first. SIGINT and SIGTERM end the program, which takes its entries out again.
+#include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
-#include <time.h>
+#include <unistd.h>
 
 #include <array>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,10 +28,67 @@ namespace {
 
 constexpr char kProgram[] = "l2_switch";
 constexpr jx_dev_id_t kDevice = 1;
-constexpr uint32_t kLooksPerAge = 10;  // how often an entry is looked at until it ages
+constexpr uint32_t kLooksPerAge = 10;  // how often an entry is checked until it ages
+constexpr long kMaxAgeSeconds = 1'000'000;
 constexpr size_t kBatch = 64;
 
-volatile std::sig_atomic_t end_wanted = 0;
+// ---- plumbing ---------------------------------------------------------------------------------
+
+constexpr char kUsage[] = "usage: l2_learning PROGRAM-FILE [AGE-SECONDS]\n";
+
+bool succeeded(jx_status_t status, const std::string& what) {
+  if (status == JX_SUCCESS) return true;
+  const char* text = nullptr;
+  jx_rt_err_str(status, &text);
+  std::fprintf(stderr, "l2_learning: %s: %s\n", what.c_str(), text);
+  return false;
+}
+
+void must(jx_status_t status, const char* what) {
+  if (!succeeded(status, what)) std::exit(EXIT_FAILURE);
+}
+
+// The age in milliseconds. Ends the process if the command line asks for nothing to be done.
+uint32_t readAge(int argc, char** argv) {
+  if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+    std::printf(
+        "%sLearns which address is behind which port of the switch. An address that is\n"
+        "silent for AGE-SECONDS (1 to %ld, default 300) is forgotten.\n",
+        kUsage, kMaxAgeSeconds);
+    std::exit(EXIT_SUCCESS);
+  }
+  char* end = nullptr;
+  const long age_s = argc == 3 ? std::strtol(argv[2], &end, 10) : 300;
+  if (argc < 2 || argc > 3 || age_s < 1 || age_s > kMaxAgeSeconds || (end && *end != '\0')) {
+    std::fputs(kUsage, stderr);
+    std::exit(2);
+  }
+  return static_cast<uint32_t>(age_s) * 1000;
+}
+
+// A socket must not get the number of a standard descriptor that is closed.
+void openStandardDescriptors() {
+  int fd = open("/dev/null", O_RDWR);
+  while (fd >= 0 && fd <= STDERR_FILENO) fd = open("/dev/null", O_RDWR);
+  close(fd);
+}
+
+// SIGINT and SIGTERM: blocked in all threads, taken by waiting for them.
+sigset_t blockEndSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
+// PartnerLibStartup waits for an agent, however long that takes: a thread ends the process then.
+void* endWhileWaiting(void* signals) {
+  int number = 0;
+  sigwait(static_cast<const sigset_t*>(signals), &number);
+  _exit(EXIT_SUCCESS);
+}
 
 // ---- what the switch's program says -----------------------------------------------------------
 
@@ -49,20 +107,6 @@ struct Learned {
   uint8_t port[2];  // 9 bits
 };
 static_assert(sizeof(Learned) == 8);
-
-// ---- calls of the SDK -------------------------------------------------------------------------
-
-bool succeeded(jx_status_t status, const std::string& what) {
-  if (status == JX_SUCCESS) return true;
-  const char* text = nullptr;
-  jx_rt_err_str(status, &text);
-  std::fprintf(stderr, "l2_learning: %s: %s\n", what.c_str(), text);
-  return false;
-}
-
-void must(jx_status_t status, const char* what) {
-  if (!succeeded(status, what)) std::exit(EXIT_FAILURE);
-}
 
 // ---- the two tables ---------------------------------------------------------------------------
 
@@ -203,18 +247,20 @@ bool drain(PartnerNotificationQueueHandle queue, LearningSwitch* lan) {
   return count != 0;
 }
 
-void serve(const std::shared_ptr<jxrt::JxRtSession>& session, uint32_t age_ms) {
-  const jx_rt_target_t target = {kDevice, JX_PIPE_ALL, 0, 0};
-  LearningSwitch lan(*session, target, age_ms);
+// Learns and forgets until one of the signals comes.
+void serve(const jxrt::JxRtSession& session, const jx_rt_target_t& target, uint32_t age_ms,
+           const sigset_t& signals) {
+  LearningSwitch lan(session, target, age_ms);
   PartnerNotificationQueueHandle queue = nullptr;
   PartnerNotificationQueueCreate("l2_learning", 4096, &queue);
   PartnerRegisterIdleNotification(kProgram, "smac", age_ms / kLooksPerAge + 1, age_ms, age_ms,
-                                  target, session->cHandle(), queue);
-  PartnerRegisterDigestNotification(kProgram, "mac_learn", target, session->cHandle(), queue);
+                                  target, session.cHandle(), queue);
+  PartnerRegisterDigestNotification(kProgram, "mac_learn", target, session.cHandle(), queue);
   std::printf("l2_learning: ready\n");
-  const timespec pause = {0, 1'000'000};
-  while (end_wanted == 0) {
-    if (!drain(queue, &lan)) nanosleep(&pause, nullptr);
+  std::fflush(stdout);
+  timespec pause = {0, 0};
+  while (sigtimedwait(&signals, nullptr, &pause) < 0) {
+    pause.tv_nsec = drain(queue, &lan) ? 0 : 1'000'000;
   }
   // No more of them from here on; then what is still queued, and last the queue.
   PartnerDeregisterDigestNotification(kProgram, "mac_learn", target);
@@ -227,20 +273,23 @@ void serve(const std::shared_ptr<jxrt::JxRtSession>& session, uint32_t age_ms) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const long age_s = argc > 2 ? std::strtol(argv[2], nullptr, 10) : 300;
-  if (argc < 2 || argc > 3 || age_s < 1 || age_s > 1000000) {
-    std::fprintf(stderr, "usage: l2_learning PROGRAM-FILE [AGE-SECONDS]\n");
-    return 2;
-  }
-  std::signal(SIGINT, [](int) { end_wanted = 1; });
-  std::signal(SIGTERM, [](int) { end_wanted = 1; });
+  const uint32_t age_ms = readAge(argc, argv);
+  openStandardDescriptors();
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t signals = blockEndSignals();
+  pthread_t waiter;
+  if (pthread_create(&waiter, nullptr, endWhileWaiting, &signals) != 0) return EXIT_FAILURE;
 
   const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
   if (session == nullptr) must(JX_MAX_SESSIONS_EXCEEDED, "session");
-  const char* files[] = {argv[1]};
+  const char* const files[] = {argv[1]};
   jx_device_profile_t profile = {1, files, 0};
-  PartnerLibStartup(*session, {kDevice, JX_PIPE_ALL, 0, 0}, JX_DEV_TYPE_MODEL, &profile);
-  serve(session, static_cast<uint32_t>(age_s) * 1000);
+  const jx_rt_target_t target = {kDevice, JX_PIPE_ALL, 0, 0};
+  PartnerLibStartup(*session, target, JX_DEV_TYPE_ANY, &profile);
+  pthread_cancel(waiter);
+  pthread_join(waiter, nullptr);
+
+  serve(*session, target, age_ms, signals);
   PartnerLibShutdown(kDevice);
   return EXIT_SUCCESS;
 }

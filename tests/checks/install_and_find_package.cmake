@@ -17,14 +17,18 @@ endif()
 # The examples, from the folder that was installed.
 set(examples ${SCRATCH_DIR}/prefix/share/doc/jexhybridslice/examples)
 run("configuring the examples" ${CMAKE_COMMAND} -S ${examples} -B ${SCRATCH_DIR}/examples
-    -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_PREFIX_PATH=${SCRATCH_DIR}/prefix
-    "-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror")
+    -G ${GENERATOR} -DCMAKE_C_COMPILER=${CC} -DCMAKE_CXX_COMPILER=${CXX}
+    -DCMAKE_PREFIX_PATH=${SCRATCH_DIR}/prefix "-DCMAKE_C_FLAGS=-Wall -Wextra -pedantic -Werror"
+    "-DCMAKE_CXX_FLAGS=-Wall -Wextra -pedantic -Werror")
 run("building the examples" ${CMAKE_COMMAND} --build ${SCRATCH_DIR}/examples)
-execute_process(COMMAND ${SCRATCH_DIR}/examples/l2_learning RESULT_VARIABLE status
-                ERROR_VARIABLE said)
-if(NOT status EQUAL 2 OR NOT said STREQUAL "usage: l2_learning PROGRAM-FILE [AGE-SECONDS]\n")
-  message(FATAL_ERROR "l2_learning without arguments ended with ${status} and said: ${said}")
-endif()
+foreach(example "l2_learning PROGRAM-FILE [AGE-SECONDS]" "static_address PROGRAM-FILE MAC PORT")
+  string(REGEX MATCH "^[^ ]+" name ${example})
+  execute_process(COMMAND ${SCRATCH_DIR}/examples/${name} RESULT_VARIABLE status
+                  ERROR_VARIABLE said)
+  if(NOT status EQUAL 2 OR NOT said STREQUAL "usage: ${example}\n")
+    message(FATAL_ERROR "${name} without arguments ended with ${status} and said: ${said}")
+  endif()
+endforeach()
 
 foreach(program slice-agent partner-shell switchctl slice-counters)
   run("the installed ${program}" ${SCRATCH_DIR}/prefix/bin/${program} --version)

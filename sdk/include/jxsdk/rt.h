@@ -14,11 +14,10 @@
 
 #include "jxsdk/types.h"
 
-#ifdef __cplusplus
-#include <cstdbool>
-extern "C" {
-#else
+#ifndef __cplusplus
 #include <stdbool.h>
+#else
+extern "C" {
 #endif
 
 typedef struct jx_rt_info_hdl jx_rt_info_hdl;                         /* jxrt::JxRtInfo */
@@ -111,7 +110,13 @@ JXSDK_API void jx_rt_err_str(jx_status_t status, const char** text);
 
 /* ---- sessions --------------------------------------------------------------------------- */
 
+/** Creates a session, as jxrt::JxRtSession::sessionCreate does. JX_MAX_SESSIONS_EXCEEDED if the
+ *  process has as many as it can have (1024).
+ *
+ *  A session's handle is the address of its jxrt::JxRtSession object. A function with C linkage
+ * that takes the object by reference is therefore declared in C with the handle in its place. */
 JXSDK_API jx_status_t jx_rt_session_create(jx_rt_session_hdl** session);
+/** Ends a session of jx_rt_session_create. JX_SESSION_NOT_FOUND if it is none. */
 JXSDK_API jx_status_t jx_rt_session_destroy(jx_rt_session_hdl* session);
 /** The session's handle in pipeline-manager calls; never 0. */
 JXSDK_API uint32_t jx_rt_session_pipe_handle_get(const jx_rt_session_hdl* session);

@@ -46,7 +46,7 @@ class JXSDK_API JxRtSession {
   /// The session's handle in pipeline-manager calls; never 0.
   virtual uint32_t sessHandleGet() const = 0;
 
-  /// The C face of this object; no ownership passes.
+  /// The C face of this object: its address, as jx_rt_session_create says. No ownership passes.
   virtual jx_rt_session_hdl* cHandle() const = 0;
 };
 

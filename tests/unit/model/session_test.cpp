@@ -17,6 +17,8 @@ TEST(Session, IsFoundByItsHandleAsLongAsItLives) {
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 0), session->cHandle());
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 1), nullptr);
   EXPECT_EQ(JxRtSession::fromHandle(session->cHandle()), session.get());
+  // C callers pass the handle where a function takes the object by reference.
+  EXPECT_EQ(static_cast<const void*>(session->cHandle()), static_cast<const void*>(session.get()));
   EXPECT_EQ(jx_rt_session_pipe_handle_get(session->cHandle()), handle);
   session.reset();
   EXPECT_EQ(JxRtSession::sessionInstantiate(handle, 0), nullptr);

@@ -1,0 +1,625 @@
+#!/usr/bin/env python3
+"""Runs what the README, the manual pages and two pages of docs/ tell their reader to run, word by word.
+
+    run_documents.py ROOT BUILD-FOLDER [DOCUMENT]...      within private namespaces
+
+Each block of a document is claimed by one of the functions below, which runs it, or by the list of
+what is not run, with the reason. A block that nobody claims fails the check, and so does a claim
+whose block has gone. Commands within sentences are run, or their options are looked up in --help.
+"""
+import contextlib
+import gzip
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import urllib.request
+
+sys.dont_write_bytecode = True
+import documents  # noqa: E402
+
+ADD_A_MEMBER = ("member-add nexthops member=1 -> set_nexthop port=2 dmac=02:00:00:00:00:01 "
+                "smac=02:00:00:00:00:02")
+PATIENCE = 120  # seconds after which a command hangs
+PROGRAMS = ("slice-agent", "partner-shell", "switchctl", "slice-counters", "l2_learning",
+            "static_address")
+README, OPERATIONS, PROGRAM_PAGE = "README.md", "docs/operations.md", "docs/programs.md"
+PAGES = [f"packaging/man/{name}.1" for name in PROGRAMS[:4]]
+DOCUMENTS = [README, OPERATIONS, PROGRAM_PAGE, *PAGES]
+
+# What is not run: document, how the block begins, the reason.
+BLOCKS_NOT_RUN = (
+    (README, "scripts/demo.sh", "builds, and runs the tests, of which this is one; checks.demo runs it"),
+    (PAGES[1], "exact      V", "is a table of notations; apps.* tests enter each"),
+    (PAGES[1], "idle smac #7", "is output; endtoend.CliPartnerEvents compares it"),
+)
+# Document, span, the reason.
+SPANS_NOT_RUN = (
+    (README, "scripts/in-private-namespaces bash", "is interactive; this check itself runs in one"),
+    (README, "(cd build/release && cpack)", "packs for half a minute; .ci/run package does it"),
+    (README, "cmake -DJEX_SDK_ROOT=DIR", "builds the library anew; checks.sdk_from_elsewhere does it"),
+    (README, "cmake --install", "stands with its arguments in a block, which is run"),
+)
+
+
+class Failure(Exception):
+    pass
+
+
+def require(condition, *text):
+    if not condition:
+        raise Failure(" ".join(str(part) for part in text))
+
+
+def wait_until(what, condition):
+    deadline = time.monotonic() + PATIENCE
+    while not condition():
+        require(time.monotonic() < deadline, "waits in vain:", what)
+        time.sleep(0.01)
+
+
+# ---- processes ---------------------------------------------------------------------------------
+
+
+class Running:
+    """A command that runs until it is ended; its output is read line by line."""
+
+    def __init__(self, command, folder, env):
+        self.command = command
+        self.lines = []
+        self.error = tempfile.TemporaryFile("w+")
+        self.popen = subprocess.Popen(["bash", "-c", command], cwd=folder, env=env, text=True,
+                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                      stderr=self.error, start_new_session=True)
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.popen.stdout:
+            self.lines.append(line.rstrip("\n"))
+
+    def said(self):
+        self.error.seek(0)
+        return "\n".join(self.lines[-20:]) + "\n" + self.error.read()
+
+    def await_line(self, pattern, begin=0):
+        """Index of the first line from `begin` on that has the pattern."""
+        deadline = time.monotonic() + PATIENCE
+        at = begin
+        while True:
+            if at < len(self.lines):
+                if re.search(pattern, self.lines[at]):
+                    return at
+                at += 1
+                continue
+            require(self.reader.is_alive() or at < len(self.lines),
+                    f"`{self.command}` ended without {pattern}:", self.said())
+            require(time.monotonic() < deadline, f"`{self.command}` hangs:", self.said())
+            time.sleep(0.01)
+
+    def type(self, line):
+        """Types a line into a partner shell; its answer has to be ok."""
+        begin = len(self.lines)
+        self.popen.stdin.write(line + "\n")
+        self.popen.stdin.flush()
+        at = self.await_line(r"^(ok|error:)", begin)
+        require(self.lines[at].startswith("ok"), f"`{line}` is answered by {self.lines[at]}")
+        return self.lines[begin:at + 1]
+
+    def end(self, signal_number=signal.SIGINT):
+        """Ends it with a signal, as Ctrl-C does; its status has to be 0."""
+        if self.popen.poll() is None:
+            os.killpg(self.popen.pid, signal_number)
+        self.finish()
+
+    def finish(self):
+        try:
+            status = self.popen.wait(PATIENCE)
+        except subprocess.TimeoutExpired:
+            raise Failure(f"`{self.command}` does not end:", self.said()) from None
+        self.reader.join(PATIENCE)
+        require(status == 0, f"`{self.command}` ends with {status}:", self.said())
+
+    def kill(self):
+        with contextlib.suppress(ProcessLookupError):
+            os.killpg(self.popen.pid, signal.SIGKILL)
+        self.popen.wait()
+        self.reader.join(PATIENCE)
+        for file in (self.popen.stdin, self.popen.stdout, self.error):
+            with contextlib.suppress(BrokenPipeError):
+                file.close()
+
+
+def program_of(command):
+    return command.split()[0]
+
+
+def runs_until_ended(command):
+    if program_of(command) == "slice-counters":
+        return "--prometheus" in command or "--watch" in command and "--count" not in command
+    if program_of(command) == "partner-shell":
+        return "--script" not in command and "<" not in command
+    return program_of(command) in ("slice-agent", "l2_learning", "static_address") or \
+        re.search(r"switchctl\b.*\bwatch\b", command) is not None and not re.search(r"[|<]", command)
+
+
+class Session:
+    """A folder with what a document expects there, and the processes that its commands start."""
+
+    def __init__(self, folder, env):
+        self.folder = pathlib.Path(folder)
+        self.env = dict(env)
+        self.running = []
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            if kind is None:
+                for process in reversed(self.running):
+                    if process.popen.poll() is None:
+                        process.end()
+        finally:
+            for process in self.running:
+                process.kill()
+            for left in [*pathlib.Path("/tmp").glob("Partner*"),
+                         *pathlib.Path("/dev/shm").glob("PARTNERLIB*")]:
+                left.unlink()
+
+    def start(self, command):
+        process = Running(command, self.folder, self.env)
+        self.running.append(process)
+        ready = ": ready" if program_of(command) in PROGRAMS[:2] + PROGRAMS[4:] else "."
+        process.await_line(ready)
+        return process
+
+    def run(self, command):
+        """Runs a command or a script to its end and returns its output."""
+        done = Running(command, self.folder, self.env)
+        self.running.append(done)
+        done.popen.stdin.close()
+        done.finish()
+        self.running.remove(done)
+        done.kill()
+        return "\n".join(done.lines)
+
+    def lines(self, block):
+        """Runs a block line by line; returns the processes that go on."""
+        return [self.start(line) if runs_until_ended(line) else self.run(line)
+                for line in block.lines if line.strip()]
+
+
+class World:
+    """What all documents share: the checkout, the build, and a folder for each document."""
+
+    def __init__(self, root, build, scratch):
+        self.root, self.build, self.scratch = root, build, scratch
+        self.count = 0
+        self.env = {**os.environ, "PATH": f"{build}/bin:{os.environ['PATH']}"}
+        self.checkout = scratch / "checkout"
+        (self.checkout / "build").mkdir(parents=True)
+        for name in ("programs", "scripts", "examples", "docs"):
+            (self.checkout / name).symlink_to(root / name)
+        (self.checkout / "build/release").symlink_to(build)
+        (self.checkout / "build/data").symlink_to(root / "build/data")
+
+    def in_checkout(self, env=None):
+        return Session(self.checkout, env or self.env)
+
+    def beside_programs(self, **env):
+        """In a folder that has the program descriptions, as pages expect it."""
+        self.count += 1
+        folder = self.scratch / f"pages{self.count}"
+        shutil.copytree(self.root / "programs", folder)
+        return Session(folder, {**self.env, **env})
+
+
+@contextlib.contextmanager
+def interfaces(*names):
+    """Network interfaces, each with a host behind it: a function that lets the host say something."""
+    made = []
+    for number, name in enumerate(names, 1):
+        peer = f"host{number}"
+        subprocess.run(["ip", "link", "add", name, "type", "veth", "peer", "name", peer], check=True)
+        for end in (name, peer):
+            subprocess.run(["ip", "link", "set", end, "addrgenmode", "none", "up"], check=True)
+        made.append(peer)
+
+    def speak(number):
+        with socket.socket(socket.AF_PACKET, socket.SOCK_RAW) as wire:
+            wire.bind((made[number - 1], 0))
+            wire.send(frame_from(number))
+    try:
+        yield speak
+    finally:
+        for name in names:
+            subprocess.run(["ip", "link", "delete", name], check=True)
+
+
+def frame_from(host):
+    """A broadcast frame of host 02:00:00:00:00:HOST."""
+    return b"\xff" * 6 + bytes([2, 0, 0, 0, 0, host]) + b"\x88\xb5" + bytes(46)
+
+
+def write_capture(path, frames):
+    with open(path, "wb") as file:
+        file.write(struct.pack("<IHHiIII", 0xa1b2c3d4, 2, 4, 0, 0, 65535, 1))
+        for second, frame in enumerate(frames):
+            file.write(struct.pack("<IIII", 1_600_000_000 + second, 0, len(frame), len(frame)))
+            file.write(frame)
+
+
+def write_routes(path, opener=open):
+    with opener(path, "wt") as file:
+        file.writelines(f"10.{number}.0.0/16\n" for number in range(20))
+
+
+# ---- what runs the blocks ------------------------------------------------------------------------
+
+CLAIMS = []  # document, how the block begins, function
+
+
+def runs(document, prefix):
+    def register(function):
+        CLAIMS.append((document, prefix, function))
+        return function
+    return register
+
+
+@runs(README, "export PATH=")
+def _(world, block):
+    """Three shells; later blocks go on in the second."""
+    env = {**world.env, "PATH": os.environ["PATH"]}
+    with Session(world.checkout, env) as session:
+        session.env["PATH"] = session.run(block.lines[0] + "\necho \"$PATH\"")
+        agent, _, tables = session.lines(block._replace(lines=block.lines[1:]))
+        require("ipv4_lpm" in tables, "no tables of the router:", tables)
+        require("7 tables" in agent.lines[0], agent.lines[0])
+
+
+@runs(README, "scripts/make_data.sh")
+def _(world, block):
+    with world.in_checkout() as session:
+        session.lines(block)
+    require(list((world.root / "build/data").glob("routes/*")), "no routes were made")
+
+
+@runs(README, "member-add nexthops")
+def _(world, block):
+    with world.in_checkout() as session:
+        session.start("slice-agent --program programs/router.json")
+        shell = session.start("partner-shell --program programs/router.json")
+        for line in block.lines[:-1]:
+            shell.type(line)
+        wait_until("the agent's routes", lambda: session.run("switchctl count ipv4_lpm") == "1001")
+        shell.popen.stdin.write(block.lines[-1] + "\n")
+        shell.popen.stdin.flush()
+        shell.finish()
+
+
+@runs(README, "cmake --install build/release --prefix DIR")
+def _(world, block):
+    with world.in_checkout() as session:
+        session.run(block.lines[0].replace("DIR", str(world.scratch / "prefix")))
+        for name in ("bin/slice-agent", "lib/libdriver.so", "include/jxsdk/rt.h"):
+            require((world.scratch / "prefix" / name).exists(), name, "is not installed")
+
+
+@runs(README, "#include <JexHybridSlice/JexPartnerLib.h>")
+def _(world, block):
+    """As it stands, by both compilers and in both languages, without a warning."""
+    folder = world.scratch / "my_partner"
+    folder.mkdir(exist_ok=True)
+    (folder / "main.cpp").write_text("\n".join(block.lines) + "\n")
+    shutil.copy(world.root / "programs/router.json", folder)
+    with Session(folder, world.env) as session:
+        for compiler in ("g++", "clang++"):
+            for standard in ("c++17", "c++20"):
+                session.run(f"{compiler} -std={standard} -Wall -Wextra -pedantic -Werror "
+                            f"-I{world.scratch}/prefix/include -fsyntax-only main.cpp")
+
+
+@runs(README, "cmake_minimum_required(VERSION")
+def _(world, block):
+    text = "\n".join(block.lines) + "\n"
+    (world.scratch / "my_partner/CMakeLists.txt").write_text(text)
+
+
+@runs(README, "cmake -S . -B build")
+def _(world, block):
+    """my_partner, and the installed examples in the same way."""
+    prefix = str(world.scratch / "prefix")
+    examples = world.scratch / "prefix/share/doc/jexhybridslice/examples"
+    for folder, last in ((world.scratch / "my_partner", 3), (examples, 2)):
+        with Session(folder, world.env) as session:
+            session.start(f"{prefix}/bin/slice-agent --program {world.root}/programs/router.json")
+            for line in block.lines[:last]:
+                session.run(line.replace("DIR", prefix))
+    for name in ("l2_learning", "static_address"):
+        require((examples / "build" / name).exists(), name, "was not built")
+
+
+@runs(README, "slice-agent --program programs/l2_switch.json\n")
+def _(world, block):
+    with world.in_checkout() as session:
+        session.lines(block)
+        entries = session.run("switchctl entries dmac")
+        require("02:00:00:00:00:01 -> forward port=2" in entries, entries)
+
+
+@runs(README, "slice-agent --program programs/l2_switch.json --port 1=if:eth1")
+def _(world, block):
+    with world.in_checkout() as session, interfaces("eth1", "eth2") as speak:
+        _, learner = session.lines(block._replace(lines=block.lines[:2]))
+        for host in (1, 2):
+            # The agent may still be about to take the registration.
+            wait_until(f"host {host}", lambda host=host: speak(host) or
+                       f"learned 02:00:00:00:00:0{host} on port {host}" in learner.lines)
+        wait_until("both addresses", lambda: session.run("switchctl count dmac") == "2")
+        entries = session.run(block.lines[2])
+        for host in (1, 2):
+            require(f"02:00:00:00:00:0{host} -> forward port={host}" in entries, entries)
+
+
+@runs(README, "slice-agent --program programs/l2_switch.json --clock capture")
+def _(world, block):
+    """What goes before and after is endtoend.L2LearningClocks'."""
+    captures = sorted((world.root / "build/data/pcap").glob("*.pcap*"))
+    require(captures, "no captures in build/data/pcap")
+    with world.in_checkout() as session:
+        _, learner = session.lines(block._replace(lines=block.lines[:2]))
+        session.run(block.lines[2].replace("FILE", str(captures[0])))
+        learner.await_line("learned")
+
+
+def show_counters(world, block):
+    with world.beside_programs() as session:
+        session.start("slice-agent --program router.json")
+        shell = session.start("partner-shell --program router.json")
+        shell.type("counters-start route_counters")
+        shell.type("barrier route_counters")
+        listed, watched, served = session.lines(block)
+        require("route_counters" in listed, listed)
+        watched.await_line("route_counters")
+        found = re.search(r"--prometheus (\S+)", served.command).group(1)
+        with urllib.request.urlopen(f"http://{found}/metrics", timeout=PATIENCE) as answer:
+            require(b"jex_counters_entries{" in answer.read(), "no metrics from", found)
+
+
+runs(OPERATIONS, "slice-counters --program router.json")(show_counters)
+runs(PAGES[3], "slice-counters --program router.json")(show_counters)
+
+
+@runs(PROGRAM_PAGE, "router.json: /tables/0/key/0/match")
+def _(world, block):
+    """Each line is what an agent says of a description that is wrong in this way."""
+    with world.beside_programs() as session:
+        description = session.folder / "router.json"
+        text = description.read_text()
+        wrong = {
+            "unknown match kind": lambda: with_match_kind(text, "lmp"),
+            "syntax error": lambda: "{\"a\": 1," + "\n" * 13 + "      }",
+            "cannot be read": lambda: None,
+        }
+        for line in block.lines:
+            make = next(make for part, make in wrong.items() if part in line)
+            description.unlink(missing_ok=True)
+            if make() is not None:
+                description.write_text(make())
+            said = subprocess.run(["slice-agent", "--program", "router.json"], cwd=session.folder,
+                                  env=session.env, capture_output=True, text=True,
+                                  timeout=PATIENCE, check=False)
+            require(said.returncode == 1 and line.removesuffix(" ...") in said.stderr,
+                    f"instead of `{line}`:", said.stderr)
+
+
+def with_match_kind(text, kind):
+    """The description with another match kind in the first key field of its first table."""
+    description = json.loads(text)
+    description["tables"][0]["key"][0]["match"] = kind
+    return json.dumps(description)
+
+
+@runs(PAGES[1], "partner-shell --program router.json")
+def _(world, block):
+    with world.beside_programs() as session:
+        session.start("slice-agent --program router.json")
+        (session.folder / "routes.txt").write_text("tables\ndump ipv4_lpm\n")
+        for line in block.lines:
+            session.lines(block._replace(lines=[line]))
+            for process in session.running[1:]:
+                process.end()
+
+
+@runs(PAGES[1], "member-add nexthops")
+def _(world, block):
+    with world.beside_programs() as session:
+        write_routes(session.folder / "routes.txt.gz", gzip.open)
+        session.start("slice-agent --program router.json")
+        shell = session.start("partner-shell --program router.json")
+        for line in block.lines:
+            shell.type(line)
+
+
+@runs(PAGES[0], "slice-agent: ready")
+def _(world, block):
+    with world.beside_programs() as session:
+        agent = session.start("slice-agent --program router.json")
+        require(agent.lines == block.lines, agent.lines, "is not", block.lines)
+
+
+@runs(PAGES[0], "slice-agent --program l2_switch.json --port 1=if:veth1")
+def _(world, block):
+    with world.beside_programs() as session, interfaces("veth1", "veth2"):
+        session.lines(block)
+        ports = session.run("switchctl ports")
+        require("if:veth1" in ports and "if:veth2" in ports, ports)
+
+
+@runs(PAGES[0], "slice-agent --program router.json --port 2=pcap:,out.pcap")
+def _(world, block):
+    """As one script: it runs its agent in the background."""
+    with world.beside_programs() as session:
+        (session.folder / "routes").write_text(
+            f"{ADD_A_MEMBER}\nadd ipv4_lpm ipv4.dst=10.0.0.0/8 -> member=1\n")
+        write_capture(session.folder / "in.pcap", [frame_from(1)])
+        script = "\n".join(["set -e", *block.lines, "read", "kill $!", "wait $!"])
+        agent = Running(script, session.folder, session.env)
+        session.running.append(agent)
+        agent.await_line('"input"')
+        wait_until("the capture", lambda: '"exhausted"' in session.run("switchctl ports --json"))
+        agent.popen.stdin.write("\n")
+        agent.popen.stdin.flush()
+        agent.finish()
+        require((session.folder / "out.pcap").stat().st_size >= 24, "out.pcap is no capture")
+
+
+@runs(PAGES[2], "switchctl entries ipv4_lpm --json > agent")
+def _(world, block):
+    with world.beside_programs(JEXPARTNER_TEST="true") as session:
+        write_routes(session.folder / "routes.txt")
+        session.start("slice-agent --program router.json")
+        shell = session.start("partner-shell --program router.json")
+        shell.type(ADD_A_MEMBER)
+        shell.type("load-routes ipv4_lpm routes.txt")
+        shell.type("barrier")
+        session.lines(block)
+        require((session.folder / "agent").read_text().count("\n") == 20, "not 20 routes")
+
+
+@runs(PAGES[2], "grep -m1")
+def _(world, block):
+    """The address ages again and again, as the watch may begin late."""
+    with world.beside_programs() as session:
+        session.start("slice-agent --program l2_switch.json")
+        shell = session.start("partner-shell --program l2_switch.json")
+        shell.type("queue-create silences 16")
+        shell.type("idle-register smac silences ttl-query=10 max-ttl=0 min-ttl=0")
+        waiting = Running(block.lines[0], session.folder, session.env)
+        session.running.append(waiting)
+        key = "smac ethernet.src=02:00:00:00:00:01 meta.ingress_port=1"
+        def age():
+            shell.type(f"add {key} -> known ttl=10")
+            shell.type("drain silences wait=5000")
+            shell.type(f"delete {key}")
+            return waiting.lines
+        wait_until(block.lines[0], age)
+        waiting.finish()
+        require("02:00:00:00:00:01" in waiting.lines[0], waiting.lines)
+
+
+# ---- commands within sentences ---------------------------------------------------------------------
+
+
+def shell_commands(world):
+    """The names of partner-shell's commands."""
+    with world.beside_programs() as session:
+        session.start("slice-agent --program router.json")
+        shell = session.start("partner-shell --program router.json")
+        return {line.split()[0] for line in shell.type("help") if re.match(r"\s*[a-z]", line)} - {"ok"}
+
+
+def options_are_known(session, span):
+    """The span's options stand in the help of its program."""
+    help_text = session.run(f"{program_of(span)} --help")
+    for option in re.findall(r"--[a-z-]+", span):
+        require(re.search(rf"{option}\b", help_text), f"{program_of(span)} does not know {option}")
+
+
+def run_spans(world, spans, commands):
+    """Runs them beside an agent and a partner that counts; yields span and failure."""
+    values = {"TABLE": "route_counters", "N": "100"}
+    with world.beside_programs(JEXPARTNER_TEST="true") as session:
+        session.start("slice-agent --program router.json")
+        shell = session.start("partner-shell --program router.json")
+        shell.type("counters-start route_counters")
+        for span in spans:
+            words = [values.get(word, word) for word in span.text.split()]
+            if words[0] in ("dump", "count", "entries"):
+                words = ["ipv4_lpm" if word == values["TABLE"] else word for word in words]
+            command = " ".join(words)
+            try:
+                if words[0] in commands:
+                    shell.type(command)
+                elif words[0] == "switchctl":
+                    session.lines(documents.Block(None, None, [command]))
+                else:
+                    options_are_known(session, command)
+                yield span, None
+            except Failure as failure:
+                yield span, failure
+
+
+# ---- all of it ---------------------------------------------------------------------------------
+
+
+def claim_of(claims, block):
+    text = "\n".join(block.lines) + "\n"
+    return [claim for claim in claims if claim[0] == block.document and text.startswith(claim[1])]
+
+
+def check(world, names, texts):
+    """Runs the documents; yields place, text and failure (None, or the reason why it is not run)."""
+    blocks = [block for name in names for block in documents.blocks_of(name, texts[name])]
+    claimed = set()
+    for block in blocks:
+        place = f"{block.document}:{block.line}"
+        not_run = claim_of(BLOCKS_NOT_RUN, block)
+        found = claim_of(CLAIMS, block)
+        claimed.update(not_run + found)
+        if not_run:
+            yield place, block.lines[0], None, not_run[0][2]
+        elif len(found) != 1:
+            yield place, block.lines[0], Failure("is neither run nor listed"), None
+        else:
+            try:
+                found[0][2](world, block)
+                yield place, block.lines[0], None, None
+            except Exception as failure:  # whatever is wrong, the other blocks are run
+                yield place, block.lines[0], failure, None
+    commands = shell_commands(world)
+    first_words = {*PROGRAMS, *commands, "cmake", "cpack", "cd"}
+    spans = [span for name in names if not name.endswith(".1")
+             for span in documents.spans_of(name, texts[name], first_words)]
+    for span in [*spans]:
+        not_run = [entry for entry in SPANS_NOT_RUN if entry[:2] == (span.document, span.text)]
+        claimed.update(not_run)
+        if not_run:
+            spans.remove(span)
+            yield f"{span.document}:{span.line}", span.text, None, not_run[0][2]
+    for span, failure in run_spans(world, spans, commands):
+        yield f"{span.document}:{span.line}", span.text, failure, None
+    for claim in [*BLOCKS_NOT_RUN, *SPANS_NOT_RUN, *CLAIMS]:
+        if claim[0] in names and claim not in claimed:
+            yield claim[0], claim[1].rstrip("\n"), Failure("stands in the check alone"), None
+
+
+def main():
+    root, build = (pathlib.Path(name).resolve() for name in sys.argv[1:3])
+    names = sys.argv[3:] or DOCUMENTS
+    texts = {name: (root / name).read_text(encoding="utf-8") for name in names}
+    failures = 0
+    with tempfile.TemporaryDirectory() as scratch:
+        world = World(root, build, pathlib.Path(scratch))
+        for place, text, failure, reason in check(world, names, texts):
+            failures += failure is not None
+            verdict = "ok" if reason is None else f"not run: {reason}"
+            if failure is not None:
+                verdict = f"FAILED: {type(failure).__name__}: {failure}"
+            print(f"{place}: {text}: {verdict}", flush=True)
+    print(f"{failures} failures")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
