@@ -197,7 +197,7 @@ TEST_F(PartnerEvents, IdleEntriesAreDrainedByTheirKeys) {
                {"smac"});
   shell_->ask("queue-create q 100");
   shell_->ask("idle-register smac q ttl-query=1000 max-ttl=0 min-ttl=0");
-  shell_->ask("barrier timeout=240000");                        // the agent watches now
+  shell_->ask("barrier timeout=240000");         // the agent watches now
   std::vector<Bytes> frames(100, frameFrom(9));  // one a second
   inject(3, frames);
   const std::vector<json> lines = shell_->list("drain q wait=40000");

@@ -18,6 +18,7 @@
 #include "endtoend/counter_segment.h"
 #include "sample.h"
 #include "segment.h"
+#include "support/wait_until.h"
 
 namespace {
 
@@ -95,7 +96,13 @@ TEST_F(SegmentReader, TellsWhetherTheNameStillLeadsToIt) {
   EXPECT_FALSE(sut_.current());
 }
 
-TEST_F(SegmentReader, ListsOnlyWhatIsThereWhileBlocksComeAndGo) {
+/// A reader that does not mind how long a writer pauses with the index half changed.
+class PatientSegmentReader : public SegmentReader {
+ protected:
+  PatientSegmentReader() : SegmentReader(jextest::kPatience) {}
+};
+
+TEST_F(PatientSegmentReader, ListsOnlyWhatIsThereWhileBlocksComeAndGo) {
   constexpr uint32_t kSteady = 50;
   constexpr int kChanges = 20000;
   for (uint32_t id = 1; id <= kSteady; ++id) segment_.construct(id, id);
