@@ -1,7 +1,7 @@
-"""What stands in the documents: blocks of commands and code, and commands within sentences.
+"""Takes the blocks of commands and code, and the commands within sentences, out of documents.
 
-A block is what Markdown indents by four spaces or fences, and what a manual page has between .nf and
-.fi. A span is what Markdown has in backquotes, if it is a command with an argument.
+A block is what Markdown indents by four spaces or fences, and what a manual page has between .nf
+and .fi. A span is what Markdown has in backquotes, if it is a command with an argument.
 """
 import collections
 import re
@@ -34,6 +34,13 @@ def markdown_blocks(document, text):
             at += 1
 
 
+def plain(text):
+    """A line or a page without the escapes of roff."""
+    for escape, meant in ROFF:
+        text = text.replace(escape, meant)
+    return text
+
+
 def roff_blocks(document, text):
     block = None
     for number, line in enumerate(text.splitlines(), 1):
@@ -43,9 +50,7 @@ def roff_blocks(document, text):
             yield Block(document, begin, block)
             block = None
         elif block is not None and not line.startswith("."):
-            for escape, plain in ROFF:
-                line = line.replace(escape, plain)
-            block.append(line)
+            block.append(plain(line))
 
 
 def blocks_of(document, text):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs what the README, the manual pages and two pages of docs/ tell their reader to run, word by word.
+"""Runs what README, manual pages and two pages of docs/ tell their readers to run, word for word.
 
     run_documents.py ROOT BUILD-FOLDER [DOCUMENT]...      within private namespaces
 
@@ -14,189 +14,38 @@ import os
 import pathlib
 import re
 import shutil
-import signal
 import socket
 import struct
 import subprocess
 import sys
 import tempfile
-import threading
 import time
 import urllib.request
 
 sys.dont_write_bytecode = True
 import documents  # noqa: E402
+from reader import PATIENCE, PROGRAMS, Failure, Running, Session  # noqa: E402
+from reader import program_of, require, wait_until  # noqa: E402
 
 ADD_A_MEMBER = ("member-add nexthops member=1 -> set_nexthop port=2 dmac=02:00:00:00:00:01 "
                 "smac=02:00:00:00:00:02")
-PATIENCE = 120  # seconds after which a command hangs
-PROGRAMS = ("slice-agent", "partner-shell", "switchctl", "slice-counters", "l2_learning",
-            "static_address")
 README, OPERATIONS, PROGRAM_PAGE = "README.md", "docs/operations.md", "docs/programs.md"
 PAGES = [f"packaging/man/{name}.1" for name in PROGRAMS[:4]]
 DOCUMENTS = [README, OPERATIONS, PROGRAM_PAGE, *PAGES]
 
 # What is not run: document, how the block begins, the reason.
 BLOCKS_NOT_RUN = (
-    (README, "scripts/demo.sh", "builds, and runs the tests, of which this is one; checks.demo runs it"),
-    (PAGES[1], "exact      V", "is a table of notations; apps.* tests enter each"),
-    (PAGES[1], "idle smac #7", "is output; endtoend.CliPartnerEvents compares it"),
+    (README, "scripts/demo.sh", "builds, and runs this test; checks.demo runs the demo"),
+    (PAGES[1], "exact      V", "is a table of notations; unit/apps/value_test.cpp reads each"),
+    (PAGES[1], "idle smac #7", "is output; endtoend.PartnerEvents compares it"),
 )
 # Document, span, the reason.
 SPANS_NOT_RUN = (
     (README, "scripts/in-private-namespaces bash", "is interactive; this check itself runs in one"),
     (README, "(cd build/release && cpack)", "packs for half a minute; .ci/run package does it"),
-    (README, "cmake -DJEX_SDK_ROOT=DIR", "builds the library anew; checks.sdk_from_elsewhere does it"),
+    (README, "cmake -DJEX_SDK_ROOT=DIR", "builds all anew; checks.sdk_from_elsewhere does it"),
     (README, "cmake --install", "stands with its arguments in a block, which is run"),
 )
-
-
-class Failure(Exception):
-    pass
-
-
-def require(condition, *text):
-    if not condition:
-        raise Failure(" ".join(str(part) for part in text))
-
-
-def wait_until(what, condition):
-    deadline = time.monotonic() + PATIENCE
-    while not condition():
-        require(time.monotonic() < deadline, "waits in vain:", what)
-        time.sleep(0.01)
-
-
-# ---- processes ---------------------------------------------------------------------------------
-
-
-class Running:
-    """A command that runs until it is ended; its output is read line by line."""
-
-    def __init__(self, command, folder, env):
-        self.command = command
-        self.lines = []
-        self.error = tempfile.TemporaryFile("w+")
-        self.popen = subprocess.Popen(["bash", "-c", command], cwd=folder, env=env, text=True,
-                                      stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                      stderr=self.error, start_new_session=True)
-        self.reader = threading.Thread(target=self._read, daemon=True)
-        self.reader.start()
-
-    def _read(self):
-        for line in self.popen.stdout:
-            self.lines.append(line.rstrip("\n"))
-
-    def said(self):
-        self.error.seek(0)
-        return "\n".join(self.lines[-20:]) + "\n" + self.error.read()
-
-    def await_line(self, pattern, begin=0):
-        """Index of the first line from `begin` on that has the pattern."""
-        deadline = time.monotonic() + PATIENCE
-        at = begin
-        while True:
-            if at < len(self.lines):
-                if re.search(pattern, self.lines[at]):
-                    return at
-                at += 1
-                continue
-            require(self.reader.is_alive() or at < len(self.lines),
-                    f"`{self.command}` ended without {pattern}:", self.said())
-            require(time.monotonic() < deadline, f"`{self.command}` hangs:", self.said())
-            time.sleep(0.01)
-
-    def type(self, line):
-        """Types a line into a partner shell; its answer has to be ok."""
-        begin = len(self.lines)
-        self.popen.stdin.write(line + "\n")
-        self.popen.stdin.flush()
-        at = self.await_line(r"^(ok|error:)", begin)
-        require(self.lines[at].startswith("ok"), f"`{line}` is answered by {self.lines[at]}")
-        return self.lines[begin:at + 1]
-
-    def end(self, signal_number=signal.SIGINT):
-        """Ends it with a signal, as Ctrl-C does; its status has to be 0."""
-        if self.popen.poll() is None:
-            os.killpg(self.popen.pid, signal_number)
-        self.finish()
-
-    def finish(self):
-        try:
-            status = self.popen.wait(PATIENCE)
-        except subprocess.TimeoutExpired:
-            raise Failure(f"`{self.command}` does not end:", self.said()) from None
-        self.reader.join(PATIENCE)
-        require(status == 0, f"`{self.command}` ends with {status}:", self.said())
-
-    def kill(self):
-        with contextlib.suppress(ProcessLookupError):
-            os.killpg(self.popen.pid, signal.SIGKILL)
-        self.popen.wait()
-        self.reader.join(PATIENCE)
-        for file in (self.popen.stdin, self.popen.stdout, self.error):
-            with contextlib.suppress(BrokenPipeError):
-                file.close()
-
-
-def program_of(command):
-    return command.split()[0]
-
-
-def runs_until_ended(command):
-    if program_of(command) == "slice-counters":
-        return "--prometheus" in command or "--watch" in command and "--count" not in command
-    if program_of(command) == "partner-shell":
-        return "--script" not in command and "<" not in command
-    return program_of(command) in ("slice-agent", "l2_learning", "static_address") or \
-        re.search(r"switchctl\b.*\bwatch\b", command) is not None and not re.search(r"[|<]", command)
-
-
-class Session:
-    """A folder with what a document expects there, and the processes that its commands start."""
-
-    def __init__(self, folder, env):
-        self.folder = pathlib.Path(folder)
-        self.env = dict(env)
-        self.running = []
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, kind, *_):
-        try:
-            if kind is None:
-                for process in reversed(self.running):
-                    if process.popen.poll() is None:
-                        process.end()
-        finally:
-            for process in self.running:
-                process.kill()
-            for left in [*pathlib.Path("/tmp").glob("Partner*"),
-                         *pathlib.Path("/dev/shm").glob("PARTNERLIB*")]:
-                left.unlink()
-
-    def start(self, command):
-        process = Running(command, self.folder, self.env)
-        self.running.append(process)
-        ready = ": ready" if program_of(command) in PROGRAMS[:2] + PROGRAMS[4:] else "."
-        process.await_line(ready)
-        return process
-
-    def run(self, command):
-        """Runs a command or a script to its end and returns its output."""
-        done = Running(command, self.folder, self.env)
-        self.running.append(done)
-        done.popen.stdin.close()
-        done.finish()
-        self.running.remove(done)
-        done.kill()
-        return "\n".join(done.lines)
-
-    def lines(self, block):
-        """Runs a block line by line; returns the processes that go on."""
-        return [self.start(line) if runs_until_ended(line) else self.run(line)
-                for line in block.lines if line.strip()]
 
 
 class World:
@@ -224,15 +73,19 @@ class World:
         return Session(folder, {**self.env, **env})
 
 
+def must(*command):
+    subprocess.run(command, check=True)
+
+
 @contextlib.contextmanager
 def interfaces(*names):
-    """Network interfaces, each with a host behind it: a function that lets the host say something."""
+    """Network interfaces with a host behind each; gives what lets host NUMBER send a frame."""
     made = []
     for number, name in enumerate(names, 1):
         peer = f"host{number}"
-        subprocess.run(["ip", "link", "add", name, "type", "veth", "peer", "name", peer], check=True)
+        must("ip", "link", "add", name, "type", "veth", "peer", "name", peer)
         for end in (name, peer):
-            subprocess.run(["ip", "link", "set", end, "addrgenmode", "none", "up"], check=True)
+            must("ip", "link", "set", end, "addrgenmode", "none", "up")
         made.append(peer)
 
     def speak(number):
@@ -243,7 +96,7 @@ def interfaces(*names):
         yield speak
     finally:
         for name in names:
-            subprocess.run(["ip", "link", "delete", name], check=True)
+            must("ip", "link", "delete", name)
 
 
 def frame_from(host):
@@ -264,7 +117,7 @@ def write_routes(path, opener=open):
         file.writelines(f"10.{number}.0.0/16\n" for number in range(20))
 
 
-# ---- what runs the blocks ------------------------------------------------------------------------
+# ---- what runs the blocks ----------------------------------------------------------------------
 
 CLAIMS = []  # document, how the block begins, function
 
@@ -518,7 +371,7 @@ def _(world, block):
         require("02:00:00:00:00:01" in waiting.lines[0], waiting.lines)
 
 
-# ---- commands within sentences ---------------------------------------------------------------------
+# ---- commands within sentences -----------------------------------------------------------------
 
 
 def shell_commands(world):
@@ -526,7 +379,8 @@ def shell_commands(world):
     with world.beside_programs() as session:
         session.start("slice-agent --program router.json")
         shell = session.start("partner-shell --program router.json")
-        return {line.split()[0] for line in shell.type("help") if re.match(r"\s*[a-z]", line)} - {"ok"}
+        lines = shell.type("help")[:-1]
+        return {line.split()[0] for line in lines if re.match(r"\s*[a-z]", line)}
 
 
 def options_are_known(session, span):
@@ -560,6 +414,30 @@ def run_spans(world, spans, commands):
                 yield span, failure
 
 
+# ---- manual pages and help -----------------------------------------------------------------------
+
+OPTION = r"(?<![\w-])--[a-z][a-z-]*"
+
+
+def check_manual(world, page, text, commands):
+    """The page and the help of its program have the same options, the shell's the same commands."""
+    name = pathlib.Path(page).stem
+    text = documents.plain(text)
+    with world.in_checkout() as session:
+        help_text = session.run(f"{name} --help")
+        subcommands = help_text.partition("Subcommands:")[2]
+        for command in re.findall(r"^  ([a-z-]+) {2,}", subcommands, re.M):
+            help_text += session.run(f"{name} {command} --help")
+    explained = text.partition(".SH OPTIONS")[2].partition("\n.SH ")[0]
+    only_there = set(re.findall(OPTION, explained)) - set(re.findall(OPTION, help_text))
+    require(not only_there, "the help leaves out", *sorted(only_there))
+    left_out = set(re.findall(OPTION, help_text)) - set(re.findall(OPTION, text))
+    if name == "partner-shell":
+        left_out |= {command for command in commands
+                     if not re.search(rf"(?<![\w-]){command}(?![\w-])", text)}
+    require(not left_out, "the page leaves out", *sorted(left_out))
+
+
 # ---- all of it ---------------------------------------------------------------------------------
 
 
@@ -569,7 +447,7 @@ def claim_of(claims, block):
 
 
 def check(world, names, texts):
-    """Runs the documents; yields place, text and failure (None, or the reason why it is not run)."""
+    """Runs the documents; yields place, text, failure or None, reason why it is not run or None."""
     blocks = [block for name in names for block in documents.blocks_of(name, texts[name])]
     claimed = set()
     for block in blocks:
@@ -588,6 +466,12 @@ def check(world, names, texts):
             except Exception as failure:  # whatever is wrong, the other blocks are run
                 yield place, block.lines[0], failure, None
     commands = shell_commands(world)
+    for page in (name for name in names if name.endswith(".1")):
+        try:
+            check_manual(world, page, texts[page], commands)
+            yield page, "options and commands", None, None
+        except Failure as failure:
+            yield page, "options and commands", failure, None
     first_words = {*PROGRAMS, *commands, "cmake", "cpack", "cd"}
     spans = [span for name in names if not name.endswith(".1")
              for span in documents.spans_of(name, texts[name], first_words)]

@@ -1,4 +1,4 @@
-"""run_documents.py finds blocks that nobody runs, and commands that fail, hang or are not understood.
+"""run_documents.py finds blocks that nobody runs, and commands that fail, hang or are not known.
 
     run_documents_test.py ROOT BUILD-FOLDER     within private namespaces
 """
@@ -9,6 +9,7 @@ import unittest
 
 sys.dont_write_bytecode = True
 import documents  # noqa: E402
+import reader  # noqa: E402
 import run_documents as sut  # noqa: E402
 
 ROOT, BUILD = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(2))
@@ -58,11 +59,11 @@ class Check(unittest.TestCase):
                    "slice-agent --version: is neither run nor listed")
 
     def test_finds_that_a_block_has_gone(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("    router.json: ", "router.json: "),
+        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("    router.json:", "router.json:"),
                    "stands in the check alone")
 
     def test_finds_output_that_is_no_longer_printed(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("match kind 'lmp'", "match kind lmp"),
+        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("'lmp'", "lmp"),
                    "instead of `router.json: /tables/0/key/0/match: unknown match kind lmp`")
 
     def test_finds_a_command_that_fails(self):
@@ -77,9 +78,17 @@ class Check(unittest.TestCase):
         self.finds(sut.PROGRAM_PAGE, lambda text: text + "\nTry `slice-agent --loudly 1`.\n",
                    "slice-agent --loudly 1: slice-agent does not know --loudly")
 
+    def test_finds_an_option_and_a_command_without_explanation(self):
+        self.finds(SHELL_PAGE, lambda text: text.replace("latency", "times"),
+                   "the page leaves out latency")
+        self.finds(AGENT_PAGE, lambda text: text.replace("model\\-counter\\-update", ""),
+                   "the page leaves out --model-counter-update")
+        self.finds(AGENT_PAGE, lambda text: text.replace(".SH OPTIONS", ".SH OPTIONS\n.B --loud"),
+                   "the help leaves out --loud")
+
     def test_finds_a_command_that_hangs(self):
-        sut.PATIENCE, patience = 0.5, sut.PATIENCE
-        self.addCleanup(setattr, sut, "PATIENCE", patience)
+        self.addCleanup(setattr, reader, "PATIENCE", reader.PATIENCE)
+        reader.PATIENCE = 0.5
         with sut.Session(self.folder.name, {}) as session:
             with self.assertRaisesRegex(sut.Failure, "`exec sleep 100` does not end"):
                 session.run("exec sleep 100")
