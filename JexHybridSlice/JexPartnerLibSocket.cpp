@@ -2,8 +2,8 @@
 
 #include <nanomsg/pair.h>
 #include <nanomsg/pipeline.h>
+#include <poll.h>
 #include <pthread.h>
-#include <sched.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -153,15 +153,22 @@ void takeWhatHasArrived() {
   errno = before;
 }
 
-/// One turn of the receive thread.
-void receiveTurn(PartnerSocket* s) {
+/// The descriptor that is readable while a message waits on the socket; -1 if nanomsg gives none.
+int receiveDescriptor(int sock) {
+  int fd = -1;
+  size_t size = sizeof(fd);
+  return nn_getsockopt(sock, NN_SOL_SOCKET, NN_RCVFD, &fd, &size) < 0 ? -1 : fd;
+}
+
+/// One turn of the receive thread. The push socket is nearly always writable, so nn_poll() returns
+/// at once; a turn that finds no message therefore waits on the reverse socket's own descriptor.
+void receiveTurn(PartnerSocket* s, int receiveFd) {
   const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
   if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
     takeMessage(s, 0);
   } else {
-    // The push socket is nearly always writable, so the poll returns at once: leave the core to
-    // the senders, which are what makes it writable.
-    sched_yield();
+    pollfd reverse = {receiveFd, POLLIN, 0};
+    poll(&reverse, 1, CLIENT_POLL_TIMEOUT_MS);
   }
   cancellationPoint();
 }
@@ -309,9 +316,7 @@ int PartnerSocket::getFd() {
   if (endpoints[0] < 0) {
     return -1;
   }
-  int fd = -1;
-  size_t size = sizeof(fd);
-  return nn_getsockopt(socket_, NN_SOL_SOCKET, NN_RCVFD, &fd, &size) < 0 ? -1 : fd;
+  return receiveDescriptor(socket_);
 }
 
 std::string PartnerSocket::error() { return nn_strerror(nn_errno()); }
@@ -343,9 +348,10 @@ void PartnerSocket::shutdown(bool terminate) {
 void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
   pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
   receivesFor = s;
+  const int receiveFd = receiveDescriptor(s->pollFds[1].fd);
   try {
     for (;;) {
-      receiveTurn(s);
+      receiveTurn(s, receiveFd);
     }
   } catch (const std::bad_alloc&) {
     PARTNER_STOP("false", "Cannot handle a message from SliceAgent: ", strerror(ENOMEM));

@@ -24,7 +24,7 @@ jex_wrap(registration_test ${nanomsg_calls})
 jex_wire_test(send_bounds_test send_bounds_test.cpp nanomsg_calls.cpp)
 jex_wrap(send_bounds_test ${nanomsg_calls} nanosleep)
 jex_wire_test(receiver_shutdown_test receiver_shutdown_test.cpp nanomsg_calls.cpp)
-jex_wrap(receiver_shutdown_test ${nanomsg_calls} jx_device_remove pthread_cancel sched_yield sleep
+jex_wrap(receiver_shutdown_test ${nanomsg_calls} jx_device_remove pthread_cancel poll sleep
          nanosleep nn_shutdown nn_close nn_term)
 jex_wire_test(barrier_stores_test barrier_stores_test.cpp nanomsg_calls.cpp store_order.cpp)
 jex_wrap(barrier_stores_test ${nanomsg_calls})

@@ -4,6 +4,7 @@
 #include <nanomsg/nn.h>
 #include <nanomsg/pair.h>
 #include <nanomsg/pipeline.h>
+#include <poll.h>
 
 #include <cerrno>
 #include <vector>
@@ -87,6 +88,66 @@ TEST(NanomsgFacts, FewMessagesFitWithoutAReceiver) {
   }
   EXPECT_GT(fitting, 0);
   EXPECT_LT(fitting, 100000) << "a sender never sees that its receiver stands still";
+}
+
+int receiveDescriptor(const RawSocket& socket) {
+  int fd = -1;
+  size_t size = sizeof fd;
+  EXPECT_EQ(nn_getsockopt(socket.fd(), NN_SOL_SOCKET, NN_RCVFD, &fd, &size), 0);
+  return fd;
+}
+
+bool readable(int fd, int timeout_ms) {
+  pollfd entry{fd, POLLIN, 0};
+  return poll(&entry, 1, timeout_ms) == 1 && (entry.revents & POLLIN) != 0;
+}
+
+constexpr int kAMinuteMs = 60000;  // the watchdog of a hang
+
+TEST(NanomsgFacts, TheReceiveDescriptorIsReadableWhileAMessageWaits) {
+  RawSocket receiver(NN_PAIR);
+  receiver.bind(kAddress);
+  const int fd = receiveDescriptor(receiver);
+  EXPECT_FALSE(readable(fd, 0));
+  RawSocket sender(NN_PAIR);
+  sender.connect(kAddress);
+  sender.send(Bytes(8, 1));
+  sender.send(Bytes(8, 2));
+  for (const uint8_t expected : {1, 2}) {
+    ASSERT_TRUE(readable(fd, kAMinuteMs));
+    EXPECT_TRUE(readable(fd, 0)) << "it stays readable until the message is taken";
+    EXPECT_EQ(receiver.receive(), Bytes(8, expected));
+  }
+  EXPECT_FALSE(readable(fd, 0));
+}
+
+TEST(NanomsgFacts, TheReceiveDescriptorSurvivesAPeerThatClosesInMidStream) {
+  RawSocket receiver(NN_PAIR);
+  receiver.bind(kAddress);
+  const int fd = receiveDescriptor(receiver);
+  for (int round = 0; round < 20; ++round) {
+    RawSocket sender(NN_PAIR);
+    sender.connect(kAddress);
+    sender.send(Bytes(2048, 1));
+    ASSERT_TRUE(readable(fd, kAMinuteMs));
+    for (int i = 0; i < 50; ++i) {
+      nn_send(sender.fd(), Bytes(2048, 2).data(), 2048, NN_DONTWAIT);
+    }
+  }
+  // What the closed peers left is taken as the library takes it: a poll, then a bounded receive.
+  const int bound_ms = 100;
+  nn_setsockopt(receiver.fd(), NN_SOL_SOCKET, NN_RCVTIMEO, &bound_ms, sizeof bound_ms);
+  RawSocket last(NN_PAIR);
+  last.connect(kAddress);
+  last.send(Bytes(1, 9));
+  for (;;) {
+    ASSERT_TRUE(readable(fd, kAMinuteMs)) << "a message waits and the descriptor does not say so";
+    void* message = nullptr;
+    const int bytes = nn_recv(receiver.fd(), &message, NN_MSG, 0);
+    if (bytes < 0) continue;  // promised by a peer that has closed
+    nn_freemsg(message);
+    if (bytes == 1) break;
+  }
 }
 
 }  // namespace
