@@ -32,7 +32,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const char kSwitch[] = "l2_switch";
+// Counter starts copy all of it.
+const char kSwitch[PARTNER_PROGRAM_NAME_BYTES] = "l2_switch";
 constexpr jx_dev_id_t kChip = 0;
 constexpr jx_dev_id_t kSlice = 1;
 constexpr uint32_t kAgeing = 50;  // entries of smac
