@@ -43,8 +43,9 @@ class Chroot:
         for device in ("null", "zero", "random", "urandom", "ptmx"):
             with open(self.inside("/dev/" + device), "w", encoding="ascii"):
                 mount("--bind", "/dev/" + device, self.inside("/dev/" + device))
-        for folder in {ROOT, BUILD}:
-            self.add(folder)
+        self.add(ROOT)
+        if not BUILD.startswith(ROOT + "/"):
+            self.add(BUILD)
 
     def inside(self, path):
         return self.root + path
@@ -69,7 +70,7 @@ class Chroot:
         return process.returncode, out, err
 
     def remove(self):
-        subprocess.run(["umount", "-n", "-R", "-l", self.base], check=True)
+        subprocess.run(["umount", "-n", "-l", self.base], check=True)
         os.rmdir(self.base)
 
 
