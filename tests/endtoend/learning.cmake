@@ -1,4 +1,4 @@
-# The examples as people run them; l2_learning between hosts, and on captures.
+# The example l2_learning as people run it: between hosts, and on captures.
 include(${CMAKE_CURRENT_LIST_DIR}/../support/JexTestLabels.cmake)
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(PkgConfig REQUIRED)
