@@ -6,6 +6,7 @@ pkg_check_modules(ENDTOEND_PCAP REQUIRED IMPORTED_TARGET libpcap)
 
 add_executable(endtoend_learning_test cli_run.cpp examples_test.cpp l2_learning_captures_test.cpp
                l2_learning_test.cpp switch_run.cpp ../support/test_main.cpp)
+add_dependencies(endtoend_learning_test static_address)
 target_compile_definitions(endtoend_learning_test PRIVATE
   JEX_L2_LEARNING="$<TARGET_FILE:l2_learning>"
   JEX_STATIC_ADDRESS="$<TARGET_FILE:static_address>"
@@ -14,8 +15,7 @@ target_compile_definitions(endtoend_learning_test PRIVATE
   JEX_CAPTURES="${PROJECT_SOURCE_DIR}/data/pcap")
 target_link_libraries(endtoend_learning_test PRIVATE jex_flags jex_test_support
                       nlohmann_json::nlohmann_json PkgConfig::ENDTOEND_PCAP)
-add_dependencies(endtoend_learning_test l2_learning static_address slice-agent switchctl
-                 partner-shell)
+add_dependencies(endtoend_learning_test l2_learning slice-agent switchctl partner-shell)
 gtest_discover_tests(endtoend_learning_test TEST_PREFIX endtoend. NO_PRETTY_VALUES
                      PROPERTIES TIMEOUT 300)
 jex_label_tests(endtoend_learning_test endtoend)
