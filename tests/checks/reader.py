@@ -8,6 +8,7 @@ import pathlib
 import re
 import signal
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -15,6 +16,21 @@ import time
 PATIENCE = 120  # seconds
 PROGRAMS = ("slice-agent", "partner-shell", "switchctl", "slice-counters", "l2_learning",
             "static_address")
+
+
+CANNOT = 125  # status of a process that cannot have a world of its own
+
+
+def require_own_world():
+    """Ends the process where another agent's files are, or where no interfaces can be made."""
+    if any(pathlib.Path("/tmp").glob("Partner*")) or any(pathlib.Path("/dev/shm").glob("PARTNER*")):
+        print("not run: an agent or a partner has files in /tmp or /dev/shm")
+        sys.exit(CANNOT)
+    for words in ("add probe1 type veth peer name probe2", "delete probe1"):
+        command = ["ip", "link", *words.split()]
+        if subprocess.run(command, capture_output=True, check=False).returncode != 0:
+            print("not run: this user cannot make network interfaces here")
+            sys.exit(CANNOT)
 
 
 class Failure(Exception):

@@ -25,7 +25,7 @@ import urllib.request
 sys.dont_write_bytecode = True
 import documents  # noqa: E402
 from reader import PATIENCE, PROGRAMS, Failure, Running, Session  # noqa: E402
-from reader import program_of, require, wait_until  # noqa: E402
+from reader import program_of, require, require_own_world, wait_until  # noqa: E402
 
 ADD_A_MEMBER = ("member-add nexthops member=1 -> set_nexthop port=2 dmac=02:00:00:00:00:01 "
                 "smac=02:00:00:00:00:02")
@@ -491,6 +491,7 @@ def check(world, names, texts):
 def main():
     root, build = (pathlib.Path(name).resolve() for name in sys.argv[1:3])
     names = sys.argv[3:] or DOCUMENTS
+    require_own_world()
     texts = {name: (root / name).read_text(encoding="utf-8") for name in names}
     failures = 0
     with tempfile.TemporaryDirectory() as scratch:

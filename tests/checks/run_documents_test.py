@@ -99,4 +99,5 @@ class Check(unittest.TestCase):
 
 
 if __name__ == "__main__":
+    reader.require_own_world()
     unittest.main()

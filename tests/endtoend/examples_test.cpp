@@ -92,17 +92,21 @@ TEST_P(EachExample, ExplainsItself) {
   }
 }
 
+std::string fileBehind(const Child& process, int fd) {
+  return std::filesystem::read_symlink("/proc/" + std::to_string(process.pid()) + "/fd/" +
+                                       std::to_string(fd))
+      .string();
+}
+
 TEST_P(EachExample, GivesNoSocketTheNumberOfAClosedStandardDescriptor) {
   const auto agent = startSwitch("l2_switch");
   Words words{"-c", "exec \"$@\" <&- 2>&-", "sh", GetParam().path};
   for (const std::string& argument : GetParam().arguments()) words.push_back(argument);
   Child sut("/bin/sh", words);
   EXPECT_EQ(sut.readLine(), std::string(GetParam().name) + ": ready");
-  for (const char* fd : {"0", "2"}) {
-    const auto file =
-        std::filesystem::read_symlink("/proc/" + std::to_string(sut.pid()) + "/fd/" + fd);
-    EXPECT_THAT(file.string(), Not(StartsWith("socket:"))) << fd;
-  }
+  // An initializer of a library, which comes before main, may have taken the lowest number.
+  EXPECT_THAT(fileBehind(sut, 0), testing::AnyOf("/dev/null", "anon_inode:[eventfd]"));
+  EXPECT_EQ(fileBehind(sut, 2), "/dev/null");
   sut.signal(SIGTERM);
   EXPECT_TRUE(jextest::finish(std::move(sut)).endedWith(0));
 }
