@@ -114,7 +114,7 @@ TEST(ReceiveThread, EndsThoughAPollFoundInputThatIsNotThere) {
   EXPECT_EQ(child.waitForExit().code, 0) << child.standardError();
 }
 
-TEST(ReceiveThread, GivesTheCoreAwayWhileNothingComes) {
+TEST(ReceiveThread, YieldsWhileNothingArrives) {
   InOneProcess pair;
   const long before = yields;
   EXPECT_TRUE(waitUntil([&] { return yields > before + 10; }));
@@ -161,7 +161,7 @@ TEST(ReceiveThread, GivesEveryMessageBack) {
   if (&nn_init != nullptr) nn_init();
 }
 
-// A thread that ends inside nanomsg takes nanomsg's locks along.
+// A thread that is cancelled inside nanomsg leaves nanomsg's locks locked.
 TEST(ReceiveThread, CannotBeCancelledInsideNanomsg) {
   InOneProcess pair;
   std::atomic<int> calls_made{0};
@@ -254,8 +254,8 @@ TEST(AgentLoop, WaitsAsItsHostSaysAndGivesEveryRequestBack) {
                                          << child.standardError();
 }
 
-// While the device is removed all of the Partner still works; then the thread ends, what is queued
-// gets its second, and only then the sockets go.
+// While the device is removed, the whole Partner still works. Then the thread ends, queued messages
+// have one second to leave, and the sockets are closed.
 TEST(PartnerShutdown, TakesItsStepsInOrder) {
   InOneProcess pair;
   taken();
