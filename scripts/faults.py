@@ -139,7 +139,7 @@ class Tree:
         self.listed = {}
 
     def update(self):
-        wanted = tracked_files(ROOT)
+        wanted = set(tracked_files(ROOT))
         for name in wanted:
             source, target = ROOT / name, self.folder / name
             if not target.exists() or source.read_bytes() != target.read_bytes():
@@ -147,13 +147,8 @@ class Tree:
                 shutil.copy(source, target)
         for path in self.folder.rglob("*"):
             name = path.relative_to(self.folder)
-            if name.parts[0] in ("build", ".git") or not path.is_file():
-                continue
-            if str(name) not in set(wanted):
+            if name.parts[0] != "build" and path.is_file() and str(name) not in wanted:
                 path.unlink()
-        # Checks and tests of the tree ask git for its files.
-        if not (self.folder / ".git").exists():
-            subprocess.run(["git", "init", "-q"], cwd=self.folder, check=True)
 
     def write(self, name, text):
         (self.folder / name).write_text(text, encoding="utf-8")

@@ -1,5 +1,5 @@
-// What the agent keeps for an armed table or digest lives as long as the SDK may use it, and no
-// longer. The SDK's calls are wrapped (--wrap) or have objects of the test in front of them.
+// The cookie of an armed table or digest lives exactly as long as the SDK may use it. The SDK's
+// calls are wrapped (--wrap) or have objects of the test in front of them.
 #include <gtest/gtest.h>
 
 #include <functional>

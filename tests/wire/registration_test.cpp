@@ -106,7 +106,7 @@ TEST(Registration, NamesTheTimeOfDayOfThePartnersZone) {
   }
 }
 
-// Start-up captures what comes behind the first program of a device, too.
+// Start-up captures the tables of every program of the device.
 TEST(PartnerPrograms, AreAllCaptured) {
   PartnerOptions options;
   options.programs = {"limits", "l2_switch"};
@@ -119,7 +119,7 @@ TEST(PartnerPrograms, AreAllCaptured) {
   }
 }
 
-// A Partner that takes nothing must not keep the loop from finding the others.
+// A Partner that receives nothing must not block the loop's search for the others.
 TEST(Registry, IsFreeWhileAHeartbeatIsSent) {
   const Registry registry;
   handle(registration(77, kReverse));

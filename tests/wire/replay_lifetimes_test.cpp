@@ -1,6 +1,6 @@
-// What the replay of one update makes lives until the SDK has done with it, and no longer; and
-// every word of the update goes where it belongs. The SDK's placement calls are this binary's own
-// here; no device is behind them.
+// The replay of one update: its placement info and its data live until the SDK has processed them,
+// and no longer. Every word of the update reaches the argument that it is for. The SDK's placement
+// calls are this binary's own; there is no device.
 #include <gtest/gtest.h>
 
 #include <cstring>

@@ -51,7 +51,7 @@ struct RoomThatIsNotThere {
   NanomsgCalls calls;
 };
 
-/// Sends on `socket`, which nobody connects to before its first attempts have ended.
+/// Sends on `socket`. No peer connects before three attempts have been made.
 void expectSecondAttempt(int socket, const std::function<void()>& let_it_connect) {
   RoomThatIsNotThere room(socket);
   const NanomsgInFront front(&room.calls);
@@ -138,7 +138,7 @@ JEX_HELPER(send_without_room) {
   return 1;
 }
 
-// Between two attempts, and after the last as well, the sender gives its turn away once.
+// The sender yields once after each attempt, also after the last.
 TEST(SendBounds, AHundredThousandAttemptsAreMade) {
   Child child = Child::helper("send_without_room");
   EXPECT_EQ(child.readLine(), "100000 100000");
@@ -191,8 +191,8 @@ TEST(ReceiveBounds, InputIsAskedForASecondTimeBeforeItIsReceived) {
   sut.shutdown(false);
 }
 
-// An empty message is no message, but its buffer goes back.
-TEST(ReceiveBounds, AnEmptyMessageIsGivenBack) {
+// An empty message counts as none, and its buffer is freed.
+TEST(ReceiveBounds, AnEmptyMessageIsFreed) {
   PartnerSocket sut(0);
   ASSERT_TRUE(sut.init(kAddress, false));
   RawSocket sender(NN_PUSH);
@@ -237,7 +237,7 @@ TEST(SocketFields, ASocketThatCannotBeBoundOrConnectedIsClosed) {
   EXPECT_FALSE(isOpen(partner.socket_));
 }
 
-// The error that the end of nanomsg leaves would make the next socket look dead.
+// The error that nn_term leaves would make the next socket look dead.
 TEST(Termination, LeavesNoErrorBehind) {
   PartnerSocket sut(0);
   ASSERT_TRUE(sut.init(kAddress, false));

@@ -1,4 +1,4 @@
-// How the library's line reaches standard error: in one piece, whatever interrupts it.
+// A line of the library reaches standard error in one piece, also when signals interrupt it.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
