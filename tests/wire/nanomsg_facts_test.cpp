@@ -113,7 +113,7 @@ TEST(NanomsgFacts, TheReceiveDescriptorIsReadableWhileAMessageWaits) {
   sender.connect(kAddress);
   sender.send(Bytes(8, 1));
   sender.send(Bytes(8, 2));
-  for (const uint8_t expected : {1, 2}) {
+  for (const uint8_t expected : {uint8_t{1}, uint8_t{2}}) {
     ASSERT_TRUE(readable(fd, kAMinuteMs));
     EXPECT_TRUE(readable(fd, 0)) << "it stays readable until the message is taken";
     EXPECT_EQ(receiver.receive(), Bytes(8, expected));

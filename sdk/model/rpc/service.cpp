@@ -4,14 +4,9 @@
 
 #include <shared_mutex>
 
-<<<<<<< HEAD:sdk/model/rpc/service.cpp
 #include "model/device/device_gate.h"
 #include "model/rpc/entry_reader.h"
-=======
-#include "model/rpc/entry_reader.h"
-#include "model/device/device_gate.h"
 #include "model/runtime/rt_learn.h"
->>>>>>> w-agent:sdk/model/rpc/service.cpp
 
 namespace jxmodel::control {
 namespace {
