@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 
+#include <string>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -11,15 +12,14 @@
 
 namespace slice_agent {
 
-/// Runs `work` on a thread of its own, which `ps -L` shows under `name` (15 characters at most).
-/// Throws StartError.
+/// Runs `work`, which may take as long as the process lives, on a thread of its own. `ps -L` shows
+/// it under `name` (15 characters at most) when this has returned. Throws StartError.
 template <typename Work>
 void startThread(const char* name, Work work) {
   try {
-    std::thread([name, work = std::move(work)]() mutable {
-      pthread_setname_np(pthread_self(), name);
-      work();
-    }).detach();
+    std::thread thread(std::move(work));
+    pthread_setname_np(thread.native_handle(), name);
+    thread.detach();
   } catch (const std::system_error& error) {
     throw StartError(std::string("cannot start thread ") + name + ": " + error.code().message());
   }

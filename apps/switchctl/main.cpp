@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <thread>
@@ -17,6 +18,7 @@
 #include "capture_out.h"
 #include "client.h"
 #include "entry.h"
+#include "host_port.h"
 #include "render.h"
 
 namespace switchctl {
@@ -40,6 +42,16 @@ struct Options {
 
   Format format() const { return json ? Format::kJson : Format::kText; }
 };
+
+/// What is wrong with a name of something in a program; empty if it is UTF-8, as all of these are.
+std::string checkName(const std::string& name) {
+  try {
+    static_cast<void>(nlohmann::json(name).dump());
+    return {};
+  } catch (const nlohmann::json::type_error&) {
+    return "a name that is not UTF-8";
+  }
+}
 
 /// Writes to standard output and does not take a full disk for success.
 void print(std::string_view text) {
@@ -304,9 +316,11 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", "switchctl " JEX_VERSION);
   app.require_subcommand(0, 1);  // a missing one is reported below, after an unknown one
   app.add_option("--target", options.target, "Address of the control server, HOST:PORT")
+      ->check(CLI::Validator(jexapps::checkHostPort, ""))
       ->capture_default_str();
   app.add_flag("--json", options.json, "Print JSON");
-  app.add_option("--program", options.place.program, "Only this program");
+  const CLI::Validator is_name(checkName, "");
+  app.add_option("--program", options.place.program, "Only this program")->check(is_name);
   app.add_option("--device", options.place.device, "Only this device")->check(CLI::Range(0, 255));
 
   addCommand(&app, "health", "Print SERVING if the server is well", runHealth, &command);
@@ -316,11 +330,12 @@ int run(int argc, char** argv) {
              &command);
   CLI::App* const entries =
       addCommand(&app, "entries", "Print all entries of a table, sorted", runEntries, &command);
-  entries->add_option("TABLE", options.table, "Name of the table")->required();
+  entries->add_option("TABLE", options.table, "Name of the table")->required()->check(is_name);
   entries->add_flag("--non-zero", options.non_zero, "Leave out counters that are 0");
   addCommand(&app, "count", "Print how many entries a table holds", runCount, &command)
       ->add_option("TABLE", options.table, "Name of the table")
-      ->required();
+      ->required()
+      ->check(is_name);
 
   const auto addPortCommand = [&](const char* name, const char* help, Command run) {
     CLI::App* const sub = addCommand(&app, name, help, run, &command);

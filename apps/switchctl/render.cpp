@@ -137,7 +137,10 @@ std::string summaryOf(const pb::PacketCounts& counts) {
 
 }  // namespace
 
-std::string jsonLine(const Json& json) { return json.dump() + '\n'; }
+std::string jsonLine(const Json& json) {
+  // Names of files need not be UTF-8, which JSON is: what is not is replaced.
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n';
+}
 
 std::string renderHealth(const std::string& status, Format format) {
   if (format == Format::kJson) return jsonLine(Json{{"status", status}});

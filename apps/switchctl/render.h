@@ -12,7 +12,7 @@ namespace switchctl {
 
 enum class Format { kText, kJson };
 
-/// What is printed of an object or an array.
+/// What is printed of an object or an array. Bytes that are no UTF-8 are replaced by U+FFFD.
 std::string jsonLine(const nlohmann::ordered_json& json);
 
 // Whole outputs, each ending with an end of line. Lists in JSON are an array of objects.

@@ -61,6 +61,81 @@ TEST_F(ControlService, SaysThatADigestIsArmedUntilItIsDisarmed) {
   EXPECT_TRUE(becomesArmed(false));
 }
 
+// --- bounds, and names that are no text
+
+/// Starts `count` times what `arguments` say, and waits until each has begun.
+std::vector<std::unique_ptr<Child>> startAll(int count, const Words& arguments,
+                                             const std::string& first_line) {
+  std::vector<std::unique_ptr<Child>> running;
+  for (int i = 0; i < count; ++i) {
+    running.push_back(std::make_unique<Child>(JEX_SWITCHCTL, arguments));
+    EXPECT_EQ(running.back()->readLine(), first_line) << running.back()->standardError();
+  }
+  return running;
+}
+
+void expectOneTooMany(const Words& arguments, const std::string& refusal) {
+  const jextest::Finished sut = switchctl(arguments);
+  EXPECT_TRUE(sut.endedWith(1));
+  EXPECT_EQ(sut.error, "switchctl: 127.0.0.1:50051: " + refusal +
+                           " run already, which is the most that are served at a time: end one of "
+                           "them first\n");
+}
+
+TEST_F(ControlService, ServesNoMoreThan32WatchesAtATime) {
+  auto running = startAll(32, {"watch"}, "watching device 0");
+  expectOneTooMany({"watch"}, "32 watches");
+  running.pop_back();
+  EXPECT_TRUE(waitUntil([] {
+    Child next(JEX_SWITCHCTL, {"watch"});
+    return next.readLine() == "watching device 0";
+  }));
+}
+
+TEST_F(ControlService, ServesNoMoreThan16CapturesAtATime) {
+  ASSERT_TRUE(switchctl({"port-add", "2=pcap:," + jextest::pathOf("out.pcap")}).endedWith(0));
+  const Words arguments{"capture", "--port", "2", "/dev/null"};
+  auto running = startAll(16, arguments, "capturing at port 2");
+  expectOneTooMany(arguments, "16 captures");
+  running.pop_back();
+  EXPECT_TRUE(waitUntil([&] {
+    Child next(JEX_SWITCHCTL, arguments);
+    return next.readLine() == "capturing at port 2";
+  }));
+}
+
+TEST_F(ControlService, ShowsPortsWhoseFilesHaveNamesThatAreNoUtf8) {
+  const std::string spec = "2=pcap:," + jextest::pathOf("out\xff.pcap");
+  const jextest::Finished added = switchctl({"port-add", spec});
+  EXPECT_TRUE(added.endedWith(0)) << added.error;
+  EXPECT_THAT(added.output, ElementsAre("port 2 attached (" + spec + ")"));
+  const jextest::Finished text = switchctl({"ports"});
+  EXPECT_TRUE(text.endedWith(0)) << text.error;
+  ASSERT_GE(text.output.size(), 2u);
+  EXPECT_THAT(text.output[1], testing::EndsWith(spec));
+  EXPECT_THAT(jextest::portOf(2).at("spec").get<std::string>(),
+              testing::EndsWith("out\xef\xbf\xbd.pcap"));
+}
+
+TEST_F(ControlService, IsNotAskedForNamesThatAreNoUtf8) {
+  for (const Words& wrong : {Words{"count", "\xff"}, Words{"entries", "\xff"},
+                             Words{"tables", "--program", "l2_\xff"}}) {
+    const jextest::Finished sut = switchctl(wrong);
+    EXPECT_TRUE(sut.endedWith(2));
+    EXPECT_TRUE(jextest::isOneLine(sut.error)) << sut.error;
+    EXPECT_THAT(sut.error, testing::HasSubstr("a name that is not UTF-8"));
+  }
+}
+
+TEST(SwitchctlTarget, IsRefusedIfItsPortDoesNotExist) {
+  const jextest::Finished sut = switchctl({"health", "--target", "127.0.0.1:99999"});
+  EXPECT_TRUE(sut.endedWith(2));
+  EXPECT_EQ(
+      sut.error,
+      "switchctl: --target: port '99999' in '127.0.0.1:99999' is not a number from 0 to 65535 "
+      "(see switchctl --help)\n");
+}
+
 // --- health
 
 /// Stops one thread of another process for as long as it lives.

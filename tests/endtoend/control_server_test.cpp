@@ -69,6 +69,9 @@ TEST(ControlServer, RefusesAnAddressThatCannotBeBoundAndTakesAnotherOneThen) {
   Child sut = controlledProcess();
   EXPECT_EQ(sut.ask("serve 192.0.2.1:50053"), status(JX_IO_ERROR));
   EXPECT_EQ(sut.ask("serve 127.0.0.1"), status(JX_INVALID_ARGUMENTS));
+  for (const char* port : {"99999", "65536", "-1", "http", "80x"}) {
+    EXPECT_EQ(sut.ask("serve 127.0.0.1:" + std::string(port)), status(JX_INVALID_ARGUMENTS));
+  }
   EXPECT_EQ(sut.ask("port"), "0");
   EXPECT_EQ(sut.ask("serve 0.0.0.0:0"), status(JX_SUCCESS));
   EXPECT_NE(sut.ask("port"), "0");

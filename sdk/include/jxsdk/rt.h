@@ -330,7 +330,8 @@ JXSDK_API jx_status_t jx_rt_table_operations_execute(const jx_rt_table_hdl* tabl
 
 /** Starts the SDK's gRPC server on `address` ("host:port"; port 0 takes a free one). It serves
  *  every device of the process until the process ends. JX_ALREADY_EXISTS if it runs,
- *  JX_IO_ERROR if the address cannot be bound. */
+ *  JX_INVALID_ARGUMENTS for a port that is no number up to 65535, JX_IO_ERROR if the address cannot
+ *  be bound. */
 JXSDK_API jx_status_t jx_rt_grpc_server_run_with_addr(const char* address);
 
 #ifdef __cplusplus

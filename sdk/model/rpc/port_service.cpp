@@ -310,6 +310,8 @@ grpc::Status SwitchService::Capture(grpc::ServerContext* context, const pb::Capt
   if (!found.ok()) return found;
   if (!place.packets->ports().status(request->port())) return noPort(request->port());
 
+  const Seats::Seat seat = captures_.take();
+  if (seat == nullptr) return captures_.refusal("captures");
   const auto tap = place.packets->openTap(request->port(), directionOf(request->direction()));
   uint64_t left = request->count() == 0 ? UINT64_MAX : request->count();
   bool going = writer->Write({});  // the capture has begun

@@ -71,8 +71,18 @@ void stopAtExit() {
   done->changed.wait_for(lock, std::chrono::seconds(2), [&done] { return done->reached; });
 }
 
+/// Whether the address ends in a port that exists; gRPC would take the low 16 bits of a greater
+/// one.
+bool hasPort(const char* address) {
+  constexpr unsigned long kLastPort = 65535;
+  const char* const colon = address == nullptr ? nullptr : std::strrchr(address, ':');
+  if (colon == nullptr || colon[1] < '0' || colon[1] > '9') return false;
+  char* end = nullptr;
+  return std::strtoul(colon + 1, &end, 10) <= kLastPort && *end == '\0';
+}
+
 jx_status_t start(const char* address) {
-  if (address == nullptr || std::strchr(address, ':') == nullptr) return JX_INVALID_ARGUMENTS;
+  if (!hasPort(address)) return JX_INVALID_ARGUMENTS;
   const std::lock_guard<std::mutex> lock(start_mutex);
   if (running.load() != nullptr) return JX_ALREADY_EXISTS;
   std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/control/seats.h"
 #include "switch.grpc.pb.h"
 
 namespace jxmodel::control {
@@ -80,7 +81,14 @@ class SwitchService final : public jx::control::v1::Switch::Service {
   grpc::Status describeTable(const ProgramPlace& program, const jxrt::JxRtTable& table,
                              jx::control::v1::Table* out) const;
 
+  // A caller who does not read keeps what has happened queued, up to 65536 events, or 64 MiB of
+  // packets.
+  static constexpr int kWatches = 32;
+  static constexpr int kCaptures = 16;
+
   const std::shared_ptr<jxrt::JxRtSession> session_;
+  Seats watches_{kWatches};
+  Seats captures_{kCaptures};
 };
 
 }  // namespace jxmodel::control

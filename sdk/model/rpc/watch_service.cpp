@@ -116,6 +116,8 @@ grpc::Status SwitchService::Watch(grpc::ServerContext* context, const pb::WatchR
   grpc::Status found = find(*request, &place);
   if (!found.ok()) return found;
 
+  const Seats::Seat seat = watches_.take();
+  if (seat == nullptr) return watches_.refusal("watches");
   EventTeller teller(*place.device, *session_);
   const auto watch = place.device->events().open();
   uint64_t left = request->count() == 0 ? UINT64_MAX : request->count();
