@@ -11,7 +11,8 @@ jex_grpc_library(reflection_client reflection.proto)
 add_executable(list-services list_services.cpp)
 target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
-add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_partner_events_test.cpp
+add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_descriptors_test.cpp
+               cli_partner_events_test.cpp
                cli_partner_shell_test.cpp
                cli_run.cpp cli_switch_test.cpp cli_watch_test.cpp control_server_test.cpp
                switch_run.cpp
@@ -19,9 +20,10 @@ add_executable(endtoend_cli_test cli_agent_switchctl_test.cpp cli_partner_events
 target_compile_definitions(endtoend_cli_test PRIVATE
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
   JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>"
+  JEX_SLICE_COUNTERS="$<TARGET_FILE:slice-counters>"
   JEX_LIST_SERVICES="$<TARGET_FILE:list-services>")
 target_link_libraries(endtoend_cli_test PRIVATE jex_flags jex_test_support
                       nlohmann_json::nlohmann_json ZLIB::ZLIB PkgConfig::ENDTOEND_PCAP)
-add_dependencies(endtoend_cli_test slice-agent switchctl partner-shell list-services)
+add_dependencies(endtoend_cli_test slice-agent slice-counters switchctl partner-shell list-services)
 gtest_discover_tests(endtoend_cli_test TEST_PREFIX endtoend. PROPERTIES TIMEOUT 300)
 jex_label_tests(endtoend_cli_test endtoend)
