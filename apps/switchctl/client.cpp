@@ -135,6 +135,17 @@ std::vector<pb::Table> Client::tables(const Place& place) {
   return {reply.tables().begin(), reply.tables().end()};
 }
 
+std::vector<pb::Digest> Client::digests(const Place& place) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  pb::ListDigestsRequest request;
+  setDevice(place, &request);
+  if (place.program) request.set_program(*place.program);
+  pb::ListDigestsReply reply;
+  check(stubs_->control.ListDigests(&context, request, &reply), target_);
+  return {reply.digests().begin(), reply.digests().end()};
+}
+
 uint64_t Client::count(const std::string& table, const Place& place) {
   grpc::ClientContext context;
   setDeadline(&context);

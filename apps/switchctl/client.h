@@ -42,6 +42,7 @@ class Client {
   std::string health();
   std::vector<jx::control::v1::Program> programs(const Place& place);
   std::vector<jx::control::v1::Table> tables(const Place& place);
+  std::vector<jx::control::v1::Digest> digests(const Place& place);
   uint64_t count(const std::string& table, const Place& place);
   /// Hands over the entries chunk by chunk, as they arrive.
   void entries(const std::string& table, const Place& place,

@@ -107,6 +107,11 @@ int runTables(const Options& options, Client& client) {
   return EXIT_SUCCESS;
 }
 
+int runDigests(const Options& options, Client& client) {
+  print(renderDigests(client.digests(options.place), options.format()));
+  return EXIT_SUCCESS;
+}
+
 int runCount(const Options& options, Client& client) {
   print(renderCount(options.table, client.count(options.table, options.place), options.format()));
   return EXIT_SUCCESS;
@@ -307,6 +312,8 @@ int run(int argc, char** argv) {
   addCommand(&app, "health", "Print SERVING if the server is well", runHealth, &command);
   addCommand(&app, "programs", "List the programs that the devices carry", runPrograms, &command);
   addCommand(&app, "tables", "List tables, their sizes and present entries", runTables, &command);
+  addCommand(&app, "digests", "List digests, and whether a partner takes them", runDigests,
+             &command);
   CLI::App* const entries =
       addCommand(&app, "entries", "Print all entries of a table, sorted", runEntries, &command);
   entries->add_option("TABLE", options.table, "Name of the table")->required();

@@ -189,6 +189,26 @@ std::string renderTables(const std::vector<pb::Table>& tables, Format format) {
   return renderColumns(rows);
 }
 
+std::string renderDigests(const std::vector<pb::Digest>& digests, Format format) {
+  if (format == Format::kJson) {
+    Json list = Json::array();
+    for (const pb::Digest& digest : digests) {
+      list.push_back({{"device", digest.device()},
+                      {"program", digest.program()},
+                      {"name", digest.name()},
+                      {"id", digest.id()},
+                      {"armed", digest.armed()}});
+    }
+    return jsonLine(list);
+  }
+  std::vector<std::vector<std::string>> rows{{"DEVICE", "PROGRAM", "DIGEST", "ID", "ARMED"}};
+  for (const pb::Digest& digest : digests) {
+    rows.push_back({std::to_string(digest.device()), digest.program(), digest.name(),
+                    std::to_string(digest.id()), digest.armed() ? "yes" : "no"});
+  }
+  return renderColumns(rows);
+}
+
 std::string renderCount(const std::string& table, uint64_t entries, Format format) {
   if (format == Format::kJson) return jsonLine(Json{{"table", table}, {"entries", entries}});
   return std::to_string(entries) + '\n';

@@ -19,6 +19,7 @@ std::string jsonLine(const nlohmann::ordered_json& json);
 std::string renderHealth(const std::string& status, Format format);
 std::string renderPrograms(const std::vector<jx::control::v1::Program>& programs, Format format);
 std::string renderTables(const std::vector<jx::control::v1::Table>& tables, Format format);
+std::string renderDigests(const std::vector<jx::control::v1::Digest>& digests, Format format);
 std::string renderCount(const std::string& table, uint64_t entries, Format format);
 std::string renderPorts(const jx::control::v1::ListPortsReply& reply, Format format);
 /// One port as it is now, after a change: `what` says what has happened to it.

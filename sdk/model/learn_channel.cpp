@@ -205,6 +205,11 @@ void LearnChannel::clearClient() {
   replaceClient(nullptr, lock);
 }
 
+bool LearnChannel::hasClient() const {
+  const Lock lock(mutex_);
+  return client_ != nullptr;
+}
+
 void LearnChannel::replaceClient(std::shared_ptr<const Client> client, Lock& lock) {
   client_.swap(client);
   left_.clear();

@@ -93,6 +93,7 @@ class LearnChannel {
   /// The same without a new one. What waits is unclaimed; what was delivered can still be
   /// acknowledged.
   void clearClient();
+  bool hasClient() const;
   /// JX_OBJECT_NOT_FOUND: no such message waits for it.
   jx_status_t acknowledge(const jx_rt_learn_msg_hdl* handle);
 

@@ -11,6 +11,8 @@ const PacketField* RtLearn::field(uint32_t field_id) const {
   return &program_.fields[learn_.fields[field_id - 1].field];
 }
 
+bool RtLearn::hasClient() const { return channel_ != nullptr && channel_->hasClient(); }
+
 jx_status_t RtLearn::learnIdGet(uint32_t* id) const {
   JXMODEL_ENTRY("JxRtLearn::learnIdGet");
   if (id == nullptr) return JX_INVALID_ARGUMENTS;

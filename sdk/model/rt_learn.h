@@ -28,6 +28,8 @@ class RtLearn final : public jxrt::JxRtLearn {
                         jx_rt_learn_msg_hdl* learn_msg) override;
 
   const Learn& description() const { return learn_; }
+  /// Whether a callback is registered; never on a virtual device.
+  bool hasClient() const;
 
  private:
   const PacketField* field(uint32_t field_id) const;

@@ -6,6 +6,7 @@
 
 #include "model/control/entry_reader.h"
 #include "model/device_gate.h"
+#include "model/rt_learn.h"
 
 namespace jxmodel::control {
 namespace {
@@ -156,6 +157,31 @@ grpc::Status SwitchService::ReadTable(grpc::ServerContext* context, const pb::Ta
       if (status != JX_SUCCESS) return unexpected("entries of table " + place.name, status);
     }
     if (context->IsCancelled() || !writer->Write(*chunk)) return grpc::Status::CANCELLED;
+  }
+  return grpc::Status::OK;
+}
+
+grpc::Status SwitchService::ListDigests(grpc::ServerContext* /*context*/,
+                                        const pb::ListDigestsRequest* request,
+                                        pb::ListDigestsReply* reply) {
+  const Gate gate(deviceGate());
+  std::vector<ProgramPlace> places;
+  grpc::Status found = findPrograms(deviceOf(*request), programOf(*request), &places);
+  if (!found.ok()) return found;
+  for (const ProgramPlace& place : places) {
+    std::vector<jxrt::JxRtLearn*> learns;
+    const jx_status_t status = place.info->learnsGet(&learns);
+    if (status != JX_SUCCESS) return unexpected("digests of program " + place.name, status);
+    for (const jxrt::JxRtLearn* learn : learns) {
+      // The model makes no other kind.
+      const auto& own = static_cast<const RtLearn&>(*learn);
+      pb::Digest* const digest = reply->add_digests();
+      digest->set_device(place.device);
+      digest->set_program(place.name);
+      digest->set_name(own.description().name);
+      digest->set_id(own.description().id);
+      digest->set_armed(own.hasClient());
+    }
   }
   return grpc::Status::OK;
 }

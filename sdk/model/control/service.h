@@ -1,6 +1,6 @@
-// The control service: answers about devices, programs and tables, from the runtime API alone
-// (service.cpp); ports and packets of physical devices (port_service.cpp), and what happens on them
-// (watch_service.cpp).
+// The control service: answers about devices, programs, tables and digests, from the runtime API
+// but for who takes a digest (service.cpp); ports and packets of physical devices
+// (port_service.cpp), and what happens on them (watch_service.cpp).
 #pragma once
 
 #include <memory>
@@ -33,6 +33,9 @@ class SwitchService final : public jx::control::v1::Switch::Service {
                           jx::control::v1::CountTableReply* reply) override;
   grpc::Status ReadTable(grpc::ServerContext* context, const jx::control::v1::TableRequest* request,
                          grpc::ServerWriter<jx::control::v1::EntryChunk>* writer) override;
+  grpc::Status ListDigests(grpc::ServerContext* context,
+                           const jx::control::v1::ListDigestsRequest* request,
+                           jx::control::v1::ListDigestsReply* reply) override;
 
   grpc::Status AddPort(grpc::ServerContext* context, const jx::control::v1::AddPortRequest* request,
                        jx::control::v1::Port* reply) override;
