@@ -106,6 +106,15 @@ class Partner(Process):
                           "--json"],
                          os.path.join(options.out, "partner-shell.log"))
 
+    def await_ready(self):
+        """With --json the line stands in the log: standard output holds objects only."""
+        deadline = time.monotonic() + START_DEADLINE
+        while "partner-shell: ready\n" not in self.last_words() + "\n":
+            if self.popen.poll() is not None or time.monotonic() > deadline:
+                raise DemoError(f"{self.name} does not start; its log {self.log_path} says: "
+                                f"{self.last_words()}")
+            time.sleep(0.01)
+
     def write(self, text):
         self.popen.stdin.write(text.encode())
         self.popen.stdin.flush()

@@ -97,12 +97,12 @@ class Watch:
             if process in self.processes:
                 self.processes.remove(process)
 
-    def end(self, process, end):
-        """Ends a process that is meant to end now; its status has to be 0."""
+    def end(self, process, end, wanted=0):
+        """Ends a process that is meant to end now, with the status `wanted`."""
         self.forget(process)
         status = end()
         self.look_for_stops(process)
-        if status != 0:
+        if status != wanted:
             self.report(f"{process.name} ended with status {status}: {process.last_words()}")
 
 
@@ -297,7 +297,9 @@ class Soak:
         """Partner first: an agent with heartbeats would stop some seconds after it."""
         self.watch.look()
         if self.partner:
-            self.watch.end(self.partner, self.end_partner)
+            # The shell says that a command of its input failed, as some were meant to.
+            self.watch.end(self.partner, self.end_partner,
+                           wanted=1 if self.partner.done[soak_work.REFUSED] else 0)
         for process in (*self.others, self.agent):
             if process:
                 self.watch.end(process, process.end)

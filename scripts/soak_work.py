@@ -29,6 +29,7 @@ SPARE_MEMBERS = range(101, 133)
 SPARE_GROUPS = range(101, 109)
 RULES = 2000
 PIPELINED = 200          # commands that are written before the first answer is read
+REFUSED = "refused by the partner's device"
 
 
 class Stopped(Exception):
@@ -103,7 +104,7 @@ class Partner(demo_run.Partner):
         _, result = self.answer(command)
         if result["ok"]:
             raise DemoError(f"'{command}' was not refused")
-        self.done["refused by the partner's device"] += 1
+        self.done[REFUSED] += 1
 
 
 def small_capture(data):

@@ -9,7 +9,7 @@ namespace {
 constexpr char kSortEntry = 0;
 constexpr char kSortDefault = 1;
 constexpr char kSortFallback = 2;
-constexpr size_t kPieceSize = 1 << 20;  // bytes handed to a sink at once
+constexpr size_t kPieceSize = 1 << 16;  // bytes handed to a sink at once
 
 void appendNumber(uint64_t number, std::string* out) {
   char digits[20];

@@ -14,7 +14,7 @@
 namespace jexapps {
 namespace {
 
-[[gnu::no_sanitize("address", "thread", "undefined")]] void openStandardDescriptors() {
+__attribute__((no_sanitize("address", "thread", "undefined"))) void openStandardDescriptors() {
   for (long fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
     if (syscall(SYS_fcntl, fd, F_GETFD) >= 0) continue;
     // The lowest free number is this one, since all before it are open.

@@ -75,6 +75,11 @@ class EntryReader {
     return status == JX_SUCCESS ? readData(*entry.data) : status;
   }
 
+  jx_status_t readKeyAlone(const jxrt::JxRtTableKey& key) {
+    start(EntryKind::kEntry);
+    return readKey(key);
+  }
+
   jx_status_t readDefault(const jxrt::JxRtTableData& data) {
     start(EntryKind::kDefault);
     view_.key.clear();
@@ -277,6 +282,14 @@ std::string statusText(jx_status_t status) {
   const char* text = "";
   jx_rt_err_str(status, &text);
   return text;
+}
+
+jx_status_t readKey(const TableFacts& facts, const jxrt::JxRtTableKey& key,
+                    std::vector<KeyFieldView>* fields) {
+  EntryReader reader(facts);
+  const jx_status_t status = reader.readKeyAlone(key);
+  if (status == JX_SUCCESS) *fields = reader.view().key;
+  return status;
 }
 
 jx_status_t forEachEntry(const TableFacts& facts, const jxrt::JxRtSession& session,

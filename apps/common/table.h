@@ -39,6 +39,10 @@ const char* tableKindName(jx_rt_table_type_t type);
 /// The SDK's text for a status.
 std::string statusText(jx_status_t status);
 
+/// What a key of the table matches, in the order of its fields. `facts` has to outlive the views.
+jx_status_t readKey(const TableFacts& facts, const jxrt::JxRtTableKey& key,
+                    std::vector<KeyFieldView>* fields);
+
 /// Gives every entry, then the default entry and the fallback if there are any. `facts` has to
 /// outlive what the callback keeps of the view. Stops at the first status that is not success.
 jx_status_t forEachEntry(const TableFacts& facts, const jxrt::JxRtSession& session,

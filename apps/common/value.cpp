@@ -92,17 +92,6 @@ void applyMask(std::string_view mask, Bytes* value) {
   for (size_t i = 0; i < value->size(); ++i) (*value)[i] = static_cast<char>((*value)[i] & mask[i]);
 }
 
-// Clears the bits of a field behind its first `length` ones. The first bit of a field whose width
-// is no multiple of 8 lies within the first byte.
-void applyPrefix(uint32_t width, uint32_t length, Bytes* value) {
-  const uint32_t cleared = width - length;
-  const size_t whole = cleared / 8;
-  std::fill(value->end() - static_cast<std::ptrdiff_t>(whole), value->end(), '\0');
-  if (cleared % 8 == 0) return;
-  char& partial = (*value)[value->size() - 1 - whole];
-  partial = static_cast<char>(partial & (0xFF << (cleared % 8)));
-}
-
 std::string bitsText(FieldRef field) {
   return std::string(field.name) + " (" + std::to_string(field.width) +
          (field.width == 1 ? " bit)" : " bits)");
@@ -215,39 +204,67 @@ bool parseAddress(int family, std::string_view text, FieldRef field, Bytes* valu
   return true;
 }
 
-bool parseLpm(std::string_view text, FieldRef field, Match* match, std::string* error) {
+// The prefix that was meant, in the notation of `text` where the field's own is another.
+std::string prefixText(std::string_view text, FieldRef field, const Bytes& value, uint32_t length) {
+  std::string meant;
+  if (field.width == kIpv4Width && text.find('.') != std::string_view::npos) {
+    appendIpv4(value, &meant);
+  } else {
+    appendValue(field, value, &meant);
+  }
+  return meant + "/" + std::to_string(length);
+}
+
+// V/LEN, or V for the whole width. Bits beyond the prefix are a mistake in the value or in the
+// length.
+bool parsePrefix(std::string_view text, FieldRef field, Bytes* value, uint32_t* length,
+                 std::string* error) {
   const size_t slash = text.find('/');
-  Match parsed;
-  if (!parseValue(text.substr(0, slash), field, &parsed.value, error)) return false;
-  uint32_t length = field.width;
+  Bytes given;
+  if (!parseValue(text.substr(0, slash), field, &given, error)) return false;
+  uint32_t bits = field.width;
   if (slash != std::string_view::npos) {
-    if (!parseNumber(text.substr(slash + 1), "prefix length", &length, error)) return false;
-    if (length > field.width) {
-      *error = "prefix length " + std::to_string(length) + " does not fit " + bitsText(field);
+    if (!parseNumber(text.substr(slash + 1), "prefix length", &bits, error)) return false;
+    if (bits > field.width) {
+      *error = "prefix length " + std::to_string(bits) + " does not fit " + bitsText(field);
       return false;
     }
   }
+  Bytes prefix = given;
+  keepPrefix(field.width, bits, &prefix);
+  if (prefix != given) {
+    return failValue(
+        text, "has bits beyond the prefix; " + prefixText(text, field, prefix, bits) + "?", error);
+  }
+  *value = std::move(prefix);
+  *length = bits;
+  return true;
+}
+
+bool parseLpm(std::string_view text, FieldRef field, Match* match, std::string* error) {
+  Match parsed;
+  uint32_t length = 0;
+  if (!parsePrefix(text, field, &parsed.value, &length, error)) return false;
   parsed.prefix_length = static_cast<uint16_t>(length);
-  applyPrefix(field.width, length, &parsed.value);
   *match = std::move(parsed);
   return true;
 }
 
 bool parseTernary(std::string_view text, FieldRef field, Match* match, std::string* error) {
   Match parsed;
+  const size_t ands = text.find("&&&");
   if (text == "*") {
     parsed.value = parsed.second = Bytes(bytesOf(field.width), '\0');
-    *match = std::move(parsed);
-    return true;
-  }
-  const size_t ands = text.find("&&&");
-  if (!parseValue(text.substr(0, ands), field, &parsed.value, error)) return false;
-  if (ands == std::string_view::npos) {
+  } else if (ands == std::string_view::npos) {
+    uint32_t length = 0;
+    if (!parsePrefix(text, field, &parsed.value, &length, error)) return false;
     parsed.second = allOnes(field.width);
-  } else if (!parseValue(text.substr(ands + 3), field, &parsed.second, error)) {
-    return false;
+    keepPrefix(field.width, length, &parsed.second);
+  } else {
+    if (!parseValue(text.substr(0, ands), field, &parsed.value, error)) return false;
+    if (!parseValue(text.substr(ands + 3), field, &parsed.second, error)) return false;
+    applyMask(parsed.second, &parsed.value);
   }
-  applyMask(parsed.second, &parsed.value);
   *match = std::move(parsed);
   return true;
 }
@@ -322,6 +339,16 @@ void appendRange(FieldRef field, const Match& match, std::string* out) {
 }
 
 }  // namespace
+
+// The first bit of a field whose width is no multiple of 8 lies within the first byte.
+void keepPrefix(uint32_t width, uint32_t length, Bytes* value) {
+  const uint32_t cleared = width - length;
+  const size_t whole = cleared / 8;
+  std::fill(value->end() - static_cast<std::ptrdiff_t>(whole), value->end(), '\0');
+  if (cleared % 8 == 0) return;
+  char& partial = (*value)[value->size() - 1 - whole];
+  partial = static_cast<char>(partial & (0xFF << (cleared % 8)));
+}
 
 void appendValue(FieldRef field, std::string_view value, std::string* out) {
   switch (notationOf(field)) {

@@ -40,6 +40,9 @@ struct Match {
   bool valid = true;
 };
 
+/// Clears the bits of a value of `width` bits behind its first `length` ones.
+void keepPrefix(uint32_t width, uint32_t length, Bytes* value);
+
 constexpr uint32_t bytesOf(uint32_t width) { return (width + 7) / 8; }
 
 inline const uint8_t* rawBytes(const Bytes& bytes) {
@@ -60,8 +63,9 @@ void appendMatch(FieldRef field, jx_rt_key_match_type_t kind, const Match& match
 
 bool parseValue(std::string_view text, FieldRef field, Bytes* value, std::string* error);
 
-/// exact V; LPM V/LEN or V; ternary V&&&M, V or *; range LO..HI, V or *; optional V or *.
-/// Bits of a value outside its mask or prefix are cleared, as tables store it.
+/// exact V; LPM V/LEN or V; ternary V&&&M, V/LEN, V or *; range LO..HI, V or *; optional V or *.
+/// Bits of a value outside its mask are cleared, as tables store it. Bits beyond a prefix are an
+/// error.
 bool parseMatch(std::string_view text, FieldRef field, jx_rt_key_match_type_t kind, Match* match,
                 std::string* error);
 

@@ -1,35 +1,17 @@
 #include "agent_segment.h"
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
+#include <sys/statvfs.h>
 
-#include <cstring>
 #include <fstream>
 #include <string>
+
+#include "agent_socket.h"
 
 namespace jexapps {
 namespace {
 
-constexpr char kAgentSocketFile[] = "/tmp/Partner0";
 constexpr char kSegmentName[] = "PARTNERLIB_SHM_COUNTERS";
-
-// The process that listens at the agent's socket, 0 if it cannot be told.
-pid_t agentProcess() {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  static_assert(sizeof kAgentSocketFile <= sizeof address.sun_path);
-  std::memcpy(address.sun_path, kAgentSocketFile, sizeof kAgentSocketFile);
-  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-  if (fd < 0) return 0;
-  ucred listener{};
-  socklen_t size = sizeof listener;
-  const bool known =
-      connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &listener, &size) == 0;
-  close(fd);
-  return known ? listener.pid : 0;
-}
+constexpr char kSharedMemory[] = "/dev/shm";
 
 }  // namespace
 
@@ -41,6 +23,13 @@ bool agentHasCounterSegment() {
     if (line.find(kSegmentName) != std::string::npos) return true;
   }
   return false;
+}
+
+std::optional<uint64_t> freeSharedMemory() {
+  struct statvfs facts {};
+  // A file system without a limit has no number of blocks.
+  if (statvfs(kSharedMemory, &facts) != 0 || facts.f_blocks == 0) return std::nullopt;
+  return uint64_t{facts.f_bavail} * facts.f_frsize;
 }
 
 }  // namespace jexapps

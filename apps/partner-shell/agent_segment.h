@@ -1,5 +1,8 @@
-// Looks from outside at what the slice agent has mapped.
+// The shared segment of counters, seen from outside of the library.
 #pragma once
+
+#include <cstdint>
+#include <optional>
 
 namespace jexapps {
 
@@ -7,5 +10,8 @@ namespace jexapps {
 /// partner made in that process's life, which it keeps. False too if it cannot be told (no agent,
 /// or another user's).
 bool agentHasCounterSegment();
+
+/// Bytes that the file system of shared memory has free. None if it cannot be told.
+std::optional<uint64_t> freeSharedMemory();
 
 }  // namespace jexapps

@@ -4,15 +4,13 @@
 
 #include "handler.h"
 #include "load_routes.h"
+#include "refusal.h"
 #include "request.h"
 
 namespace jexapps {
 namespace {
 
-bool isMatchTable(const TableFacts& table) {
-  return table.type == JX_RT_TABLE_MATCH_DIRECT || table.type == JX_RT_TABLE_MATCH_ACTION_DATA ||
-         table.type == JX_RT_TABLE_MATCH_SELECTOR;
-}
+constexpr uint64_t kEntriesPerLook = 4096;  // between two looks at stop requests
 
 // The table of a line, which has to be of the kind that the command is for.
 const TableFacts& matchTable(Shell& shell, const Line& line) {
@@ -27,10 +25,15 @@ uint32_t takeId(const char* name, Line* line) {
   return *id;
 }
 
+Operation entryOf(const TableFacts& table, const jxrt::JxRtTableKey& key,
+                  const jxrt::JxRtTableData* data = nullptr) {
+  return {table, Operation::Kind::kEntry, &key, data};
+}
+
 Result okHandle(Shell& shell, const TableFacts& table, const jxrt::JxRtTableKey& key) {
   uint32_t handle = 0;
-  check(table.table->tableEntryHandleGet(shell.session(), shell.target(), key, &handle),
-        table.name);
+  check(shell, entryOf(table, key),
+        table.table->tableEntryHandleGet(shell.session(), shell.target(), key, &handle));
   return ok("handle " + std::to_string(handle), {{"handle", handle}});
 }
 
@@ -93,16 +96,23 @@ Result dumpTable(Shell& shell, Line& line) {
   const TableFacts& table = shell.table(line.operands[0]);
   checkNothingLeft(line.left, "of dump");
   Dump dump(shell.output().json() ? DumpFormat::kJson : DumpFormat::kText);
-  check(forEachEntry(table, shell.session(), shell.target(),
-                     [&](const EntryView& entry) { dump.add(entry); }),
-        table.name);
-  dump.write([&](std::string_view piece) { shell.output().listing(piece); });
+  const auto add = [&](const EntryView& entry) {
+    if (dump.entries() % kEntriesPerLook == 0) shell.checkNotInterrupted();
+    dump.add(entry);
+  };
+  check(forEachEntry(table, shell.session(), shell.target(), add), table.name);
+  dump.write([&](std::string_view piece) { shell.list(piece); });
   return okCount(dump.entries());
 }
 
 Result countEntries(Shell& shell, Line& line) {
   const TableFacts& table = shell.table(line.operands[0]);
   checkNothingLeft(line.left, "of count");
+  if (table.type == JX_RT_TABLE_COUNTER) {
+    throw CommandError(table.name +
+                       " is a counter table, which is never filled; tables lists its "
+                       "size");
+  }
   uint32_t count = 0;
   check(table.table->tableUsageGet(shell.session(), shell.target(), 0, &count), table.name);
   return okCount(count);
@@ -125,7 +135,8 @@ Result showHelp(Shell& shell, Line& line) {
   return ok(std::move(text), {{"commands", std::move(array)}});
 }
 
-Result quitNever(Shell&, Line&) { throw CommandError("quit stands alone"); }
+// Shell::run ends at these words before anything is looked up.
+Result quitNever(Shell&, Line& line) { throw CommandError(line.command + " stands alone"); }
 
 // ---- match tables
 
@@ -146,7 +157,8 @@ Result addEntry(Shell& shell, Line& line) {
   if (priority) setPriority(table, *priority, key.get());
   const DataPtr data = makeData(table, &line);
   setTtl(table, ttl, data.get());
-  check(table.table->tableEntryAdd(shell.session(), shell.target(), 0, *key, *data), table.name);
+  check(shell, entryOf(table, *key, data.get()),
+        table.table->tableEntryAdd(shell.session(), shell.target(), 0, *key, *data));
   return okHandle(shell, table, *key);
 }
 
@@ -159,14 +171,16 @@ Result modifyEntry(Shell& shell, Line& line) {
   const KeyPtr key = makeKey(table, &line.left);
   const DataPtr data = makeData(table, &line);
   setTtl(table, ttl, data.get());
-  check(table.table->tableEntryMod(shell.session(), shell.target(), 0, *key, *data), table.name);
+  check(shell, entryOf(table, *key, data.get()),
+        table.table->tableEntryMod(shell.session(), shell.target(), 0, *key, *data));
   return ok();
 }
 
 Result deleteEntry(Shell& shell, Line& line) {
   const TableFacts& table = matchTable(shell, line);
   const KeyPtr key = makeKey(table, &line.left);
-  check(table.table->tableEntryDel(shell.session(), shell.target(), 0, *key), table.name);
+  check(shell, entryOf(table, *key),
+        table.table->tableEntryDel(shell.session(), shell.target(), 0, *key));
   return ok();
 }
 
@@ -176,7 +190,8 @@ Result moveEntry(Shell& shell, Line& line) {
   if (!priority) throw CommandError("priority=N is missing");
   const KeyPtr key = makeKey(table, &line.left);
   setPriority(table, *priority, key.get());
-  check(table.table->tableEntryMove(shell.session(), shell.target(), 0, *key), table.name);
+  check(shell, entryOf(table, *key),
+        table.table->tableEntryMove(shell.session(), shell.target(), 0, *key));
   return ok();
 }
 
@@ -184,14 +199,16 @@ Result setDefault(Shell& shell, Line& line) {
   const TableFacts& table = matchTable(shell, line);
   checkNothingLeft(line.left, "before the ->");
   const DataPtr data = makeData(table, &line);
-  check(table.table->tableDefaultEntrySet(shell.session(), shell.target(), 0, *data), table.name);
+  check(shell, {table, Operation::Kind::kDefault, nullptr, data.get()},
+        table.table->tableDefaultEntrySet(shell.session(), shell.target(), 0, *data));
   return ok();
 }
 
 Result clearDefault(Shell& shell, Line& line) {
   const TableFacts& table = matchTable(shell, line);
   checkNothingLeft(line.left, "of clear-default");
-  check(table.table->tableDefaultEntryClear(shell.session(), shell.target(), 0), table.name);
+  check(shell, {table, Operation::Kind::kDefault},
+        table.table->tableDefaultEntryClear(shell.session(), shell.target(), 0));
   return ok();
 }
 
@@ -212,17 +229,17 @@ MemberRequest memberRequest(Shell& shell, Line& line) {
 
 Result addMember(Shell& shell, Line& line) {
   const MemberRequest request = memberRequest(shell, line);
-  check(request.table.table->tableEntryAdd(shell.session(), shell.target(), 0, *request.key,
-                                           *request.data),
-        request.table.name);
+  check(shell, entryOf(request.table, *request.key, request.data.get()),
+        request.table.table->tableEntryAdd(shell.session(), shell.target(), 0, *request.key,
+                                           *request.data));
   return okHandle(shell, request.table, *request.key);
 }
 
 Result modifyMember(Shell& shell, Line& line) {
   const MemberRequest request = memberRequest(shell, line);
-  check(request.table.table->tableEntryMod(shell.session(), shell.target(), 0, *request.key,
-                                           *request.data),
-        request.table.name);
+  check(shell, entryOf(request.table, *request.key, request.data.get()),
+        request.table.table->tableEntryMod(shell.session(), shell.target(), 0, *request.key,
+                                           *request.data));
   return ok();
 }
 
@@ -230,7 +247,8 @@ Result deleteMember(Shell& shell, Line& line) {
   const TableFacts& table = tableOfType(shell, line, JX_RT_TABLE_ACTION_DATA);
   const KeyPtr key = makeIdKey(table, JX_RT_FIELD_MEMBER_ID, takeId("member", &line));
   checkNothingLeft(line.left, "of member-delete");
-  check(table.table->tableEntryDel(shell.session(), shell.target(), 0, *key), table.name);
+  check(shell, entryOf(table, *key),
+        table.table->tableEntryDel(shell.session(), shell.target(), 0, *key));
   return ok();
 }
 
@@ -261,7 +279,8 @@ Result createGroup(Shell& shell, Line& line) {
     if (!parseNumberList(*members, "members", &ids, &error)) throw CommandError(error);
     setMembers(table, ids, data.get());
   }
-  check(table.table->tableEntryAdd(shell.session(), shell.target(), 0, *key, *data), table.name);
+  check(shell, entryOf(table, *key, data.get()),
+        table.table->tableEntryAdd(shell.session(), shell.target(), 0, *key, *data));
   return okHandle(shell, table, *key);
 }
 
@@ -269,7 +288,8 @@ Result destroyGroup(Shell& shell, Line& line) {
   const TableFacts& table = tableOfType(shell, line, JX_RT_TABLE_SELECTOR);
   const KeyPtr key = makeIdKey(table, JX_RT_FIELD_GROUP_ID, takeId("group", &line));
   checkNothingLeft(line.left, "of group-destroy");
-  check(table.table->tableEntryDel(shell.session(), shell.target(), 0, *key), table.name);
+  check(shell, entryOf(table, *key),
+        table.table->tableEntryDel(shell.session(), shell.target(), 0, *key));
   return ok();
 }
 
@@ -284,7 +304,8 @@ Result changeMembership(Shell& shell, Line& line) {
   const uint32_t group = takeId("group", &line);
   const uint32_t member = takeId("member", &line);
   checkNothingLeft(line.left, "of " + line.command);
-  check((table.table->*kCall)(shell.session(), shell.target(), group, member), table.name);
+  check(shell, {table, Operation::Kind::kMembership, nullptr, nullptr, group, member},
+        (table.table->*kCall)(shell.session(), shell.target(), group, member));
   return ok();
 }
 
@@ -292,100 +313,143 @@ Result setFallback(Shell& shell, Line& line) {
   const TableFacts& table = tableOfType(shell, line, JX_RT_TABLE_SELECTOR);
   const uint32_t member = takeId("member", &line);
   checkNothingLeft(line.left, "of fallback");
-  check(table.table->fallbackSet(shell.session(), shell.target(), member), table.name);
+  check(shell, {table, Operation::Kind::kFallback, nullptr, nullptr, {}, member},
+        table.table->fallbackSet(shell.session(), shell.target(), member));
   return ok();
 }
 
 Result clearFallback(Shell& shell, Line& line) {
   const TableFacts& table = tableOfType(shell, line, JX_RT_TABLE_SELECTOR);
   checkNothingLeft(line.left, "of clear-fallback");
-  check(table.table->fallbackClear(shell.session(), shell.target()), table.name);
+  check(shell, {table, Operation::Kind::kFallback},
+        table.table->fallbackClear(shell.session(), shell.target()));
   return ok();
 }
 
-std::vector<Command> tableCommands() {
+// Options as completion offers them; see Command::options.
+constexpr char kKeyOptions[] = "FIELD=";
+constexpr char kEntryOptions[] = "FIELD= priority= ttl=";
+constexpr char kMoveOptions[] = "FIELD= priority=";
+constexpr char kModifyOptions[] = "FIELD= ttl=";
+constexpr char kMembershipOptions[] = "group= member=";
+
+std::vector<Command> lookCommands() {
   using Arrow = Command::Arrow;
+  using Operand = Command::Operand;
   return {
-      {"tables", 0, 0, Arrow::kNever, "tables", "Lists the tables and how full they are.",
-       listTables},
+      {"tables",
+       0,
+       0,
+       Arrow::kNever,
+       "tables",
+       "Lists the tables and how full they are.",
+       listTables,
+       {Operand::kOther, Operand::kOther}},
       {"dump", 1, 1, Arrow::kNever, "dump TABLE",
        "Prints the entries sorted by key, then the default entry and the fallback.", dumpTable},
       {"count", 1, 1, Arrow::kNever, "count TABLE", "Counts the entries, without the default.",
        countEntries},
+  };
+}
+
+std::vector<Command> matchCommands() {
+  using Arrow = Command::Arrow;
+  constexpr Operands kTable = {Command::Operand::kMatchTable, Command::Operand::kOther};
+  return {
       {"add", 1, 1, Arrow::kAlways,
        "add TABLE FIELD=VALUE... -> ACTION PARAM=VALUE... | member=ID | group=ID "
        "[priority=N] [ttl=MS]",
        "Adds an entry. Fields left out match anything, but exact ones are needed. A greater "
        "priority wins.",
-       addEntry},
+       addEntry, kTable, kEntryOptions},
       {"modify", 1, 1, Arrow::kAlways,
        "modify TABLE FIELD=VALUE... -> ACTION PARAM=VALUE... | member=ID | group=ID [ttl=MS]",
-       "Changes what an entry does.", modifyEntry},
+       "Changes what an entry does.", modifyEntry, kTable, kModifyOptions},
       {"delete", 1, 1, Arrow::kNever, "delete TABLE FIELD=VALUE...", "Deletes an entry.",
-       deleteEntry},
+       deleteEntry, kTable, kKeyOptions},
       {"move", 1, 1, Arrow::kNever, "move TABLE FIELD=VALUE... priority=N",
-       "Changes the priority of an entry.", moveEntry},
+       "Changes the priority of an entry.", moveEntry, kTable, kMoveOptions},
       {"default", 1, 1, Arrow::kAlways,
        "default TABLE -> ACTION PARAM=VALUE... | member=ID | group=ID",
-       "Sets what happens to packets that no entry matches.", setDefault},
+       "Sets what happens to packets that no entry matches.", setDefault, kTable},
       {"clear-default", 1, 1, Arrow::kNever, "clear-default TABLE", "Takes that back.",
-       clearDefault},
+       clearDefault, kTable},
+      {"load-routes",
+       2,
+       2,
+       Arrow::kMaybe,
+       "load-routes TABLE FILE [limit=N] [nexthops=ID,ID,...] [groups=ID,ID,...] "
+       "[on-error=continue] [-> ACTION PARAM=VALUE...]",
+       "Adds an entry for each PREFIX/LENGTH line of a file, plain text or gzip, spread over the "
+       "given members and groups in turn, or over all members if none is given. Empty lines and "
+       "lines that begin with # or ; are skipped, and so are lines of the other address family. "
+       "Stops at the first line that is wrong or refused; with on-error=continue it loads the "
+       "others.",
+       loadRoutes,
+       {Command::Operand::kRouteTable, Command::Operand::kFile},
+       "limit= nexthops= groups= on-error=continue"},
+  };
+}
+
+std::vector<Command> memberCommands() {
+  using Arrow = Command::Arrow;
+  constexpr Operands kTable = {Command::Operand::kMemberTable, Command::Operand::kOther};
+  return {
       {"member-add", 1, 1, Arrow::kAlways, "member-add TABLE member=ID -> ACTION PARAM=VALUE...",
-       "Adds a member to an action-data table.", addMember},
+       "Adds a member to an action-data table.", addMember, kTable, "member="},
       {"member-modify", 1, 1, Arrow::kAlways,
        "member-modify TABLE member=ID -> ACTION PARAM=VALUE...", "Changes what a member does.",
-       modifyMember},
+       modifyMember, kTable, "member="},
       {"member-delete", 1, 1, Arrow::kNever, "member-delete TABLE member=ID",
-       "Deletes a member that nothing refers to.", deleteMember},
+       "Deletes a member that nothing refers to.", deleteMember, kTable, "member="},
+  };
+}
+
+std::vector<Command> groupCommands() {
+  using Arrow = Command::Arrow;
+  constexpr Operands kTable = {Command::Operand::kGroupTable, Command::Operand::kOther};
+  return {
       {"group-create", 1, 1, Arrow::kNever,
        "group-create TABLE group=ID [max=N] [members=ID,ID,...]",
-       "Creates a group in a selector table, with these members at once.", createGroup},
+       "Creates a group in a selector table, with these members at once.", createGroup, kTable,
+       "group= max= members="},
       {"group-destroy", 1, 1, Arrow::kNever, "group-destroy TABLE group=ID",
-       "Destroys a group that no entry refers to.", destroyGroup},
+       "Destroys a group that no entry refers to.", destroyGroup, kTable, "group="},
       {"group-add", 1, 1, Arrow::kNever, "group-add TABLE group=ID member=ID",
        "Adds a member to a group; it takes traffic.",
-       changeMembership<&jxrt::JxRtTable::groupMemberAdd>},
+       changeMembership<&jxrt::JxRtTable::groupMemberAdd>, kTable, kMembershipOptions},
       {"group-remove", 1, 1, Arrow::kNever, "group-remove TABLE group=ID member=ID",
-       "Takes a member out of a group.", changeMembership<&jxrt::JxRtTable::groupMemberDel>},
+       "Takes a member out of a group.", changeMembership<&jxrt::JxRtTable::groupMemberDel>, kTable,
+       kMembershipOptions},
       {"group-activate", 1, 1, Arrow::kNever, "group-activate TABLE group=ID member=ID",
        "Lets a member of a group take traffic.",
-       changeMembership<&jxrt::JxRtTable::groupMemberActivate>},
+       changeMembership<&jxrt::JxRtTable::groupMemberActivate>, kTable, kMembershipOptions},
       {"group-deactivate", 1, 1, Arrow::kNever, "group-deactivate TABLE group=ID member=ID",
        "Keeps traffic from a member of a group.",
-       changeMembership<&jxrt::JxRtTable::groupMemberDeactivate>},
+       changeMembership<&jxrt::JxRtTable::groupMemberDeactivate>, kTable, kMembershipOptions},
       {"fallback", 1, 1, Arrow::kNever, "fallback TABLE member=ID",
-       "Sets the member that stands in for groups without active members.", setFallback},
+       "Sets the member that stands in for groups without active members.", setFallback, kTable,
+       "member="},
       {"clear-fallback", 1, 1, Arrow::kNever, "clear-fallback TABLE", "Takes that back.",
-       clearFallback},
-      {"load-routes", 2, 2, Arrow::kMaybe,
-       "load-routes TABLE FILE [limit=N] [nexthops=ID,ID,...] [groups=ID,ID,...] "
-       "[-> ACTION PARAM=VALUE...]",
-       "Adds an entry for each PREFIX/LENGTH line of a plain or gzip file, spread over the given "
-       "members and groups in turn, or over all members if none is given. Lines of the other "
-       "address family are skipped.",
-       loadRoutes},
+       clearFallback, kTable},
   };
 }
 
 std::vector<Command> ownCommands() {
-  using Operand = Command::Operand;
+  constexpr Operands kNothing = {Command::Operand::kOther, Command::Operand::kOther};
   return {
       {"help",
        0,
        1,
        Command::Arrow::kNever,
        "help [COMMAND]",
-       "Explains one or all commands.",
+       "Explains one or all commands. Words behind COMMAND are ignored, so that help may stand in "
+       "front of a whole line.",
        showHelp,
-       {Operand::kCommand, Operand::kOther}},
-      {"quit",
-       0,
-       0,
-       Command::Arrow::kNever,
-       "quit",
-       "Ends the shell, as the end of input does.",
-       quitNever,
-       {Operand::kOther, Operand::kOther}},
+       {Command::Operand::kCommand, Command::Operand::kOther}},
+      {"quit", 0, 0, Command::Arrow::kNever, "quit", "Ends the shell, as the end of input does.",
+       quitNever, kNothing},
+      {"exit", 0, 0, Command::Arrow::kNever, "exit", "The same as quit.", quitNever, kNothing},
   };
 }
 
@@ -394,8 +458,8 @@ std::vector<Command> ownCommands() {
 const std::vector<Command>& commands() {
   static const std::vector<Command> kCommands = [] {
     std::vector<Command> all;
-    for (const auto group :
-         {tableCommands, counterCommands, barrierCommands, notificationCommands, ownCommands}) {
+    for (const auto group : {lookCommands, matchCommands, memberCommands, groupCommands,
+                             counterCommands, barrierCommands, notificationCommands, ownCommands}) {
       for (const Command& command : group()) all.push_back(command);
     }
     return all;

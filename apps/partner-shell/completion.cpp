@@ -2,119 +2,178 @@
 #include <algorithm>
 
 #include "command_error.h"
-#include "shell.h"
+#include "handler.h"
 
 namespace jexapps {
 namespace {
 
-// Gathers the words that begin as the one that is being typed.
+using OperandKind = Command::Operand;
+using Words = std::vector<std::string>;
+
+// Gathers the words that begin as the one that is being typed, without assignments that have been
+// made.
 class Candidates {
  public:
-  explicit Candidates(std::string_view prefix) : prefix_(prefix) {}
+  Candidates(std::string_view prefix, const Words& before) : prefix_(prefix), before_(before) {}
 
   void offer(std::string word) {
-    if (word.compare(0, prefix_.size(), prefix_) == 0) words_.push_back(std::move(word));
+    if (word.compare(0, prefix_.size(), prefix_) != 0 || isAssigned(word)) return;
+    words_.push_back(std::move(word));
   }
-  std::vector<std::string> take() { return std::move(words_); }
+  Words take() { return std::move(words_); }
 
  private:
+  // Whether `word`, NAME= or NAME=VALUE, has been given a value.
+  bool isAssigned(const std::string& word) const {
+    const size_t equals = word.find('=');
+    if (equals == std::string::npos) return false;
+    return std::any_of(before_.begin(), before_.end(), [&](const std::string& given) {
+      return given.compare(0, equals + 1, word, 0, equals + 1) == 0;
+    });
+  }
+
   std::string_view prefix_;
-  std::vector<std::string> words_;
+  const Words& before_;
+  Words words_;
 };
 
-const Command* commandOf(const std::vector<std::string>& words) {
+const Command* commandOf(const Words& words) {
   const auto it = std::find_if(commands().begin(), commands().end(),
                                [&](const Command& command) { return words[0] == command.name; });
   return it == commands().end() ? nullptr : &*it;
 }
 
-template <typename Wanted>
-void offerTables(const Shell& shell, Wanted wanted, Candidates* candidates) {
-  for (const TableFacts& table : shell.tables()) {
-    if (wanted(table)) candidates->offer(table.name);
-  }
-}
-
-void offerNames(const Shell& shell, Command::Operand kind, Candidates* candidates) {
-  using Operand = Command::Operand;
+bool isFor(const TableFacts& table, OperandKind kind) {
   switch (kind) {
-    case Operand::kTable:
-      return offerTables(
-          shell, [](const TableFacts&) { return true; }, candidates);
-    case Operand::kCounterTable:
-      return offerTables(
-          shell, [](const TableFacts& table) { return table.type == JX_RT_TABLE_COUNTER; },
-          candidates);
-    case Operand::kIdleTable:
-      return offerTables(
-          shell,
-          [](const TableFacts& table) { return table.dataField(JX_RT_FIELD_TTL) != nullptr; },
-          candidates);
-    case Operand::kDigest:
-      for (const DigestFacts& digest : shell.digests()) candidates->offer(digest.name);
-      return;
-    case Operand::kQueue:
-      for (const std::string& queue : shell.queueNames()) candidates->offer(queue);
-      return;
-    case Operand::kCommand:
-      for (const Command& command : commands()) candidates->offer(command.name);
-      return;
-    case Operand::kOther:
-      return;
+    case OperandKind::kTable:
+      return true;
+    case OperandKind::kMatchTable:
+      return isMatchTable(table);
+    case OperandKind::kMemberTable:
+      return table.type == JX_RT_TABLE_ACTION_DATA;
+    case OperandKind::kGroupTable:
+      return table.type == JX_RT_TABLE_SELECTOR;
+    case OperandKind::kRouteTable:
+      return std::any_of(table.key.begin(), table.key.end(),
+                         [](const auto& field) { return field.match_type == JX_RT_MATCH_LPM; });
+    case OperandKind::kCounterTable:
+      return table.type == JX_RT_TABLE_COUNTER;
+    case OperandKind::kIdleTable:
+      return table.dataField(JX_RT_FIELD_TTL) != nullptr;
+    case OperandKind::kDigest:
+    case OperandKind::kQueue:
+    case OperandKind::kCommand:
+    case OperandKind::kFile:
+    case OperandKind::kOther:
+      break;
   }
+  return false;
 }
 
-void offerTableWords(const TableFacts& table, bool behind_arrow, Candidates* candidates) {
-  if (!behind_arrow) {
-    for (const auto& field : table.key) candidates->offer(field.name + "=");
-    candidates->offer("->");
-    return;
-  }
-  for (const auto& action : table.actions) {
-    candidates->offer(action.name);
-    for (const auto& param : action.params) candidates->offer(param.name + "=");
-  }
-}
-
-void offerFieldsAndActions(const Shell& shell, const std::vector<std::string>& words,
-                           Candidates* candidates) {
-  const bool behind_arrow = std::find(words.begin(), words.end(), "->") != words.end();
+void offerNames(const Shell& shell, OperandKind kind, Candidates* candidates) {
   for (const TableFacts& table : shell.tables()) {
-    if (table.name == words[1] || table.program + "." + table.name == words[1]) {
-      offerTableWords(table, behind_arrow, candidates);
+    if (isFor(table, kind)) candidates->offer(table.name);
+  }
+  if (kind == OperandKind::kDigest) {
+    for (const DigestFacts& digest : shell.digests()) candidates->offer(digest.name);
+  } else if (kind == OperandKind::kQueue) {
+    for (const std::string& queue : shell.queueNames()) candidates->offer(queue);
+  } else if (kind == OperandKind::kCommand) {
+    for (const Command& command : commands()) candidates->offer(command.name);
+  }
+}
+
+// The table that the line names, null if none or several answer to its name.
+const TableFacts* namedTable(const Shell& shell, const Command& command, const Words& words) {
+  if (words.size() < 2 || command.min_operands == 0) return nullptr;
+  try {
+    const TableFacts& table = shell.table(words[1]);
+    return isFor(table, command.operands[0]) ? &table : nullptr;
+  } catch (const CommandError&) {
+    return nullptr;
+  }
+}
+
+// Whether an option of a command makes sense for the table.
+bool fits(const std::string& option, const TableFacts& table) {
+  if (option == "priority=") return table.has_priority;
+  if (option == "ttl=") return table.dataField(JX_RT_FIELD_TTL) != nullptr;
+  if (option == "nexthops=") return table.dataField(JX_RT_FIELD_MEMBER_ID) != nullptr;
+  if (option == "groups=") return table.dataField(JX_RT_FIELD_GROUP_ID) != nullptr;
+  return true;
+}
+
+void offerOptions(const Command& command, const TableFacts* table, Candidates* candidates) {
+  for (std::string& option : splitWords(command.options)) {
+    if (option != "FIELD=") {
+      if (table == nullptr || fits(option, *table)) candidates->offer(std::move(option));
+    } else if (table != nullptr) {
+      for (const auto& field : table->key) candidates->offer(field.name + "=");
     }
+  }
+}
+
+// Behind the arrow: an action, then its parameters; or a reference.
+void offerResult(const TableFacts& table, const Words& behind, Candidates* candidates) {
+  for (const std::string& word : behind) {
+    if (const jxrt::JxRtActionInfo* action = table.action(word)) {
+      for (const auto& param : action->params) candidates->offer(param.name + "=");
+      return;
+    }
+    if (word.rfind("member=", 0) == 0 || word.rfind("group=", 0) == 0) return;
+  }
+  for (const auto& action : table.actions) candidates->offer(action.name);
+  if (table.dataField(JX_RT_FIELD_MEMBER_ID) != nullptr) candidates->offer("member=");
+  if (table.dataField(JX_RT_FIELD_GROUP_ID) != nullptr) candidates->offer("group=");
+}
+
+void offerBehindArrow(const Command& command, const TableFacts& table, const Words& behind,
+                      Candidates* candidates) {
+  offerResult(table, behind, candidates);
+  for (std::string& option : splitWords(command.options)) {
+    const bool either_side = option == "priority=" || option == "ttl=";
+    if (either_side && fits(option, table)) candidates->offer(std::move(option));
   }
 }
 
 }  // namespace
 
-std::vector<std::string> Shell::completions(std::string_view text) const {
+Shell::Completions Shell::completions(std::string_view text) const {
   const size_t blank = text.find_last_of(" \t");
   const size_t last = blank == std::string_view::npos ? 0 : blank + 1;
-  Candidates candidates(text.substr(last));
-  std::vector<std::string> words;
+  Words words;
   try {
     words = splitWords(text.substr(0, last));
   } catch (const CommandError&) {
     return {};  // within a quoted word
   }
+  Candidates candidates(text.substr(last), words);
   if (words.empty()) {
-    offerNames(*this, Command::Operand::kCommand, &candidates);
-    return candidates.take();
+    offerNames(*this, OperandKind::kCommand, &candidates);
+    return {candidates.take()};
   }
   const Command* const command = commandOf(words);
   if (command == nullptr) return {};
+  const TableFacts* const table = namedTable(*this, *command, words);
+  const auto arrow = std::find(words.begin(), words.end(), "->");
+  if (arrow != words.end()) {
+    if (table != nullptr && command->arrow != Command::Arrow::kNever) {
+      offerBehindArrow(*command, *table, {arrow + 1, words.end()}, &candidates);
+    }
+    return {candidates.take()};
+  }
   const size_t operand = words.size() - 1;
-  if (operand < std::min(command->max_operands, std::size(command->operands))) {
+  Completions found;
+  if (operand < command->max_operands && operand < command->operands.size()) {
     offerNames(*this, command->operands[operand], &candidates);
+    found.files = command->operands[operand] == OperandKind::kFile;
   }
   if (operand >= command->min_operands) {
-    for (std::string& option : splitWords(command->options)) candidates.offer(std::move(option));
+    offerOptions(*command, table, &candidates);
+    if (command->arrow != Command::Arrow::kNever) candidates.offer("->");
   }
-  if (operand > 0 && command->operands[0] == Command::Operand::kTable) {
-    offerFieldsAndActions(*this, words, &candidates);
-  }
-  return candidates.take();
+  found.words = candidates.take();
+  return found;
 }
 
 }  // namespace jexapps

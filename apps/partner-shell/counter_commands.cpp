@@ -6,6 +6,8 @@
 namespace jexapps {
 namespace {
 
+constexpr size_t kPieceSize = 1 << 16;  // bytes written at once
+
 const TableFacts& counterTable(Shell& shell, const Line& line) {
   return tableOfType(shell, line, JX_RT_TABLE_COUNTER);
 }
@@ -50,8 +52,11 @@ Result readCounters(Shell& shell, Line& line) {
   uint64_t index = first;
   for (const PartnerCounterEntry& entry : reading.entries) {
     lines += lineOf(index++, entry, shell.output().json());
+    if (lines.size() < kPieceSize) continue;
+    shell.list(lines);
+    lines.clear();
   }
-  shell.output().listing(lines);
+  shell.list(lines);
   Result result = okCount(reading.entries.size());
   const uint64_t now = shell.partner().now();
   result.text += syncText(reading.synced, now);

@@ -1,8 +1,20 @@
 #include "counters.h"
 
+#include <algorithm>
+
 #include "command_error.h"
 
 namespace jexapps {
+namespace {
+
+// What the segment and its bookkeeping take beside the counters, generously.
+constexpr uint64_t kOverhead = 65536;
+
+uint64_t counterBytes(size_t entries) { return entries * sizeof(PartnerCounterEntry); }
+
+std::string kibibytes(uint64_t bytes) { return std::to_string((bytes + 1023) / 1024) + " KiB"; }
+
+}  // namespace
 
 void Counters::start(const TableFacts& table, size_t size) {
   if (started_.count(table.id) != 0) {
@@ -13,6 +25,7 @@ void Counters::start(const TableFacts& table, size_t size) {
                        ": the slice agent has the counter segment of another partner, "
                        "and can have one only in its life; start it anew");
   }
+  checkRoom(table, counterBytes(size));
   segment_is_ours_ = true;
   PartnerCounterTableHandle handle = nullptr;
   try {
@@ -22,6 +35,20 @@ void Counters::start(const TableFacts& table, size_t size) {
                        std::to_string(size) + " entries: " + error.what());
   }
   started_.emplace(table.id, Started{handle, size});
+  bytes_ += counterBytes(size);
+  most_bytes_ = std::max(most_bytes_, bytes_);
+}
+
+// The segment takes memory where it is written for the first time, and where there is none the
+// process ends. Its memory is filled from the front: without counters in it, what they had is used
+// again; else nobody can say where the next ones come.
+void Counters::checkRoom(const TableFacts& table, uint64_t bytes) const {
+  const std::optional<uint64_t> free = partner_.freeSharedMemory();
+  const uint64_t held = started_.empty() ? most_bytes_ : 0;
+  const uint64_t needed = bytes + kOverhead - std::min(bytes + kOverhead, held);
+  if (!free || needed <= *free) return;
+  throw CommandError(table.name + ": its counters need " + kibibytes(needed) +
+                     " of shared memory, and /dev/shm has " + kibibytes(*free) + " free");
 }
 
 Counters::Reading Counters::read(const TableFacts& table, uint32_t first,
@@ -44,14 +71,16 @@ Counters::Reading Counters::read(const TableFacts& table, uint32_t first,
 }
 
 void Counters::stop(const TableFacts& table) {
-  const PartnerCounterTableHandle counters = handle(table);
+  const Started counters = find(table);
   started_.erase(table.id);
-  partner_.stopCounters(counters);
+  bytes_ -= counterBytes(counters.size);
+  partner_.stopCounters(counters.handle);
 }
 
 void Counters::stopAll() {
   for (const auto& [id, counters] : started_) partner_.stopCounters(counters.handle);
   started_.clear();
+  bytes_ = 0;
 }
 
 const Counters::Started& Counters::find(const TableFacts& table) const {

@@ -41,10 +41,13 @@ class Counters {
     size_t size;  // entries
   };
   const Started& find(const TableFacts& table) const;
+  void checkRoom(const TableFacts& table, uint64_t bytes) const;
 
   Partner& partner_;
   std::map<uint32_t, Started> started_;  // by table id
   bool segment_is_ours_ = false;         // from the first start on
+  uint64_t bytes_ = 0;                   // of the counters that are started
+  uint64_t most_bytes_ = 0;              // that have been started at once
 };
 
 }  // namespace jexapps

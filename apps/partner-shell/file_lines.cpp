@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "input.h"
 
@@ -13,10 +14,15 @@ constexpr size_t kReadSize = 1 << 16;  // bytes
 
 LineSource::Read FileLines::next(std::string* line) {
   for (;;) {
-    if (stop_.requested()) return Read::kStopped;
+    if (stop_.endRequested()) return Read::kStopped;
     if (takeLine(line)) return Read::kLine;
-    if (!stop_.waitReadable(fd_)) return Read::kStopped;
+    if (buffer_.size() - begin_ > kMaxLine) {
+      failure_ = "a line is longer than " + std::to_string(kMaxLine) + " bytes";
+      return Read::kFailed;
+    }
+    if (stop_.wait(fd_) == StopSignal::Ready::kEnd) return Read::kStopped;
     if (fill()) continue;
+    if (!failure_.empty()) return Read::kFailed;
     if (begin_ == buffer_.size()) return Read::kEnd;
     buffer_.push_back('\n');  // the last line has none
   }
@@ -31,7 +37,7 @@ bool FileLines::takeLine(std::string* line) {
   return true;
 }
 
-// False at the end of the file, or where it cannot be read on.
+// False at the end of the file, or where it cannot be read on, with the failure.
 bool FileLines::fill() {
   buffer_.erase(0, begin_);
   begin_ = 0;
@@ -41,6 +47,7 @@ bool FileLines::fill() {
   do {
     count = read(fd_, buffer_.data() + kept, kReadSize);
   } while (count < 0 && errno == EINTR);
+  if (count < 0) failure_ = std::strerror(errno);
   buffer_.resize(kept + static_cast<size_t>(count > 0 ? count : 0));
   return count > 0;
 }

@@ -24,6 +24,11 @@ inline Result okCount(uint64_t entries) {
   return ok(countText(entries, "entry", "entries"), {{"entries", entries}});
 }
 
+inline bool isMatchTable(const TableFacts& table) {
+  return table.type == JX_RT_TABLE_MATCH_DIRECT || table.type == JX_RT_TABLE_MATCH_ACTION_DATA ||
+         table.type == JX_RT_TABLE_MATCH_SELECTOR;
+}
+
 /// The table of a line, which has to be of this type.
 inline const TableFacts& tableOfType(Shell& shell, const Line& line, jx_rt_table_type_t type) {
   const TableFacts& table = shell.table(line.operands[0]);

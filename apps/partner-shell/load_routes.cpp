@@ -5,8 +5,9 @@
 #include <cstdio>
 #include <limits>
 
-#include "command_error.h"
+#include "handler.h"
 #include "progress.h"
+#include "refusal.h"
 #include "request.h"
 #include "routes.h"
 #include "value.h"
@@ -17,20 +18,32 @@ namespace {
 constexpr uint64_t kLinesPerLook = 4096;  // between two looks at the clock and at stop requests
 constexpr size_t kReasonsKept = 10;       // of lines that were not loaded; the others are counted
 
+enum class OnError : uint8_t { kStop, kContinue };
+
 struct Load {
   uint64_t loaded = 0;
   uint64_t failed = 0;
   uint64_t other_family = 0;  // lines
   double seconds = 0;
   bool interrupted = false;
+  bool unreadable = false;           // the file, from some place on
   std::vector<std::string> reasons;  // of the first lines that failed
   jx_status_t status = JX_SUCCESS;   // of the last one that the SDK refused
 
-  void fail(std::string reason) {
+  // Counts a line that was not loaded. `reason` makes the text, which few lines need.
+  template <typename Reason>
+  void fail(Reason reason) {
     ++failed;
-    if (reasons.size() < kReasonsKept) reasons.push_back(std::move(reason));
+    if (reasons.size() < kReasonsKept) reasons.push_back(reason());
   }
 };
+
+OnError takeOnError(Line* line) {
+  const std::optional<std::string> text = line->left.take("on-error");
+  if (!text || *text == "stop") return OnError::kStop;
+  if (*text == "continue") return OnError::kContinue;
+  throw CommandError("on-error is stop or continue, not '" + *text + "'");
+}
 
 const jxrt::JxRtFieldInfo& lpmField(const TableFacts& table) {
   const jxrt::JxRtFieldInfo* found = nullptr;
@@ -101,12 +114,13 @@ std::vector<DataPtr> makeTargets(Shell& shell, const TableFacts& table, Line* li
 class Loader {
  public:
   Loader(Shell& shell, const TableFacts& table, const std::string& path,
-         std::vector<DataPtr> targets)
+         std::vector<DataPtr> targets, OnError on_error)
       : shell_(shell),
         table_(table),
         field_(lpmField(table)),
         path_(path),
-        targets_(std::move(targets)) {
+        targets_(std::move(targets)),
+        on_error_(on_error) {
     check(table.table->keyAllocate(&key_), table.name);
   }
 
@@ -115,8 +129,10 @@ class Loader {
     try {
       loadLines(file, limit);
     } catch (const CommandError& error) {  // the file cannot be read on
-      load_.fail(error.what());
+      load_.unreadable = true;
+      load_.fail([&] { return std::string(error.what()); });
     }
+    load_.interrupted = load_.interrupted || file.stopped();
     load_.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
     return std::move(load_);
   }
@@ -127,6 +143,7 @@ class Loader {
     std::string_view line;
     for (uint64_t lines = 1; load_.loaded < limit && file.next(&line); ++lines) {
       loadLine(line, file.lineNumber());
+      if (load_.failed > 0 && on_error_ == OnError::kStop) return;
       if (lines % kLinesPerLook != 0) continue;
       if (progress.due()) progress.show(path_ + ": " + std::to_string(load_.loaded) + " routes");
       load_.interrupted = shell_.stopRequested();
@@ -136,7 +153,9 @@ class Loader {
 
   void loadLine(std::string_view line, uint64_t number) {
     Prefix prefix;
-    if (!parsePrefix(line, &prefix, &error_)) return load_.fail(place(number) + error_);
+    if (!parsePrefix(line, &prefix, &error_)) {
+      return load_.fail([&] { return place(number) + error_; });
+    }
     if (prefix.width != field_.width) {
       ++load_.other_family;
       return;
@@ -152,7 +171,10 @@ class Loader {
       return;
     }
     load_.status = status;
-    load_.fail(place(number) + std::string(line) + ": " + statusText(status));
+    load_.fail([&] {
+      const Operation operation{table_, Operation::Kind::kEntry, key_.get(), &data};
+      return place(number) + refusal(shell_, operation, status);
+    });
   }
 
   std::string place(uint64_t line_number) const {
@@ -164,26 +186,31 @@ class Loader {
   const jxrt::JxRtFieldInfo& field_;
   std::string path_;
   std::vector<DataPtr> targets_;
+  OnError on_error_;
   KeyPtr key_;
   Load load_;
   std::string error_;
 };
 
 std::string loadedText(const Load& load, double rate) {
-  char figures[96];
-  std::snprintf(figures, sizeof(figures), "%llu routes in %.3f s (%.0f routes/s)",
-                static_cast<unsigned long long>(load.loaded), load.seconds, rate);
-  std::string text = figures;
+  char figures[64];
+  std::snprintf(figures, sizeof(figures), " in %.3f s (%.0f routes/s)", load.seconds, rate);
+  std::string text = countText(load.loaded, "route", "routes") + figures;
   if (load.other_family > 0) {
-    text += ", " + std::to_string(load.other_family) + " lines of the other address family skipped";
+    text += ", " + countText(load.other_family, "line", "lines") +
+            " of the other address family skipped";
   }
   return text;
 }
 
-std::string failedText(const Load& load) {
+std::string failedText(const Load& load, OnError on_error) {
   std::string text = load.interrupted ? "interrupted" : "";
   if (load.failed > 0) {
-    text += (text.empty() ? "" : ", ") + std::to_string(load.failed) + " lines not loaded: ";
+    text += text.empty() ? "" : ", ";
+    if (on_error == OnError::kStop) {
+      return text + load.reasons[0] + (load.unreadable ? "" : "; on-error=continue skips it");
+    }
+    text += countText(load.failed, "line", "lines") + " not loaded: ";
     for (size_t i = 0; i < load.reasons.size(); ++i) text += (i > 0 ? "; " : "") + load.reasons[i];
     if (load.failed > load.reasons.size()) {
       text += "; and " + std::to_string(load.failed - load.reasons.size()) + " more";
@@ -192,12 +219,12 @@ std::string failedText(const Load& load) {
   return text;
 }
 
-Result report(const Load& load) {
+Result report(const Load& load, OnError on_error) {
   const double rate = load.seconds > 0 ? static_cast<double>(load.loaded) / load.seconds : 0;
   Result result;
   result.ok = load.failed == 0 && !load.interrupted;
   const std::string loaded = "loaded " + loadedText(load, rate);
-  result.text = result.ok ? loaded : failedText(load) + "; " + loaded;
+  result.text = result.ok ? loaded : failedText(load, on_error) + "; " + loaded;
   result.fields = {{"loaded", load.loaded},
                    {"failed", load.failed},
                    {"skipped", load.other_family},
@@ -216,10 +243,12 @@ Result loadRoutes(Shell& shell, Line& line) {
   lpmField(table);
   const uint64_t limit =
       line.left.takeNumber("limit").value_or(std::numeric_limits<uint32_t>::max());
+  const OnError on_error = takeOnError(&line);
   std::vector<DataPtr> targets = makeTargets(shell, table, &line);
   checkNothingLeft(line.left, "of load-routes");
-  RouteFile file(path);
-  return report(Loader(shell, table, path, std::move(targets)).run(file, limit));
+  RouteFile file(path, [&shell] { return shell.stopRequested(); });
+  Loader loader(shell, table, path, std::move(targets), on_error);
+  return report(loader.run(file, limit), on_error);
 }
 
 }  // namespace jexapps

@@ -5,18 +5,22 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <iterator>
 #include <memory>
 
 #include "JexHybridSlice/JexPartnerLib.h"
+#include "agent_socket.h"
 #include "input.h"
 #include "partner_library.h"
 #include "program_check.h"
 #include "progress.h"
+#include "request.h"
 #include "shell.h"
 
 namespace jexapps {
@@ -30,14 +34,24 @@ struct Options {
   jx_dev_id_t device = 1;
   uint32_t handle_base = 0;
   bool json = false;
+  bool stop_on_error = false;
   std::string script;
+  std::string control = "127.0.0.1:50051";
 };
 
 constexpr char kFooter[] =
     "Commands come from standard input, or from a script; `help` lists them. Each is answered by\n"
     "one line, `ok ...` or `error: ...` (or a JSON object), after the lines that it lists.\n"
-    "End of input, `quit`, SIGINT and SIGTERM end the shell with status 0. A script goes on after\n"
-    "an error, and the status is 1 if there was any.";
+    "`partner-shell: ready` is printed once an agent has been found: on standard output, or with\n"
+    "--json on standard error.\n"
+    "\n"
+    "End of input, `quit`, `exit` and SIGTERM end the shell, and so does SIGINT in a script or a\n"
+    "pipe. On a terminal Ctrl-C drops the line that is being typed, or interrupts the command "
+    "that\n"
+    "runs.\n"
+    "The status is 1 if a command of a script or of piped input failed, else 0. A command that "
+    "the\n"
+    "end of the shell interrupts has not failed.";
 
 // The process's status if it is to end at once, else nothing.
 std::optional<int> parseOptions(int argc, char** argv, Options* options) {
@@ -55,8 +69,15 @@ std::optional<int> parseOptions(int argc, char** argv, Options* options) {
   app.add_option("--handle-base", options->handle_base,
                  "first entry handle; partners that share a table need ranges of their own")
       ->type_name("N");
-  app.add_flag("--json", options->json, "one JSON object a line instead of text");
+  app.add_flag("--json", options->json, "one JSON object per line instead of text");
   app.add_option("--script", options->script, "read commands from a file")->type_name("FILE");
+  app.add_flag("--stop-on-error", options->stop_on_error,
+               "end at the first command of a script or of piped input that fails");
+  app.add_option("--control", options->control,
+                 "address of the slice agent's control server, HOST:PORT, which is asked before a "
+                 "digest is taken; off: nobody is asked")
+      ->type_name("ADDRESS")
+      ->capture_default_str();
   try {
     app.parse(argc, argv);
   } catch (const CLI::Success& wanted) {
@@ -87,48 +108,64 @@ int failErrno(const std::string& subject) {
   return kExitFailure;
 }
 
-// Runs lines until they end, or somebody wants the shell to.
-void runLines(LineSource& lines, Shell& shell, const Output& output) {
-  std::string line;
-  while (output.good() && lines.next(&line) == LineSource::Read::kLine) {
-    if (shell.run(line) == Shell::Outcome::kQuit) return;
-  }
-}
-
 void showProgress(Progress& progress, uint64_t line_number, uint64_t bytes, uint64_t size) {
   if (!progress.due() || size == 0) return;
   progress.show("line " + std::to_string(line_number) + ", " + std::to_string(bytes * 100 / size) +
                 " %");
 }
 
-// True if no command failed.
-bool runScript(int fd, const StopSignal& stop, Shell& shell, const Output& output) {
+// Runs the lines of a script, or else of standard input. True if no command failed and all lines
+// could be read.
+bool runFile(const Options& options, int script_fd, const StopSignal& stop, Shell& shell,
+             const Output& output) {
+  const bool is_script = script_fd >= 0;
+  const int fd = is_script ? script_fd : STDIN_FILENO;
   struct stat facts {};
-  const uint64_t size = fstat(fd, &facts) == 0 ? static_cast<uint64_t>(facts.st_size) : 0;
+  const uint64_t size =
+      is_script && fstat(fd, &facts) == 0 ? static_cast<uint64_t>(facts.st_size) : 0;
   FileLines lines(fd, stop);
   Progress progress(isatty(STDOUT_FILENO) != 1);  // there, the results show how far it is
   std::string line;
   uint64_t line_number = 0;
   bool succeeded = true;
-  while (output.good() && lines.next(&line) == LineSource::Read::kLine) {
-    const Shell::Outcome outcome = shell.run(line, ++line_number);
+  LineSource::Read read = LineSource::Read::kEnd;
+  while (output.good() && (read = lines.next(&line)) == LineSource::Read::kLine) {
+    ++line_number;
+    const Shell::Outcome outcome =
+        shell.run(line, is_script ? std::make_optional(line_number) : std::nullopt);
     if (outcome == Shell::Outcome::kQuit) break;
-    if (outcome == Shell::Outcome::kError) succeeded = false;
+    // A command that a signal to end the shell has interrupted did not fail.
+    if (outcome == Shell::Outcome::kError && !stop.endRequested()) {
+      succeeded = false;
+      if (options.stop_on_error) break;
+    }
     showProgress(progress, line_number, lines.bytesRead(), size);
   }
-  return succeeded;
+  if (read != LineSource::Read::kFailed) return succeeded;
+  std::fprintf(stderr, "partner-shell: %s: %s\n",
+               is_script ? options.script.c_str() : "standard input", lines.failure().c_str());
+  return false;
+}
+
+// Runs the lines of a person, who sees what fails.
+void runTerminal(const Options& options, StopSignal& stop, Shell& shell, const Output& output) {
+  // Standard output is for results alone if they are JSON, or a program reads them.
+  FILE* const screen = options.json || isatty(STDOUT_FILENO) != 1 ? stderr : stdout;
+  stop.separateInterrupts();
+  TerminalLines lines(stop, screen, [&](std::string_view text) { return shell.completions(text); });
+  std::string line;
+  while (output.good() && lines.next(&line) == LineSource::Read::kLine) {
+    if (shell.run(line) == Shell::Outcome::kQuit) return;
+  }
 }
 
 // True if the process is to end with status 0.
-bool runInput(int script_fd, const StopSignal& stop, Shell& shell, const Output& output) {
-  if (script_fd >= 0) return runScript(script_fd, stop, shell, output);
-  if (isatty(STDIN_FILENO) == 1) {
-    TerminalLines lines(stop, [&](std::string_view text) { return shell.completions(text); });
-    runLines(lines, shell, output);
-  } else {
-    FileLines lines(STDIN_FILENO, stop);
-    runLines(lines, shell, output);
+bool runInput(const Options& options, int script_fd, StopSignal& stop, Shell& shell,
+              const Output& output) {
+  if (script_fd >= 0 || isatty(STDIN_FILENO) != 1) {
+    return runFile(options, script_fd, stop, shell, output);
   }
+  runTerminal(options, stop, shell, output);
   return true;
 }
 
@@ -146,9 +183,25 @@ jx_status_t readFacts(jx_dev_id_t device, DeviceFacts* facts) {
   return status == JX_SUCCESS ? readDigestFacts(device, &facts->digests) : status;
 }
 
+// The library names the tables that it leaves alone by a number, a line each.
+void explainIgnoredTables(const std::vector<TableFacts>& tables) {
+  std::vector<TableFacts> ignored;
+  const auto is_counter = [](const TableFacts& t) { return t.type == JX_RT_TABLE_COUNTER; };
+  std::copy_if(tables.begin(), tables.end(), std::back_inserter(ignored), is_counter);
+  if (ignored.empty()) return;
+  std::fprintf(stderr,
+               "partner-shell: \"Ignoring Table type: %d\" is said of counter tables (%s): nothing "
+               "is written to them, counters-start starts them\n",
+               JX_RT_TABLE_COUNTER, namesOf(ignored).c_str());
+}
+
+void announceReady(bool json) {
+  (json ? std::cerr : std::cout) << "partner-shell: ready" << std::endl;
+}
+
 // Brings the library up, runs the commands, takes it down. The library stops the process where it
 // cannot start.
-int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
+int runPartner(const Options& options, int script_fd, StopSignal& stop) {
   const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
   if (!session) {
     std::fprintf(stderr, "partner-shell: no session to be had\n");
@@ -162,7 +215,7 @@ int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
   profile.handle_base = options.handle_base;
   const jx_rt_target_t target{options.device, JX_PIPE_ALL, 0, 0};
   {
-    const EndWhileStarting watch(stop);
+    const EndWhileStarting watch(stop, whyNoAgentAnswers);
     if (!PartnerLibStartup(*session, target, JX_DEV_TYPE_MODEL, &profile)) return kExitFailure;
   }
 
@@ -170,7 +223,7 @@ int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
   {
     DeviceFacts facts;
     const jx_status_t status = readFacts(options.device, &facts);
-    PartnerLibrary library(*session, target);
+    PartnerLibrary library(*session, target, options.control == "off" ? "" : options.control);
     Output output(std::cout, options.json, columnsOfOutput());
     Shell shell(*session, target, std::move(facts), library, output,
                 [&] { return stop.requested(); });
@@ -178,8 +231,9 @@ int runPartner(const Options& options, int script_fd, const StopSignal& stop) {
       std::fprintf(stderr, "partner-shell: the device's programs: %s\n",
                    statusText(status).c_str());
     } else {
-      std::cout << "partner-shell: ready" << std::endl;
-      succeeded = runInput(script_fd, stop, shell, output) && output.good();
+      explainIgnoredTables(shell.tables());
+      announceReady(options.json);
+      succeeded = runInput(options, script_fd, stop, shell, output) && output.good();
       for (const std::string& remark : shell.finish()) {
         std::fprintf(stderr, "partner-shell: %s\n", remark.c_str());
       }
@@ -197,8 +251,12 @@ int run(int argc, char** argv) {
   const Descriptor script(
       options.script.empty() ? -1 : open(options.script.c_str(), O_RDONLY | O_CLOEXEC));
   if (!options.script.empty() && script.get() < 0) return failErrno(options.script);
+  if (const std::optional<std::string> reason = whyNoPartnerCanStart()) {
+    std::fprintf(stderr, "partner-shell: %s\n", reason->c_str());
+    return kExitFailure;
+  }
   if (!programsAreLoadable(options.program_files)) return kExitFailure;
-  const StopSignal stop;
+  StopSignal stop;
   return runPartner(options, script.get(), stop);
 }
 

@@ -2,6 +2,7 @@
 // drain.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "handler.h"
@@ -121,9 +122,19 @@ Result deregisterIdle(Shell& shell, Line& line) {
   return ok();
 }
 
+Notifications::Taken whatIfTaken(Line* line) {
+  const std::optional<std::string> text = line->left.take("take-over");
+  if (!text || *text == "no") return Notifications::Taken::kRefuse;
+  if (*text == "yes") return Notifications::Taken::kTakeOver;
+  throw CommandError("take-over is yes or no, not '" + *text + "'");
+}
+
 Result registerDigest(Shell& shell, Line& line) {
+  const Notifications::Taken taken = whatIfTaken(&line);
   checkNothingLeft(line.left, "of digest-register");
-  shell.notifications().registerDigest(shell.digest(line.operands[0]), line.operands[1]);
+  const std::string remark =
+      shell.notifications().registerDigest(shell.digest(line.operands[0]), line.operands[1], taken);
+  if (!remark.empty()) std::fprintf(stderr, "partner-shell: %s\n", remark.c_str());
   return ok();
 }
 
@@ -178,11 +189,13 @@ std::vector<Command> notificationCommands() {
        2,
        2,
        Arrow::kNever,
-       "digest-register NAME QUEUE",
+       "digest-register NAME QUEUE [take-over=yes]",
        "Asks for a notification each time the program sends this digest. Once in the life of the "
-       "shell.",
+       "shell. Only one partner takes a digest: one that another takes is refused, or with "
+       "take-over=yes taken from it.",
        registerDigest,
-       {Operand::kDigest, Operand::kQueue}},
+       {Operand::kDigest, Operand::kQueue},
+       "take-over=yes"},
       {"digest-deregister",
        1,
        1,

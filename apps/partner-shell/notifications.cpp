@@ -26,7 +26,8 @@ void checkIdleAttributes(const TableFacts& table, const IdleTimes& times) {
     throw CommandError(table.name + ": its entries do not age");
   }
   if (times.max_ttl != 0 && times.min_ttl > times.max_ttl) {
-    throw CommandError(table.name + ": min-ttl is greater than max-ttl");
+    throw CommandError(table.name + ": min-ttl=" + std::to_string(times.min_ttl) +
+                       " is greater than max-ttl=" + std::to_string(times.max_ttl));
   }
   std::unique_ptr<jxrt::JxRtTableAttributes> attributes;
   check(table.table->idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes), table.name);
@@ -145,12 +146,29 @@ void Notifications::deregisterIdle(const TableFacts& table) {
   partner_.deregisterIdle(table);
 }
 
-void Notifications::registerDigest(const DigestFacts& digest, const std::string& queue_name) {
+std::string Notifications::registerDigest(const DigestFacts& digest, const std::string& queue_name,
+                                          Taken taken) {
   const PartnerNotificationQueueHandle handle = queue(queue_name);
   digests_.checkNew(digest.id, digest.name);
   checkDigestFits(digest);
+  std::string remark = taken == Taken::kRefuse ? checkFree(digest) : "";
   partner_.registerDigest(digest, handle);
   digests_.add(digest.id, digest.name, queue_name);
+  return remark;
+}
+
+// The device has one taker for a digest: another takes its place, and ends it for both.
+std::string Notifications::checkFree(const DigestFacts& digest) {
+  const DigestTaken answer = partner_.digestTaken(digest);
+  if (answer.taken.value_or(false)) {
+    throw CommandError(digest.name +
+                       ": another partner takes it, and only one can; with take-over=yes "
+                       "that one loses it");
+  }
+  if (answer.taken || has_remarked_) return {};
+  has_remarked_ = true;
+  return "the slice agent could not be asked whether another partner takes " + digest.name +
+         " and loses it now: " + answer.reason;
 }
 
 void Notifications::deregisterDigest(const DigestFacts& digest) {

@@ -70,7 +70,11 @@ class Notifications {
 
   void registerIdle(const TableFacts& table, const IdleTimes& times, const std::string& queue);
   void deregisterIdle(const TableFacts& table);
-  void registerDigest(const DigestFacts& digest, const std::string& queue);
+  /// What becomes of a digest that is another partner's.
+  enum class Taken : uint8_t { kRefuse, kTakeOver };
+  /// Returns a remark for the person, empty if there is none.
+  std::string registerDigest(const DigestFacts& digest, const std::string& queue,
+                             Taken taken = Taken::kRefuse);
   void deregisterDigest(const DigestFacts& digest);
 
   /// Deregisters all of these that are registered; false if none was.
@@ -78,9 +82,12 @@ class Notifications {
                      const std::vector<DigestFacts>& digests);
 
  private:
+  std::string checkFree(const DigestFacts& digest);
+
   Partner& partner_;
   std::map<std::string, PartnerNotificationQueueHandle> queues_;
   Registrations tables_, digests_;
+  bool has_remarked_ = false;  // that nobody could be asked about digests
 };
 
 }  // namespace jexapps

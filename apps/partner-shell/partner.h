@@ -7,9 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "JexHybridSlice/JexPartnerLib.h"
+#include "agent_control.h"
 #include "digests.h"
 #include "table.h"
 
@@ -33,9 +35,11 @@ class Partner {
  public:
   virtual ~Partner() = default;
 
-  // Counters. agentKeepsCounters: whether the slice agent has a partner's segment already, and so
-  // stops over another one's. startCounters throws what the library throws when the shared segment
-  // is full.
+  // Counters. freeSharedMemory: bytes, none if it cannot be told; the library touches memory that
+  // is not there, and the process ends over it. agentKeepsCounters: whether the slice agent has a
+  // partner's segment already, and so stops over another one's. startCounters throws what the
+  // library throws when the shared segment is full.
+  virtual std::optional<uint64_t> freeSharedMemory() = 0;
   virtual bool agentKeepsCounters() = 0;
   virtual PartnerCounterTableHandle startCounters(const TableFacts& table) = 0;
   virtual bool readCounters(PartnerCounterTableHandle counters, uint32_t first, uint32_t count,
@@ -57,6 +61,8 @@ class Partner {
   virtual void registerIdle(const TableFacts& table, const IdleTimes& times,
                             PartnerNotificationQueueHandle queue) = 0;
   virtual void deregisterIdle(const TableFacts& table) = 0;
+  // Whether a digest is another partner's, which loses it when this one registers it.
+  virtual DigestTaken digestTaken(const DigestFacts& digest) = 0;
   virtual void registerDigest(const DigestFacts& digest, PartnerNotificationQueueHandle queue) = 0;
   virtual void deregisterDigest(const DigestFacts& digest) = 0;
 };

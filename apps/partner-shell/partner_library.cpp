@@ -7,6 +7,8 @@
 
 namespace jexapps {
 
+std::optional<uint64_t> PartnerLibrary::freeSharedMemory() { return jexapps::freeSharedMemory(); }
+
 bool PartnerLibrary::agentKeepsCounters() { return agentHasCounterSegment(); }
 
 PartnerCounterTableHandle PartnerLibrary::startCounters(const TableFacts& table) {
@@ -72,6 +74,10 @@ void PartnerLibrary::registerIdle(const TableFacts& table, const IdleTimes& time
 
 void PartnerLibrary::deregisterIdle(const TableFacts& table) {
   PartnerDeregisterIdleNotification(table.program.c_str(), table.name.c_str(), target_);
+}
+
+DigestTaken PartnerLibrary::digestTaken(const DigestFacts& digest) {
+  return control_.empty() ? DigestTaken{false, {}} : askDigestTaken(control_, digest);
 }
 
 void PartnerLibrary::registerDigest(const DigestFacts& digest,

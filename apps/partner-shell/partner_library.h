@@ -8,10 +8,13 @@ namespace jexapps {
 class PartnerLibrary : public Partner {
  public:
   /// The session has to outlive this. Methods are called between PartnerLibStartup and
-  /// PartnerLibShutdown.
-  PartnerLibrary(const jxrt::JxRtSession& session, const jx_rt_target_t& target)
-      : session_(session), target_(target) {}
+  /// PartnerLibShutdown. The agent's control service is at `control`, HOST:PORT; if that is empty,
+  /// nobody is asked.
+  PartnerLibrary(const jxrt::JxRtSession& session, const jx_rt_target_t& target,
+                 std::string control)
+      : session_(session), target_(target), control_(std::move(control)) {}
 
+  std::optional<uint64_t> freeSharedMemory() override;
   bool agentKeepsCounters() override;
   PartnerCounterTableHandle startCounters(const TableFacts& table) override;
   bool readCounters(PartnerCounterTableHandle counters, uint32_t first, uint32_t count,
@@ -31,12 +34,14 @@ class PartnerLibrary : public Partner {
   void registerIdle(const TableFacts& table, const IdleTimes& times,
                     PartnerNotificationQueueHandle queue) override;
   void deregisterIdle(const TableFacts& table) override;
+  DigestTaken digestTaken(const DigestFacts& digest) override;
   void registerDigest(const DigestFacts& digest, PartnerNotificationQueueHandle queue) override;
   void deregisterDigest(const DigestFacts& digest) override;
 
  private:
   const jxrt::JxRtSession& session_;
   jx_rt_target_t target_;
+  std::string control_;
 };
 
 }  // namespace jexapps

@@ -19,8 +19,15 @@ const Command* findCommand(std::string_view name) {
   throw CommandError(reason + "; usage: " + command.usage);
 }
 
+// The name that the usage gives to an operand.
+std::string operandName(const Command& command, size_t operand) {
+  return splitWords(command.usage).at(1 + operand);
+}
+
 void checkShape(const Command& command, const Line& line) {
-  if (line.operands.size() < command.min_operands) failUsage(command, "something is missing");
+  if (line.operands.size() < command.min_operands) {
+    failUsage(command, operandName(command, line.operands.size()) + " is missing");
+  }
   if (line.has_arrow && command.arrow == Command::Arrow::kNever) {
     failUsage(command, std::string(command.name) + " takes no ->");
   }
@@ -72,9 +79,11 @@ Shell::Shell(const jxrt::JxRtSession& session, const jx_rt_target_t& target, Dev
 Shell::Outcome Shell::run(std::string_view text, std::optional<uint64_t> line_number) {
   Result result;
   try {
-    const std::vector<std::string> words = splitWords(text);
+    std::vector<std::string> words = splitWords(text);
     if (words.empty()) return Outcome::kNothing;
-    if (words.size() == 1 && words[0] == "quit") return Outcome::kQuit;
+    if (words.size() == 1 && (words[0] == "quit" || words[0] == "exit")) return Outcome::kQuit;
+    // Behind help COMMAND may stand the rest of a line that somebody wants explained.
+    if (words[0] == "help" && words.size() > 2) words.resize(2);
     result = execute(words);
   } catch (const CommandError& error) {
     result = errorResult(error);
@@ -91,6 +100,15 @@ Result Shell::execute(const std::vector<std::string>& words) {
   Line line = parseLine(words, command->min_operands, command->max_operands);
   checkShape(*command, line);
   return command->handler(*this, line);
+}
+
+void Shell::checkNotInterrupted() const {
+  if (stopRequested()) throw CommandError("interrupted");
+}
+
+void Shell::list(std::string_view lines) {
+  checkNotInterrupted();
+  output_.listing(lines);
 }
 
 std::vector<std::string> Shell::finish() {

@@ -2,6 +2,7 @@
 // notifications.
 #pragma once
 
+#include <array>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -26,22 +27,31 @@ struct Command {
   enum class Arrow : uint8_t { kNever, kAlways, kMaybe };
   enum class Operand : uint8_t {
     kTable,
+    kMatchTable,
+    kMemberTable,
+    kGroupTable,
+    kRouteTable,
     kCounterTable,
     kIdleTable,
     kDigest,
     kQueue,
     kCommand,
+    kFile,
     kOther
   };
+  using Operands = std::array<Operand, 2>;
   const char* name;
   size_t min_operands, max_operands;
   Arrow arrow;  // whether the line has a -> part
   const char* usage;
   const char* help;
   Result (*handler)(Shell& shell, Line& line);
-  Operand operands[2] = {Operand::kTable, Operand::kOther};  // what they name, for completion
-  const char* options = "";                                  // words behind them, by blanks
+  Operands operands = {Operand::kTable, Operand::kOther};  // what they name, for completion
+  // Words that may stand behind the operands, separated by blanks, for completion; FIELD= stands
+  // for the key fields of the table.
+  const char* options = "";
 };
+using Operands = Command::Operands;
 
 /// All commands, in the order in which help lists them.
 const std::vector<Command>& commands();
@@ -64,8 +74,13 @@ class Shell {
   /// Carries out one line and writes its result. `line_number` is the script's, for errors.
   Outcome run(std::string_view text, std::optional<uint64_t> line_number = std::nullopt);
 
-  /// What could stand in the place of the last word of `text`, which may be empty.
-  std::vector<std::string> completions(std::string_view text) const;
+  /// What could stand in the place of the last word of a line.
+  struct Completions {
+    std::vector<std::string> words;
+    bool files = false;  // a file's name, too
+  };
+  /// For the last word of `text`, which may be empty.
+  Completions completions(std::string_view text) const;
 
   /// Stops the counters and registrations that are left, so that the slice agent has nothing more
   /// to say to this partner, and waits a moment until it has understood. Returns what a person
@@ -84,6 +99,10 @@ class Shell {
   std::vector<std::string> queueNames() const { return notifications_.queueNames(); }
   Output& output() { return output_; }
   bool stopRequested() const { return stop_requested_(); }
+  /// Throws CommandError if the command is to end early.
+  void checkNotInterrupted() const;
+  /// Writes lines of a listing; throws CommandError if the command is to end early.
+  void list(std::string_view lines);
   /// The table called `name` or `program.name`; throws CommandError if that is not one table.
   const TableFacts& table(const std::string& name) const;
   /// The digest called `name` or `program.name`; throws CommandError if that is not one digest.

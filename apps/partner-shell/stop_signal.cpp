@@ -9,49 +9,77 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <system_error>
 
 namespace jexapps {
 namespace {
 
 constexpr int kPatienceMs = 1000;
+constexpr int kNewDescriptor = -1;
+
+sigset_t setOf(std::initializer_list<int> signals) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : signals) sigaddset(&set, signal);
+  return set;
+}
+
+// Readable once one of `signals` has come. `fd`, if it is one already, takes these instead.
+int descriptorOf(std::initializer_list<int> signals, int fd) {
+  const sigset_t set = setOf(signals);
+  const int result = signalfd(fd, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (result < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+  return result;
+}
+
+bool isReadable(int fd) {
+  pollfd watched{fd, POLLIN, 0};
+  return poll(&watched, 1, 0) > 0;
+}
 
 }  // namespace
 
 StopSignal::StopSignal() {
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  sigprocmask(SIG_BLOCK, &signals, nullptr);
-  fd_ = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "signalfd");
+  const sigset_t both = setOf({SIGINT, SIGTERM});
+  sigprocmask(SIG_BLOCK, &both, nullptr);
+  end_fd_ = descriptorOf({SIGINT, SIGTERM}, kNewDescriptor);
 }
 
-StopSignal::~StopSignal() { close(fd_); }
+StopSignal::~StopSignal() {
+  close(end_fd_);
+  if (interrupt_fd_ >= 0) close(interrupt_fd_);
+}
+
+void StopSignal::separateInterrupts() {
+  interrupt_fd_ = descriptorOf({SIGINT}, kNewDescriptor);
+  descriptorOf({SIGTERM}, end_fd_);
+}
+
+bool StopSignal::endRequested() const { return isReadable(end_fd_); }
 
 bool StopSignal::requested() const {
-  pollfd watched{fd_, POLLIN, 0};
-  return poll(&watched, 1, 0) > 0;
+  return endRequested() || (interrupt_fd_ >= 0 && isReadable(interrupt_fd_));
 }
 
-bool StopSignal::waitReadable(int fd) const {
-  bool timed_out = false;
-  return waitReadable(fd, -1, &timed_out);
+void StopSignal::clearInterrupts() {
+  signalfd_siginfo signal;
+  while (interrupt_fd_ >= 0 && read(interrupt_fd_, &signal, sizeof signal) > 0) continue;
 }
 
-bool StopSignal::waitReadable(int fd, int timeout_ms, bool* timed_out) const {
+StopSignal::Ready StopSignal::wait(int fd, int timeout_ms) const {
   for (;;) {
-    pollfd watched[] = {{fd_, POLLIN, 0}, {fd, POLLIN, 0}};
-    const int ready = poll(watched, 2, timeout_ms);
-    *timed_out = ready == 0;
-    if (ready == 0) return false;
+    pollfd watched[] = {{end_fd_, POLLIN, 0}, {interrupt_fd_, POLLIN, 0}, {fd, POLLIN, 0}};
+    const int ready = poll(watched, 3, timeout_ms);  // which skips a descriptor of -1
+    if (ready == 0) return Ready::kTimedOut;
     if (ready < 0) continue;  // another signal, such as a resized window
-    return watched[0].revents == 0;
+    if (watched[0].revents != 0) return Ready::kEnd;
+    return watched[1].revents != 0 ? Ready::kInterrupt : Ready::kReadable;
   }
 }
 
-EndWhileStarting::EndWhileStarting(const StopSignal& stop) : started_fd_(eventfd(0, EFD_CLOEXEC)) {
+EndWhileStarting::EndWhileStarting(const StopSignal& stop, std::function<std::string()> reason)
+    : reason_(std::move(reason)), started_fd_(eventfd(0, EFD_CLOEXEC)) {
   if (started_fd_ < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
   watcher_ = std::thread([this, &stop] { watch(stop); });
 }
@@ -63,13 +91,12 @@ EndWhileStarting::~EndWhileStarting() {
 }
 
 void EndWhileStarting::watch(const StopSignal& stop) const {
-  bool timed_out = false;
-  bool started = stop.waitReadable(started_fd_, kPatienceMs, &timed_out);
-  if (timed_out) {
-    std::fputs("partner-shell: waiting for a slice agent\n", stderr);
-    started = stop.waitReadable(started_fd_);
+  StopSignal::Ready ready = stop.wait(started_fd_, kPatienceMs);
+  if (ready == StopSignal::Ready::kTimedOut) {
+    std::fprintf(stderr, "partner-shell: waiting for a slice agent: %s\n", reason_().c_str());
+    ready = stop.wait(started_fd_);
   }
-  if (!started) _exit(EXIT_SUCCESS);
+  if (ready == StopSignal::Ready::kEnd) _exit(EXIT_SUCCESS);
 }
 
 }  // namespace jexapps

@@ -87,7 +87,6 @@ class SoakTest(unittest.TestCase):
                      "--program", soak_work.PROGRAMS["router"]]
         with tempfile.TemporaryDirectory() as folder:
             other = demo_run.Process("other", arguments, os.path.join(folder, "log"))
-            other.await_ready()
             other.popen.stdin.write(b"add acl ipv4.src=192.0.2.1&&&255.255.255.255 -> deny "
                                     b"priority=3\n")
             other.popen.stdin.flush()

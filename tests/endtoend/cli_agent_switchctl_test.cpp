@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "endtoend/cli_run.h"
+#include "endtoend/switch_run.h"
 #include "support/child.h"
 #include "support/private_world.h"
 #include "support/switch_device.h"
@@ -317,7 +318,7 @@ TEST(SwitchctlOfTwins, HasToBeToldTheProgramOfANameThatIsThereTwice) {
 
 TEST_F(Switchctl, DumpsWhatThePartnerShellDumpsByteForByte) {
   Child shell(JEX_PARTNER_SHELL, {"--program", programFile("router"), "--device", "1", "--json"});
-  ASSERT_THAT(shell.readLine(), HasSubstr("ready"));
+  ASSERT_TRUE(jextest::saysReady(shell)) << shell.standardError();
   for (const char* command :
        {"member-add nexthops member=1 -> set_nexthop port=1 dmac=02:00:00:00:00:01 "
         "smac=02:00:00:00:01:01",

@@ -82,7 +82,7 @@ class Partner {
   Partner(const std::string& program, const Words& commands, const std::string& last_table,
           const std::string& last_count)
       : shell_(JEX_PARTNER_SHELL, {"--program", programFile(program), "--device", "1", "--json"}) {
-    EXPECT_THAT(shell_.readLine(), HasSubstr("ready"));
+    EXPECT_TRUE(jextest::saysReady(shell_)) << shell_.standardError();
     for (const std::string& command : commands) {
       EXPECT_THAT(shell_.ask(command), HasSubstr("\"ok\":true")) << command;
     }

@@ -88,9 +88,14 @@ std::unique_ptr<Child> startSwitch(const std::string& program, const Words& more
   return agent;
 }
 
+bool saysReady(const Child& shell) {
+  return waitUntil(
+      [&] { return shell.standardError().find("partner-shell: ready\n") != std::string::npos; });
+}
+
 ShellProcess::ShellProcess(const std::string& program)
     : shell_(JEX_PARTNER_SHELL, withProgram(program, {"--device", "1", "--json"})) {
-  EXPECT_THAT(shell_.readLine(), HasSubstr("ready")) << shell_.standardError();
+  EXPECT_TRUE(saysReady(shell_)) << shell_.standardError();
 }
 
 void ShellProcess::make(const Words& commands, const Words& tables) {

@@ -55,6 +55,9 @@ nlohmann::json portOf(uint32_t number);
 /// A ready agent that carries `program`, without heartbeats.
 std::unique_ptr<Child> startSwitch(const std::string& program, const Words& more = {});
 
+/// Waits until `shell`, a partner shell that prints JSON, has found its agent.
+bool saysReady(const Child& shell);
+
 /// A partner shell.
 class ShellProcess {
  public:

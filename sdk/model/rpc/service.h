@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
-#include "model/control/seats.h"
+#include "model/rpc/seats.h"
 #include "switch.grpc.pb.h"
 
 namespace jxmodel::control {

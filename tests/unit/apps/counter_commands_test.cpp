@@ -93,6 +93,30 @@ TEST_F(CounterCommands, SayThatTheSegmentIsFull) {
   EXPECT_EQ(answer("counters-start port_counters"), "ok 512 entries");
 }
 
+// Memory that is not there ends the process when it is written.
+TEST_F(CounterCommands, RefuseWhatSharedMemoryHasNoRoomFor) {
+  partner_.free_shared_memory = 1024 * 1024;
+  EXPECT_EQ(answer("counters-start route_counters"),
+            "error: route_counters: its counters need 1088 KiB of shared memory, and /dev/shm has "
+            "1024 KiB free");
+  EXPECT_THAT(partner_.calls, IsEmpty());
+  partner_.free_shared_memory = 1088 * 1024;
+  EXPECT_EQ(answer("counters-start route_counters"), "ok 65536 entries");
+  partner_.free_shared_memory = 100;
+  EXPECT_THAT(answer("counters-start port_counters"), HasSubstr("need 72 KiB"));
+  partner_.free_shared_memory = std::nullopt;  // who cannot be asked does not refuse
+  EXPECT_EQ(answer("counters-start port_counters"), "ok 512 entries");
+}
+
+// The segment keeps the memory of counters that have been stopped.
+TEST_F(CounterCommands, StartAgainInTheMemoryThatTheyHad) {
+  given({"counters-start route_counters", "counters-stop route_counters"});
+  partner_.free_shared_memory = 64 * 1024;
+  given({"counters-start route_counters", "counters-stop route_counters"});
+  partner_.free_shared_memory = 64 * 1024 - 1;
+  EXPECT_THAT(answer("counters-start route_counters"), HasSubstr("need 64 KiB"));
+}
+
 // The agent would look for these counters in the other partner's segment, and stop.
 TEST_F(CounterCommands, RefuseAnAgentThatKeepsAnotherPartnersSegment) {
   partner_.agent_keeps_counters = true;

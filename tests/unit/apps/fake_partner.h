@@ -6,6 +6,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -25,7 +26,9 @@ class FakePartner : public Partner {
 
   // What it is told.
   bool agent_keeps_counters = false;
+  std::optional<uint64_t> free_shared_memory = uint64_t{1} << 30;
   bool segment_is_full = false;
+  DigestTaken digest_taken{false, {}};
   bool answers = true;  // barriers
   uint64_t time = 1000;
   uint64_t synced = 0;
@@ -46,6 +49,7 @@ class FakePartner : public Partner {
   std::vector<std::string> calls;
   int live_records = 0;  // that nobody has freed
 
+  std::optional<uint64_t> freeSharedMemory() override { return free_shared_memory; }
   bool agentKeepsCounters() override { return agent_keeps_counters; }
   PartnerCounterTableHandle startCounters(const TableFacts& table) override {
     calls.push_back("start " + table.program + "." + table.name);
@@ -110,6 +114,7 @@ class FakePartner : public Partner {
   void deregisterIdle(const TableFacts& table) override {
     calls.push_back("deregister " + table.name);
   }
+  DigestTaken digestTaken(const DigestFacts&) override { return digest_taken; }
   void registerDigest(const DigestFacts& digest, PartnerNotificationQueueHandle queue) override {
     calls.push_back("register " + digest.name + " on " + static_cast<Queue*>(queue)->name);
   }

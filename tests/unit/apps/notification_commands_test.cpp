@@ -102,7 +102,7 @@ TEST_F(NotificationCommands, RefuseTablesTimesAndDigestsThatMakeNoSense) {
   expectRefused("idle-register port_counters q ttl-query=1 max-ttl=2 min-ttl=1",
                 "port_counters: its entries do not age");
   expectRefused("idle-register smac q ttl-query=1 max-ttl=1 min-ttl=2",
-                "smac: min-ttl is greater than max-ttl");
+                "smac: min-ttl=2 is greater than max-ttl=1");
   expectRefused("idle-register smac q ttl-query=1 max-ttl=1", "min-ttl=MS is missing");
   expectRefused("digest-register smac q", "no digest 'smac'");
 }
@@ -116,6 +116,30 @@ TEST(NotificationRules, RefuseADigestThatIsTooLongForTheAgent) {
   digest.id = 2;
   digest.fields[0].width += 1;
   EXPECT_THROW(sut.registerDigest(digest, "q"), std::runtime_error);
+}
+
+TEST_F(NotificationCommands, RefuseADigestThatAnotherPartnerTakes) {
+  given({"queue-create q 10"});
+  partner_.digest_taken = {true, {}};
+  expectRefused("digest-register mac_learn q",
+                "mac_learn: another partner takes it, and only one can; with take-over=yes that "
+                "one loses it");
+  expectRefused("digest-register mac_learn q take-over=maybe",
+                "take-over is yes or no, not 'maybe'");
+  partner_.calls.clear();
+  EXPECT_EQ(answer("digest-register mac_learn q take-over=yes"), "ok");
+  EXPECT_EQ(partner_.calls, (Words{"register mac_learn on q"}));
+}
+
+TEST(NotificationRules, SayOnceThatNobodyCouldBeAskedAboutDigests) {
+  FakePartner partner;
+  partner.digest_taken = {std::nullopt, "nobody is there"};
+  Notifications sut(partner);
+  sut.createQueue("q", 1);
+  EXPECT_EQ(sut.registerDigest({"p", "d", 1, {}}, "q"),
+            "the slice agent could not be asked whether another partner takes d and loses it now: "
+            "nobody is there");
+  EXPECT_EQ(sut.registerDigest({"p", "e", 2, {}}, "q"), "");
 }
 
 TEST_F(NotificationCommands, DrainIdleEntriesByTheirKeys) {
@@ -209,18 +233,18 @@ using Words = std::vector<std::string>;
 
 TEST_F(NotificationCommands, CompleteQueuesDigestsAndOptions) {
   given({"queue-create blue 1", "queue-create green 1"});
-  EXPECT_EQ(sut_->completions("drain "), (Words{"blue", "green"}));
-  EXPECT_EQ(sut_->completions("drain blue w"), Words{"wait="});
-  EXPECT_EQ(sut_->completions("queue-destroy g"), Words{"green"});
-  EXPECT_EQ(sut_->completions("idle-register "), Words{"smac"});
-  EXPECT_EQ(sut_->completions("idle-register smac b"), Words{"blue"});
-  EXPECT_EQ(sut_->completions("idle-register smac blue m"), (Words{"max-ttl=", "min-ttl="}));
-  EXPECT_EQ(sut_->completions("digest-register m"), Words{"mac_learn"});
-  EXPECT_EQ(sut_->completions("digest-register mac_learn g"), Words{"green"});
-  EXPECT_EQ(sut_->completions("counters-start p"), Words{"port_counters"});
-  EXPECT_EQ(sut_->completions("barrier route"), Words{"route_counters"});
-  EXPECT_EQ(sut_->completions("barrier route_counters d"), Words{"double"});
-  EXPECT_EQ(sut_->completions("help dig"), (Words{"digest-register", "digest-deregister"}));
+  EXPECT_EQ(sut_->completions("drain ").words, (Words{"blue", "green"}));
+  EXPECT_EQ(sut_->completions("drain blue w").words, Words{"wait="});
+  EXPECT_EQ(sut_->completions("queue-destroy g").words, Words{"green"});
+  EXPECT_EQ(sut_->completions("idle-register ").words, Words{"smac"});
+  EXPECT_EQ(sut_->completions("idle-register smac b").words, Words{"blue"});
+  EXPECT_EQ(sut_->completions("idle-register smac blue m").words, (Words{"max-ttl=", "min-ttl="}));
+  EXPECT_EQ(sut_->completions("digest-register m").words, Words{"mac_learn"});
+  EXPECT_EQ(sut_->completions("digest-register mac_learn g").words, Words{"green"});
+  EXPECT_EQ(sut_->completions("counters-start p").words, Words{"port_counters"});
+  EXPECT_EQ(sut_->completions("barrier route").words, Words{"route_counters"});
+  EXPECT_EQ(sut_->completions("barrier route_counters d").words, Words{"double"});
+  EXPECT_EQ(sut_->completions("help dig").words, (Words{"digest-register", "digest-deregister"}));
 }
 
 }  // namespace

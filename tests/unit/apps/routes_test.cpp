@@ -1,6 +1,7 @@
 #include "routes.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <zlib.h>
 
 #include <cstdio>
@@ -39,7 +40,7 @@ std::string compressed(const std::string& text) {
 
 std::vector<std::pair<uint64_t, std::string>> routesIn(const std::string& content) {
   const ScratchFile file(content);
-  RouteFile sut(file.path());
+  RouteFile sut(file.path(), [] { return false; });
   std::vector<std::pair<uint64_t, std::string>> lines;
   std::string_view line;
   while (sut.next(&line)) lines.emplace_back(sut.lineNumber(), line);
@@ -53,6 +54,21 @@ TEST(RouteFile, SkipsEmptyLinesAndCommentsAndCountsThem) {
   EXPECT_EQ(routesIn("10.0.0.0/8\r\n\n# more\n  2001:db8::/32\n"), kTwoLines);
   EXPECT_EQ(routesIn("10.0.0.0/8\n\n\n2001:db8::/32"), kTwoLines);
   EXPECT_TRUE(routesIn("").empty());
+}
+
+TEST(RouteFile, SkipsLinesThatBeginWithASemicolon) {
+  EXPECT_EQ(routesIn("10.0.0.0/8\n; a list\n;\n2001:db8::/32\n"), kTwoLines);
+}
+
+TEST(RouteFile, ReadsGzipOfSeveralParts) {
+  EXPECT_EQ(routesIn(compressed("10.0.0.0/8\n\n") + compressed("\n2001:db8::/32\n")), kTwoLines);
+  EXPECT_TRUE(routesIn(compressed("")).empty());
+}
+
+TEST(RouteFile, ReadsAFileOfOneByte) { EXPECT_EQ(routesIn("1").size(), 1u); }
+
+TEST(RouteFile, BytesBehindGzipDataAreAnError) {
+  EXPECT_THROW(routesIn(compressed("10.0.0.0/8\n") + "more"), CommandError);
 }
 
 TEST(RouteFile, ReadsGzip) {
@@ -69,6 +85,45 @@ TEST(RouteFile, LinesOfAnyLengthStayOneLine) {
   }
 }
 
+TEST(RouteFile, ALineWithoutEndIsAnError) {
+  const auto reasonOf = [](const std::string& path) -> std::string {
+    RouteFile sut(path, [] { return false; });
+    std::string_view line;
+    try {
+      while (sut.next(&line)) continue;
+    } catch (const CommandError& error) {
+      return error.what();
+    }
+    return "none";
+  };
+  EXPECT_EQ(reasonOf("/dev/zero"), "/dev/zero: line 1 is longer than 65536 bytes");
+  const ScratchFile packed(compressed("#\n" + std::string(10'000'000, 'x')));
+  EXPECT_EQ(reasonOf(packed.path()), packed.path() + ": line 2 is longer than 65536 bytes");
+  EXPECT_EQ(reasonOf("/"), "/: Is a directory");
+}
+
+// Nobody writes to it, and nobody has to.
+TEST(RouteFile, ThatIsAPipeCanBeStopped) {
+  const std::string path = ScratchFile("").path();
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  int looks = 0;
+  RouteFile sut(path, [&looks] { return ++looks > 2; });
+  std::string_view line;
+  EXPECT_FALSE(sut.next(&line));
+  EXPECT_TRUE(sut.stopped());
+  std::filesystem::remove(path);
+}
+
+TEST(RouteFile, ThatHoldsNothingButEmptyLinesCanBeStopped) {
+  const ScratchFile file(std::string(1'000'000, '\n'));
+  int looks = 0;
+  RouteFile sut(file.path(), [&looks] { return ++looks > 2; });
+  std::string_view line;
+  EXPECT_FALSE(sut.next(&line));
+  EXPECT_TRUE(sut.stopped());
+  EXPECT_LT(sut.lineNumber(), 1'000'000u);
+}
+
 TEST(RouteFile, ACutOffGzipFileIsAnError) {
   std::string routes;
   std::mt19937 random(1);
@@ -79,7 +134,7 @@ TEST(RouteFile, ACutOffGzipFileIsAnError) {
 
 TEST(RouteFile, AMissingFileIsAnError) {
   try {
-    RouteFile sut("/nowhere/routes.txt");
+    RouteFile sut("/nowhere/routes.txt", [] { return false; });
     FAIL();
   } catch (const CommandError& error) {
     EXPECT_STREQ(error.what(), "/nowhere/routes.txt: No such file or directory");
@@ -109,6 +164,8 @@ TEST(Prefix, RefusalsNameTheReason) {
       {"10.0.0.0/-1", "'10.0.0.0/-1' has no prefix length"},
       {"10.0.0.0/33", "'10.0.0.0/33' has a prefix length beyond 32"},
       {"10.0.0.0/99999", "'10.0.0.0/99999' has a prefix length beyond 32"},
+      {"10.1.2.3/8", "'10.1.2.3/8' has bits beyond the prefix; 10.0.0.0/8?"},
+      {"2001:db8::1/32", "'2001:db8::1/32' has bits beyond the prefix; 2001:db8::/32?"},
       {"::/129", "'::/129' has a prefix length beyond 128"},
   };
   for (const auto& [text, reason] : kWrong) {

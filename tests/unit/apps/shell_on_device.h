@@ -24,10 +24,12 @@ class ShellOnDevice : public testing::Test {
     ASSERT_EQ(jx_drv_init(), JX_SUCCESS);
     ASSERT_EQ(pipe_mgr_init(), PIPE_SUCCESS);
     ASSERT_EQ(jx_rt_module_init(0, 0, nullptr, nullptr), JX_SUCCESS);
-    const char* programs[] = {JEX_PROGRAMS_DIR "/l2_switch.json", JEX_PROGRAMS_DIR "/router.json"};
+    const std::vector<std::string> paths = programFiles();
+    std::vector<const char*> programs;
+    for (const std::string& path : paths) programs.push_back(path.c_str());
     jx_device_profile_t profile{};
-    profile.num_programs = 2;
-    profile.program_files = programs;
+    profile.num_programs = static_cast<uint32_t>(programs.size());
+    profile.program_files = programs.data();
     profile.handle_base = 1000;
     ASSERT_EQ(jx_virtual_device_add(kDevice, &profile, JX_DEV_TYPE_MODEL), JX_SUCCESS);
     session_ = jxrt::JxRtSession::sessionCreate();
@@ -38,6 +40,11 @@ class ShellOnDevice : public testing::Test {
   void TearDown() override {
     sut_.reset();
     EXPECT_EQ(jx_device_remove(kDevice), JX_SUCCESS);
+  }
+
+  /// Paths of the programs on the device.
+  virtual std::vector<std::string> programFiles() {
+    return {JEX_PROGRAMS_DIR "/l2_switch.json", JEX_PROGRAMS_DIR "/router.json"};
   }
 
   /// Starts anew, as a shell that prints this.

@@ -39,7 +39,8 @@ TEST_F(ShellTest, AnEntryIsAddedModifiedAndDeleted) {
             "#1000 ethernet.dst=02:00:00:00:00:01 -> forward port=4\nok 1 entry");
   EXPECT_EQ(answer("delete dmac ethernet.dst=0x020000000001"), "ok");
   EXPECT_EQ(answer("count dmac"), "ok 0 entries");
-  EXPECT_EQ(answer("delete dmac ethernet.dst=0x020000000001"), "error: dmac: Object not found");
+  EXPECT_EQ(answer("delete dmac ethernet.dst=0x020000000001"),
+            "error: entry ethernet.dst=02:00:00:00:00:01 does not exist in dmac");
 }
 
 TEST_F(ShellTest, ADefaultIsSetAndCleared) {
@@ -116,20 +117,23 @@ TEST_F(ShellTest, EntriesReferToMembersAndGroups) {
             std::string::npos)
       << dump;
   EXPECT_EQ(answer("add ipv4_lpm ipv4.dst=11.0.0.0/8 -> member=9"),
-            "error: ipv4_lpm: Object not found");
+            "error: member 9 does not exist in nexthops");
   useFormat(/*json=*/true);
-  EXPECT_EQ(answer("member-delete nexthops member=1"),
-            R"({"ok":false,"error":"nexthops: Action data entry is being referenced by match )"
-            R"(entries","status":16})");
+  EXPECT_EQ(
+      answer("member-delete nexthops member=1"),
+      R"({"ok":false,"error":"member 1 of nexthops is in use: an entry, a group or the fallback )"
+      R"(refers to it","status":16})");
 }
 
 TEST_F(ShellTest, MistakesAreNamed) {
   const std::pair<const char*, const char*> kMistakes[] = {
       {"fly", "unknown command 'fly'; help lists them"},
-      {"count", "something is missing; usage: count TABLE"},
+      {"count", "TABLE is missing; usage: count TABLE"},
       {"count nowhere", "no table 'nowhere'; tables lists them"},
       {"count acl -> x", "count takes no ->; usage: count TABLE"},
       {"count acl x=1", "unknown 'x=' of count"},
+      {"count port_counters",
+       "port_counters is a counter table, which is never filled; tables lists its size"},
       {"default dmac",
        "the -> part is missing; usage: default TABLE -> ACTION PARAM=VALUE... | "
        "member=ID | group=ID"},
@@ -157,6 +161,11 @@ TEST_F(ShellTest, MistakesAreNamed) {
       {"move dmac ethernet.dst=1 priority=3", "entries of dmac have no priority"},
       {"modify acl priority=3 -> deny", "modify leaves the priority as it is; move changes it"},
       {"quit now=1", "quit stands alone"},
+      {"exit now=1", "exit stands alone"},
+      {"load-routes ipv4_lpm",
+       "FILE is missing; usage: load-routes TABLE FILE [limit=N] "
+       "[nexthops=ID,ID,...] [groups=ID,ID,...] [on-error=continue] "
+       "[-> ACTION PARAM=VALUE...]"},
   };
   for (const auto& [line, reason] : kMistakes) {
     EXPECT_EQ(answer(line), std::string("error: ") + reason);
@@ -183,6 +192,7 @@ TEST_F(ShellTest, EmptyLinesAndCommentsAreAnsweredByNothing) {
   EXPECT_EQ(sut_->run(""), Shell::Outcome::kNothing);
   EXPECT_EQ(sut_->run("  # tables"), Shell::Outcome::kNothing);
   EXPECT_EQ(sut_->run("quit"), Shell::Outcome::kQuit);
+  EXPECT_EQ(sut_->run("exit"), Shell::Outcome::kQuit);
   EXPECT_EQ(stream_.str(), "");
 }
 
@@ -207,6 +217,7 @@ TEST_F(ShellTest, ATableMayBeNamedWithItsProgram) {
 TEST_F(ShellTest, HelpKnowsEveryCommand) {
   EXPECT_EQ(answer("help count"),
             "count TABLE\n    Counts the entries, without the default.\nok 1 command");
+  EXPECT_EQ(answer("help count x -> y=1 z"), answer("help count"));
   useFormat(/*json=*/true);
   EXPECT_EQ(nlohmann::json::parse(answer("help"))["commands"].size(), commands().size());
   const auto help = nlohmann::json::parse(answer("help count"));
@@ -214,12 +225,10 @@ TEST_F(ShellTest, HelpKnowsEveryCommand) {
   EXPECT_EQ(nlohmann::json::parse(answer("help fly"))["ok"], false);
 }
 
-TEST_F(ShellTest, CompletionKnowsCommandsTablesFieldsAndActions) {
-  EXPECT_EQ(sut_->completions("du"), Words{"dump"});
-  EXPECT_EQ(sut_->completions("dump dm"), Words{"dmac"});
-  EXPECT_EQ(sut_->completions("help clear-"), (Words{"clear-default", "clear-fallback"}));
-  EXPECT_EQ(sut_->completions("add dmac eth"), Words{"ethernet.dst="});
-  EXPECT_EQ(sut_->completions("add dmac ethernet.dst=1 -> forward p"), Words{"port="});
+TEST_F(ShellTest, ADumpThatIsInterruptedSaysSo) {
+  given({"add dmac ethernet.dst=1 -> flood"});
+  stop_ = true;
+  EXPECT_EQ(answer("dump dmac"), "error: interrupted");
 }
 
 class LoadRoutesTest : public ShellTest {
@@ -275,14 +284,29 @@ TEST_F(LoadRoutesTest, StopsAtTheLimit) {
 }
 
 TEST_F(LoadRoutesTest, SaysWhichLinesWereNotLoadedAndWhatWas) {
-  const auto result = load("10.0.0.0/8\n# two\nnonsense\n10.0.0.0/8\n11.0.0.0/8\n", "ipv4_lpm");
+  const auto result = load("10.0.0.0/8\n# two\nnonsense\n10.0.0.0/8\n11.0.0.0/8\n", "ipv4_lpm",
+                           " on-error=continue");
   EXPECT_EQ(result["ok"], false);
   EXPECT_EQ(result["loaded"], 2);
   EXPECT_EQ(result["failed"], 2);
   ASSERT_EQ(result["reasons"].size(), 2u);
   EXPECT_EQ(result["reasons"][0], path_.string() + ":3: 'nonsense' is no PREFIX/LENGTH");
-  EXPECT_EQ(result["reasons"][1], path_.string() + ":4: 10.0.0.0/8: Already exists");
+  EXPECT_EQ(result["reasons"][1],
+            path_.string() + ":4: entry ipv4.dst=10.0.0.0/8 exists already in ipv4_lpm");
   EXPECT_NE(result["error"].get<std::string>().find("; loaded 2 routes in "), std::string::npos);
+}
+
+TEST_F(LoadRoutesTest, StopsAtTheFirstLineThatIsRefused) {
+  const auto result = load("10.0.0.0/8\n11.1.0.0/8\n12.0.0.0/8\n", "ipv4_lpm");
+  EXPECT_EQ(result["ok"], false);
+  EXPECT_EQ(result["loaded"], 1);
+  EXPECT_EQ(result["failed"], 1);
+  const std::string expected = path_.string() +
+                               ":2: '11.1.0.0/8' has bits beyond the prefix; 11.0.0.0/8?" +
+                               "; on-error=continue skips it; loaded 1 route in ";
+  EXPECT_EQ(result["error"].get<std::string>().substr(0, expected.size()), expected);
+  EXPECT_EQ(load("", "ipv4_lpm", " on-error=fly")["error"],
+            "on-error is stop or continue, not 'fly'");
 }
 
 TEST_F(LoadRoutesTest, EndsEarlyWhenAskedTo) {

@@ -109,17 +109,44 @@ TEST(Value, WhatIsWrittenIsReadBackForEveryWidth) {
 }
 
 TEST(Match, LpmIsStoredUnderItsPrefix) {
-  EXPECT_EQ(rewritten("10.1.2.3/8", kIpv4, JX_RT_MATCH_LPM), "10.0.0.0/8");
+  EXPECT_EQ(rewritten("10.0.0.0/8", kIpv4, JX_RT_MATCH_LPM), "10.0.0.0/8");
   EXPECT_EQ(rewritten("10.1.2.3", kIpv4, JX_RT_MATCH_LPM), "10.1.2.3/32");
-  EXPECT_EQ(rewritten("10.255.2.3/11", kIpv4, JX_RT_MATCH_LPM), "10.224.0.0/11");
-  EXPECT_EQ(rewritten("255.255.255.255/0", kIpv4, JX_RT_MATCH_LPM), "0.0.0.0/0");
-  EXPECT_EQ(rewritten("2001:db8:ffff::/33", kIpv6, JX_RT_MATCH_LPM), "2001:db8:8000::/33");
-  EXPECT_EQ(rewritten("511/1", kPort, JX_RT_MATCH_LPM), "256/1");
+  EXPECT_EQ(rewritten("10.224.0.0/11", kIpv4, JX_RT_MATCH_LPM), "10.224.0.0/11");
+  EXPECT_EQ(rewritten("0.0.0.0/0", kIpv4, JX_RT_MATCH_LPM), "0.0.0.0/0");
+  EXPECT_EQ(rewritten("2001:db8:8000::/33", kIpv6, JX_RT_MATCH_LPM), "2001:db8:8000::/33");
+  EXPECT_EQ(rewritten("256/1", kPort, JX_RT_MATCH_LPM), "256/1");
   EXPECT_EQ(rewritten("511/9", kPort, JX_RT_MATCH_LPM), "511/9");
   EXPECT_EQ(rewritten("10.0.0.0/33", kIpv4, JX_RT_MATCH_LPM),
             "refused: prefix length 33 does not fit ipv4.dst (32 bits)");
   EXPECT_EQ(rewritten("10.0.0.0/", kIpv4, JX_RT_MATCH_LPM),
             "refused: prefix length '' is no number");
+}
+
+TEST(Match, BitsBeyondAPrefixAreRefusedWithThePrefixThatWasMeant) {
+  const auto refused = [](const char* text, const char* meant) {
+    return "refused: value '" + std::string(text) + "' has bits beyond the prefix; " + meant + "?";
+  };
+  const FieldRef number{"meta.x", 32};
+  for (const auto kind : {JX_RT_MATCH_LPM, JX_RT_MATCH_TERNARY}) {
+    EXPECT_EQ(rewritten("10.1.2.3/8", kIpv4, kind), refused("10.1.2.3/8", "10.0.0.0/8"));
+    EXPECT_EQ(rewritten("10.255.2.3/11", kIpv4, kind), refused("10.255.2.3/11", "10.224.0.0/11"));
+    EXPECT_EQ(rewritten("255.255.255.255/0", kIpv4, kind),
+              refused("255.255.255.255/0", "0.0.0.0/0"));
+    EXPECT_EQ(rewritten("2001:db8:ffff::/33", kIpv6, kind),
+              refused("2001:db8:ffff::/33", "2001:db8:8000::/33"));
+    EXPECT_EQ(rewritten("511/1", kPort, kind), refused("511/1", "256/1"));
+    EXPECT_EQ(rewritten("10.1.2.3/8", number, kind), refused("10.1.2.3/8", "10.0.0.0/8"));
+  }
+}
+
+TEST(Match, TernaryTakesAPrefix) {
+  EXPECT_EQ(rewritten("10.0.0.0/8", kIpv4, JX_RT_MATCH_TERNARY), "10.0.0.0&&&255.0.0.0");
+  EXPECT_EQ(rewritten("10.1.2.3/32", kIpv4, JX_RT_MATCH_TERNARY), "10.1.2.3");
+  EXPECT_EQ(rewritten("0.0.0.0/0", kIpv4, JX_RT_MATCH_TERNARY), "*");
+  EXPECT_EQ(rewritten("2001:db8::/32", kIpv6, JX_RT_MATCH_TERNARY), "2001:db8::&&&ffff:ffff::");
+  EXPECT_EQ(rewritten("256/1", kPort, JX_RT_MATCH_TERNARY), "256&&&256");
+  EXPECT_EQ(rewritten("10.0.0.0/33", kIpv4, JX_RT_MATCH_TERNARY),
+            "refused: prefix length 33 does not fit ipv4.dst (32 bits)");
 }
 
 TEST(Match, TernaryIsStoredUnderItsMask) {
