@@ -55,9 +55,9 @@ class JEX_API PartnerSocket {
   /// Partner's takes a second, in which queued messages leave: nanomsg has no linger.
   void shutdown(bool terminate);
 
-  /// Body of the receive thread. It polls both sockets, and waits on the reverse socket's descriptor
-  /// after a poll that found no message. Cancellation ends it between two messages, or between two
-  /// attempts to send an answer. Between two such attempts it receives, too.
+  /// Body of the receive thread. It polls both sockets, and waits on the reverse socket's
+  /// descriptor after a poll that found no message. Cancellation ends it between two messages, or
+  /// between two attempts to send an answer. Between two such attempts it receives, too.
   static void clientThreadFunc(PartnerSocket* s);
 
   int socket_ = -1;                     ///< main socket: pull (SliceAgent) or push (Partner)

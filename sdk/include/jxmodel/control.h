@@ -17,8 +17,8 @@ extern "C" {
 JXSDK_API int jx_model_grpc_port(void);
 
 /** What the control server of this process answers to health checks from now on: SERVING or
- *  NOT_SERVING. It begins with SERVING: the server itself knows of nothing that could be wrong, so a
- *  host whose work can stand still while the server answers says so here. Nothing else changes.
+ *  NOT_SERVING. It begins with SERVING: the server itself knows of nothing that could be wrong, so
+ * a host whose work can stand still while the server answers says so here. Nothing else changes.
  *  Without a server nothing is done. Any thread may call it. */
 JXSDK_API void jx_model_grpc_serving_set(bool serving);
 

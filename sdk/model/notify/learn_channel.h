@@ -1,8 +1,8 @@
 // The way of one learn object's digests from packets to the application that takes them.
 //
 // Digests gather in a message. It is complete when it is full, when its time is up, or when
-// somebody closes it; then it waits for its turn to be delivered on the device's dispatch thread. So
-// many messages may be unacknowledged; what comes meanwhile waits, up to a bound. Beyond it a
+// somebody closes it; then it waits for its turn to be delivered on the device's dispatch thread.
+// So many messages may be unacknowledged; what comes meanwhile waits, up to a bound. Beyond it a
 // digest is lost and counted, or whoever brings it waits.
 //
 // The learn filter: a packet's digest that equals one on its way is not sent again, so that a host

@@ -1,9 +1,9 @@
+#include "model/program/constant.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
-
-#include "model/program/constant.h"
 
 namespace jxmodel {
 namespace {
