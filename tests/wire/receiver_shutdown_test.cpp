@@ -37,7 +37,8 @@ namespace {
 constexpr jx_dev_id_t kVirtual = 1;
 
 std::atomic<bool> cancelled{false};
-std::atomic<long> waits{0};  // of the receive thread, for a message
+std::atomic<long> waits{0};        // of the receive thread, for a message
+std::atomic<long> waits_ended{0};  // of those, by a message
 bool noting = false;
 
 void noteStep(const std::string& step) {
@@ -128,6 +129,19 @@ TEST(ReceiveThread, WaitsAfterEachPollThatFoundNothing) {
   EXPECT_TRUE(waitUntil([&] { return waits > 10; }));
   const long polled = polls;  // read first: waits may go on meanwhile
   EXPECT_LE(polled, waits + 1);
+  PartnerLibShutdown(kVirtual);
+  if (&nn_init != nullptr) nn_init();
+}
+
+TEST(ReceiveThread, EndsItsWaitWhenAMessageComes) {
+  InOneProcess pair;
+  RawSocket reverse = RawAgent::connectTo(pair.address);
+  const long before = waits_ended;
+  // A message that comes between a poll and the wait ends that wait too; any of many will do.
+  EXPECT_TRUE(waitUntil([&] {
+    reverse.send(kHeartbeat);
+    return waits_ended > before;
+  }));
   PartnerLibShutdown(kVirtual);
   if (&nn_init != nullptr) nn_init();
 }
@@ -305,8 +319,11 @@ __attribute__((visibility("default"))) int __wrap_pthread_cancel(pthread_t threa
 
 int __real_poll(pollfd* fds, nfds_t nfds, int timeout);
 __attribute__((visibility("default"))) int __wrap_poll(pollfd* fds, nfds_t nfds, int timeout) {
-  if (nfds == 1 && fds[0].events == POLLIN && timeout == 100) ++jextest::waits;
-  return __real_poll(fds, nfds, timeout);
+  const bool wait = nfds == 1 && fds[0].events == POLLIN && timeout == 100;
+  if (wait) ++jextest::waits;
+  const int ready = __real_poll(fds, nfds, timeout);
+  if (wait && ready == 1) ++jextest::waits_ended;
+  return ready;
 }
 
 unsigned __real_sleep(unsigned seconds);
