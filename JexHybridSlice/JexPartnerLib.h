@@ -117,9 +117,9 @@ JEX_API void PartnerLibShutdown(jx_dev_id_t dev);
  *    barrier is due to it and its socket takes nothing for 100,000 attempts. So does a Partner
  *    that has shut down in good order: nothing takes back a registration.
  *  - a second registration of one process id.
- *  - two registrations of notifications with one key. The key is the number of the Partner's
- *    socket in the SliceAgent, plus 10 times the id of the table or digest: Partners whose
- *    sockets are 10 apart collide on tables of adjacent ids.
+ *  - two registrations of tables with one key, or two of digests. The key is the number of the
+ *    Partner's socket in the SliceAgent, plus 10 times the id of the table or digest: Partners
+ *    whose sockets are 10 apart collide on tables, or on digests, of adjacent ids.
  *  - registrations beyond about 510 in the SliceAgent's life, each start of a Partner being one:
  *    the messaging library has no more sockets. The registration itself fails without a word;
  *    the Partner's next barrier or notification then stops the SliceAgent for all Partners.
@@ -137,8 +137,11 @@ JEX_API void PartnerLibServerStartup(jx_rt_session_hdl* session, uint8_t dev, in
  * from one thread, between PartnerLibStartup and PartnerLibShutdown.
  *
  *  - Values are those of the SliceAgent's last counter sync of the table. Until the first sync
- *    all values are 0. Ask for a sync with a barrier (below) and wait for the reply: what is
- *    read then is consistent. A read during a sync may see old and new values side by side.
+ *    all values are 0. A read during a sync may see old and new values side by side.
+ *  - Ask for a sync with a barrier (below) and wait for the reply. With a SliceAgent without
+ *    periodic updates, what is read then is consistent, and as new as the barrier. With periodic
+ *    updates, a sync that began before the barrier may answer it, and another may run during the
+ *    read. There, the double barrier shows that a sync began after its first half was handled.
  *  - The values live in the shared segment "PARTNERLIB_SHM_COUNTERS" of 128 MiB. The first
  *    PartnerCounterInit of a process makes it anew, and a SliceAgent keeps the segment that it
  *    opened first. So only one Partner process in the life of a SliceAgent can have counters. A
@@ -185,10 +188,11 @@ static inline PartnerProgramName PartnerProgramNameOf(const char* name) {
  *
  *  Failure: stops the process, but throws Boost.Interprocess's exception where the segment
  *  cannot be made, or has no room for 12 bytes plus 16 bytes per entry. The library lets that
- *  exception pass: a C program ends. *handle is as it was.
+ *  exception pass: a C program ends. *handle is as it was. The segment's file is sparse: where
+ *  /dev/shm has no memory left for it, the process ends by SIGBUS.
  *
- *  Does not wait for the SliceAgent. The call writes zeros to the table's part of the segment,
- *  which takes some 30 ms per million entries. */
+ *  Does not wait until the SliceAgent has handled it. The call writes zeros to the table's part of
+ * the segment, which takes some 30 ms per million entries. */
 JEX_API bool PartnerCounterInit(const char* programName, const char* tableName,
                                 jx_rt_target_t target, jx_rt_session_hdl* session, void** handle);
 
@@ -201,7 +205,7 @@ JEX_API bool PartnerCounterRead(PartnerCounterTableHandle handle, uint32_t first
                                 void* out, uint64_t* timestamp);
 
 /** Stops the counters. `handle` is invalid afterwards; the table's counters can be started
- *  again. Does not wait for the SliceAgent.
+ *  again. Does not wait until the SliceAgent has handled it.
  *
  *  - Before: wait for a barrier after PartnerCounterInit. The table's block leaves the segment
  *    at once, and a SliceAgent that has not handled the start by then stops.
@@ -285,8 +289,8 @@ JEX_API extern uint64_t latencyBins[32];
  * free) from any number of threads; deregister; drain what is left; destroy the queue.
  *
  *  - Queues are created and destroyed, tables and digests registered and deregistered, from any
- *    thread. One queue may serve many registrations. It gets their records in the order in which
- *    they arrive, each registration's in its own order.
+ *    thread. One queue may serve many registrations. The records of each registration are
+ *    dequeued in their order; between registrations there is no order.
  *  - A queue that a registration still names must not be destroyed. What a queue still holds
  *    when it is destroyed is lost, and its memory with it: drain it first.
  *  - A table or digest can be registered ONCE in the life of a process. Registering it again,
@@ -352,7 +356,7 @@ JEX_API bool PartnerNotificationQueueDestroy(void* queue);
 /* What `target` means in the four calls that follow: `dev_id` is the Partner's own virtual
  * device, on which the names are looked up; `pipe_id` is the pipe of the SliceAgent's device
  * that reports, 0xFFFF for all; the other members do not reach the SliceAgent. None of these
- * calls waits for the SliceAgent. A name that does not exist stops the process. */
+ * calls waits until the SliceAgent has handled it. A name that does not exist stops the process. */
 
 /** Asks for a notification on `queue` each time an entry of table `tableName` ages out.
  *  Intervals in milliseconds, as the SDK takes them: how often entries are scanned, and the

@@ -113,7 +113,7 @@ std::atomic<bool> has_socket_file{false};
   _exit(EXIT_SUCCESS);
 }
 
-/// A partner takes three descriptors, so that the usual 1024 are used up before the sockets of the
+/// A partner takes four descriptors, so that the usual 1024 are used up before the sockets of the
 /// messaging library are.
 void raiseDescriptorLimit() {
   rlimit limit{};

@@ -16,8 +16,9 @@ namespace {
 /// takes a socket for a moment.
 constexpr int kWarnings[] = {400, 450, 490};
 
-/// Sockets of the messaging library that are open; -1 if there is none to be had. The library
-/// numbers sockets from 0 without gaps for as long as none but this function closes one.
+/// About how many sockets of the messaging library are open; -1 if there is none to be had. The
+/// library gives the lowest free number, and none but this function closes a socket; a registration
+/// at that moment makes the number one too low.
 int openSockets() {
   const int next = nn_socket(AF_SP, NN_PAIR);
   if (next >= 0) nn_close(next);
