@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/device/device_gate.h"
 #include "switch.grpc.pb.h"
 
 namespace jxmodel::control {
@@ -75,10 +76,13 @@ class SwitchService final : public jx::control::v1::Switch::Service {
 
   grpc::Status findPrograms(std::optional<jx_dev_id_t> device,
                             const std::optional<std::string>& program,
-                            std::vector<ProgramPlace>* places) const;
-  grpc::Status findTable(const jx::control::v1::TableRequest& request, TablePlace* place) const;
+                            std::vector<ProgramPlace>* places) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
+  grpc::Status findTable(const jx::control::v1::TableRequest& request, TablePlace* place) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
   grpc::Status describeTable(const ProgramPlace& program, const jxrt::JxRtTable& table,
-                             jx::control::v1::Table* out) const;
+                             jx::control::v1::Table* out) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
 
   const std::shared_ptr<jxrt::JxRtSession> session_;
 };
