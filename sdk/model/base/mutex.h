@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <shared_mutex>
+#include <utility>
 
 namespace jxmodel {
 
