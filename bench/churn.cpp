@@ -1,7 +1,6 @@
 #include "churn.h"
 
 #include <algorithm>
-#include <mutex>
 #include <random>
 #include <stdexcept>
 
@@ -15,7 +14,7 @@ using jxmodel::MatchResult;
 using jxmodel::Placement;
 
 void process(jxmodel::Device& device, jxmodel::TableState& table, const pipe_plcmt_info& info) {
-  const std::lock_guard<std::mutex> lock(device.mutex());
+  const jxmodel::MutexLock lock(device.mutex());
   if (processPlacement(table, info) != JX_SUCCESS) throw std::runtime_error("update refused");
 }
 

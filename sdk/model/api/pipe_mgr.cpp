@@ -2,7 +2,6 @@
 #include "jxsdk/pipe_mgr.h"
 
 #include <memory>
-#include <mutex>
 #include <new>
 #include <vector>
 
@@ -262,7 +261,7 @@ pipe_status_t pipe_process_plcmt_info(pipe_sess_hdl_t sess_hdl, jx_dev_id_t dev_
   if (state == nullptr) return JX_TABLE_NOT_FOUND;
   uint32_t processed = 0;
   if (info->op != PlcmtOp::kNone) {
-    const std::lock_guard lock(device->mutex());
+    const MutexLock lock(device->mutex());
     const jx_status_t status = processPlacement(*state, *info);
     if (status != JX_SUCCESS) return status;
     processed = 1;

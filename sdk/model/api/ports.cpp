@@ -13,12 +13,12 @@ namespace jxmodel {
 namespace {
 
 /// Keeps the device in place for one call.
-struct Place {
+struct SwitchPlace {
   std::shared_ptr<Device> device;
   Switch* target = nullptr;
 };
 
-jx_status_t findSwitch(jx_dev_id_t dev_id, Place* place) {
+jx_status_t findSwitch(jx_dev_id_t dev_id, SwitchPlace* place) {
   place->device = DeviceRegistry::instance().find(dev_id);
   if (place->device == nullptr) return JX_OBJECT_NOT_FOUND;
   if (place->device->isVirtual()) return JX_NOT_SUPPORTED;
@@ -27,7 +27,7 @@ jx_status_t findSwitch(jx_dev_id_t dev_id, Place* place) {
 }
 
 /// The same for calls that wait for the I/O thread, which may be waiting for the dispatch thread.
-jx_status_t findSwitchToWaitFor(jx_dev_id_t dev_id, Place* place) {
+jx_status_t findSwitchToWaitFor(jx_dev_id_t dev_id, SwitchPlace* place) {
   const jx_status_t status = findSwitch(dev_id, place);
   if (status != JX_SUCCESS) return status;
   return place->device->dispatch()->onThread() ? JX_IN_USE : JX_SUCCESS;
@@ -62,12 +62,12 @@ jx_status_t addPort(Switch& target, const PortSpec& spec, std::string* error) {
 }  // namespace
 }  // namespace jxmodel
 
-using jxmodel::Place;
+using jxmodel::SwitchPlace;
 
 jx_status_t jx_model_port_add(jx_dev_id_t dev_id, const char* spec, char* error,
                               size_t error_bytes) {
   if (spec == nullptr) return JX_INVALID_ARGUMENTS;
-  Place place;
+  SwitchPlace place;
   jx_status_t status = jxmodel::findSwitch(dev_id, &place);
   if (status != JX_SUCCESS) {
     jxmodel::copyText("there is no physical device " + std::to_string(dev_id), error, error_bytes);
@@ -83,14 +83,14 @@ jx_status_t jx_model_port_add(jx_dev_id_t dev_id, const char* spec, char* error,
 }
 
 jx_status_t jx_model_port_delete(jx_dev_id_t dev_id, uint32_t port) {
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   return place.target->ports().detach(port) ? JX_SUCCESS : JX_OBJECT_NOT_FOUND;
 }
 
 jx_status_t jx_model_port_set_enabled(jx_dev_id_t dev_id, uint32_t port, bool enabled) {
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   return place.target->ports().setEnabled(port, enabled) ? JX_SUCCESS : JX_OBJECT_NOT_FOUND;
@@ -99,7 +99,7 @@ jx_status_t jx_model_port_set_enabled(jx_dev_id_t dev_id, uint32_t port, bool en
 jx_status_t jx_model_port_list(jx_dev_id_t dev_id, jx_model_port_t* ports, uint32_t capacity,
                                uint32_t* count) {
   if (count == nullptr || (ports == nullptr && capacity != 0)) return JX_INVALID_ARGUMENTS;
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   const std::vector<jxmodel::PortStatus> list = place.target->ports().list();
@@ -112,7 +112,7 @@ jx_status_t jx_model_port_list(jx_dev_id_t dev_id, jx_model_port_t* ports, uint3
 
 jx_status_t jx_model_inject(jx_dev_id_t dev_id, uint32_t port, const uint8_t* frame, size_t bytes) {
   if (frame == nullptr || bytes == 0 || port >= jxmodel::kMaxPorts) return JX_INVALID_ARGUMENTS;
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   std::vector<jxmodel::PacketBuffer> packets;
@@ -123,7 +123,7 @@ jx_status_t jx_model_inject(jx_dev_id_t dev_id, uint32_t port, const uint8_t* fr
 }
 
 jx_status_t jx_model_captures_hold(jx_dev_id_t dev_id, bool held) {
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitch(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   place.target->ports().holdCaptures(held);
@@ -131,7 +131,7 @@ jx_status_t jx_model_captures_hold(jx_dev_id_t dev_id, bool held) {
 }
 
 jx_status_t jx_model_ports_wait_idle(jx_dev_id_t dev_id, uint32_t timeout_ms) {
-  Place place;
+  SwitchPlace place;
   const jx_status_t status = jxmodel::findSwitchToWaitFor(dev_id, &place);
   if (status != JX_SUCCESS) return status;
   const std::chrono::milliseconds patience(timeout_ms);

@@ -46,12 +46,12 @@ void Clock::observe(uint64_t stamp) {
 }
 
 void Clock::add(ClockListener* listener) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   listeners_.push_back(listener);
 }
 
 void Clock::remove(ClockListener* listener) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   listeners_.erase(std::remove(listeners_.begin(), listeners_.end(), listener), listeners_.end());
 }
 
@@ -62,7 +62,7 @@ void Clock::alarmSet(uint64_t alarm) {
 }
 
 void Clock::tellDue(bool all) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   // An alarm that is set from now on either lowers this again or is seen below.
   next_alarm_.store(ClockListener::kNever);
   const uint64_t time = now();

@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 #include "jxmodel/clock.h"
+#include "model/base/mutex.h"
 
 namespace jxmodel {
 
@@ -60,8 +60,8 @@ class Clock {
   std::atomic<uint64_t> began_{0};
   std::atomic<uint64_t> next_alarm_{
       ClockListener::kNever};  // not after the first of the listeners'
-  std::mutex mutex_;           // guards the listeners
-  std::vector<ClockListener*> listeners_;
+  Mutex mutex_;
+  std::vector<ClockListener*> listeners_ ABSL_GUARDED_BY(mutex_);
 };
 
 }  // namespace jxmodel

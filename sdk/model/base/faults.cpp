@@ -5,12 +5,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <vector>
+
+#include "model/base/mutex.h"
 
 namespace jxmodel::fault {
 
@@ -24,8 +25,8 @@ struct ArmedEntry {
 };
 
 struct Registry {
-  std::mutex mutex;
-  std::map<std::string, ArmedEntry, std::less<>> armed;
+  Mutex mutex;
+  std::map<std::string, ArmedEntry, std::less<>> armed ABSL_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: entries may be called while the process ends.
@@ -129,27 +130,27 @@ jx_status_t arm(std::string_view name, const Fault& fault) {
   const Entry* const entry = findEntry(name);
   if (entry == nullptr) return JX_OBJECT_NOT_FOUND;
   if (!canHave(*entry, fault.effect)) return JX_INVALID_ARGUMENTS;
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   registry().armed[std::string(name)].faults.push_back(fault);
   any_armed.store(true, std::memory_order_relaxed);
   return JX_SUCCESS;
 }
 
 void clear() {
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   registry().armed.clear();
   any_armed.store(false, std::memory_order_relaxed);
 }
 
 uint64_t calls(std::string_view name) {
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   const auto found = registry().armed.find(name);
   return found == registry().armed.end() ? 0 : found->second.calls;
 }
 
 Hit find(const char* name) {
   Hit result;
-  const std::lock_guard lock(registry().mutex);
+  const MutexLock lock(registry().mutex);
   const auto found = registry().armed.find(std::string_view(name));
   if (found == registry().armed.end()) return result;
   const uint64_t call = ++found->second.calls;

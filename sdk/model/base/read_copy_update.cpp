@@ -5,8 +5,8 @@
 #include <urcu/urcu-memb.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+
+#include "model/base/mutex.h"
 
 #if defined(__SANITIZE_THREAD__)
 #include <sanitizer/tsan_interface.h>
@@ -26,8 +26,8 @@ void orderedAfter(void*) {}
 
 // Who drains waits here for a batch.
 struct Passing {
-  std::mutex mutex;
-  std::condition_variable changed;
+  Mutex mutex;
+  Condition changed;
 };
 Passing& passing() {
   static auto* const made = new Passing;  // outlives the thread of the grace periods
@@ -81,9 +81,9 @@ struct Reclaimer::Batch {
     Batch* const batch = caa_container_of(head, Batch, head);
     orderedAfter(batch);
     orderedAfter(&sections_tag);
-    const std::lock_guard<std::mutex> lock(passing().mutex);
+    const MutexLock lock(passing().mutex);
     batch->passed.store(true, std::memory_order_release);  // now it may be gone
-    passing().changed.notify_all();
+    passing().changed.notifyAll();
   }
 };
 
@@ -126,9 +126,10 @@ void Reclaimer::drain() {
   if (waiting_.empty()) return;
   {
     // The last batch passes after all others: they are in one queue.
-    std::unique_lock<std::mutex> lock(passing().mutex);
+    const MutexLock lock(passing().mutex);
     const Batch& last = *waiting_.back();
-    passing().changed.wait(lock, [&last] { return last.passed.load(std::memory_order_acquire); });
+    passing().changed.wait(passing().mutex,
+                           [&last] { return last.passed.load(std::memory_order_acquire); });
   }
   runPassed();
 }

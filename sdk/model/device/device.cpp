@@ -107,14 +107,14 @@ void Device::addProgram(std::shared_ptr<const Program> program, uint32_t handle_
 }
 
 Switch* Device::packetSwitch() {
-  const std::lock_guard lock(switch_mutex_);
+  const MutexLock lock(switch_mutex_);
   if (isVirtual() || packets_ended_) return nullptr;
   if (switch_ == nullptr) switch_ = std::make_unique<Switch>(core_, forwarding());
   return switch_.get();
 }
 
 void Device::endPackets() {
-  const std::lock_guard lock(switch_mutex_);
+  const MutexLock lock(switch_mutex_);
   packets_ended_ = true;
   // Packets wait neither for what the application is told nor for what it acknowledges.
   if (dispatch() != nullptr) dispatch()->letGo();

@@ -7,12 +7,12 @@
 #include <absl/container/flat_hash_map.h>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "jxsdk/drv.h"
+#include "model/base/mutex.h"
 #include "model/notify/device_core.h"
 #include "model/program/program.h"
 #include "model/tables/table_state.h"
@@ -38,7 +38,7 @@ class Device : public std::enable_shared_from_this<Device> {
   const DeviceCore& core() const { return core_; }
   jx_dev_id_t id() const { return core_.id(); }
   bool isVirtual() const { return core_.isVirtual(); }
-  std::mutex& mutex() const { return core_.mutex(); }
+  Mutex& mutex() const ABSL_LOCK_RETURNED(core_.mutex()) { return core_.mutex(); }
   /// See DeviceCore.
   Reclaimer* reclaimer() const { return core_.reclaimer(); }
   DispatchThread* dispatch() const { return core_.dispatch(); }
@@ -69,9 +69,9 @@ class Device : public std::enable_shared_from_this<Device> {
   std::vector<std::unique_ptr<RtInfo>> infos_;
   absl::flat_hash_map<pipe_tbl_hdl_t, TableState*> tables_;  // of the infos
 
-  std::mutex switch_mutex_;  // guards all below; before the device's mutex
-  std::unique_ptr<Switch> switch_;
-  bool packets_ended_ = false;
+  Mutex switch_mutex_ ABSL_ACQUIRED_BEFORE(core_.mutex());
+  std::unique_ptr<Switch> switch_ ABSL_GUARDED_BY(switch_mutex_);
+  bool packets_ended_ ABSL_GUARDED_BY(switch_mutex_) = false;
 };
 
 }  // namespace jxmodel

@@ -6,12 +6,12 @@
 // other lock of the model.
 #pragma once
 
-#include <shared_mutex>
+#include "model/base/mutex.h"
 
 namespace jxmodel {
 
-inline std::shared_mutex& deviceGate() {
-  static auto* const gate = new std::shared_mutex;  // outlives every thread that uses it
+inline SharedMutex& deviceGate() {
+  static auto* const gate = new SharedMutex;  // outlives every thread that uses it
   return *gate;
 }
 

@@ -1,7 +1,6 @@
 #include "model/device/registry.h"
 
 #include <atomic>
-#include <mutex>
 
 #include "model/base/faults.h"
 #include "model/device/device_gate.h"
@@ -22,7 +21,7 @@ DeviceRegistry& DeviceRegistry::instance() {
 jx_status_t DeviceRegistry::add(std::shared_ptr<Device> device) {
   const jx_dev_id_t id = device->id();
   if (id < 0 || id >= kMaxDevices) return JX_INVALID_ARGUMENTS;
-  const std::unique_lock lock(mutex_);
+  const WriterLock lock(mutex_);
   if (devices_[id] != nullptr) return JX_ALREADY_EXISTS;
   devices_[id] = std::move(device);
   return JX_SUCCESS;
@@ -32,9 +31,9 @@ jx_status_t DeviceRegistry::remove(jx_dev_id_t id) {
   if (id < 0 || id >= kMaxDevices) return JX_OBJECT_NOT_FOUND;
   std::shared_ptr<Device> removed;  // ends after the locks
   {
-    const std::unique_lock gate(deviceGate());
+    const WriterLock gate(deviceGate());
     {
-      const std::unique_lock lock(mutex_);
+      const WriterLock lock(mutex_);
       removed.swap(devices_[id]);
     }
     if (removed == nullptr) return JX_OBJECT_NOT_FOUND;
@@ -46,7 +45,7 @@ jx_status_t DeviceRegistry::remove(jx_dev_id_t id) {
 
 std::shared_ptr<Device> DeviceRegistry::find(jx_dev_id_t id) const {
   if (id < 0 || id >= kMaxDevices) return nullptr;
-  const std::shared_lock lock(mutex_);
+  const ReaderLock lock(mutex_);
   return devices_[id];
 }
 
@@ -77,7 +76,7 @@ jx_status_t DeviceRegistry::jxRtInfoP4NamesGet(jx_dev_id_t dev_id,
 jx_status_t DeviceRegistry::devicesGet(std::vector<jx_dev_id_t>* dev_ids) const {
   JXMODEL_ENTRY("JxRtDevMgr::devicesGet");
   if (dev_ids == nullptr) return JX_INVALID_ARGUMENTS;
-  const std::shared_lock lock(mutex_);
+  const ReaderLock lock(mutex_);
   dev_ids->clear();
   for (const auto& device : devices_) {
     if (device != nullptr) dev_ids->push_back(device->id());

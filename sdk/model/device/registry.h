@@ -3,11 +3,11 @@
 
 #include <array>
 #include <memory>
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/base/mutex.h"
 #include "model/device/device.h"
 
 namespace jxmodel {
@@ -35,8 +35,8 @@ class DeviceRegistry final : public jxrt::JxRtDevMgr {
  private:
   static constexpr jx_dev_id_t kMaxDevices = 256;
 
-  mutable std::shared_mutex mutex_;
-  std::array<std::shared_ptr<Device>, kMaxDevices> devices_;
+  mutable SharedMutex mutex_;
+  std::array<std::shared_ptr<Device>, kMaxDevices> devices_ ABSL_GUARDED_BY(mutex_);
 };
 
 /// How far the process has been brought up.

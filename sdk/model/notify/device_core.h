@@ -7,9 +7,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 
 #include "jxsdk/types.h"
+#include "model/base/mutex.h"
 #include "model/base/read_copy_update.h"
 #include "model/notify/dispatch_thread.h"
 #include "model/notify/events.h"
@@ -26,7 +26,7 @@ class DeviceCore {
 
   jx_dev_id_t id() const { return id_; }
   bool isVirtual() const { return kind_ == Kind::kVirtual; }
-  std::mutex& mutex() const { return mutex_; }
+  Mutex& mutex() const ABSL_LOCK_RETURNED(mutex_) { return mutex_; }
 
   /// Of a physical device; null on a virtual one, whose tables no packet reads.
   Reclaimer* reclaimer() const { return reclaimer_.get(); }
@@ -44,7 +44,7 @@ class DeviceCore {
  private:
   const jx_dev_id_t id_;
   const Kind kind_;
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   mutable EventSource events_;
   const std::unique_ptr<Reclaimer> reclaimer_;
   const std::unique_ptr<DispatchThread> dispatch_;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <set>
 #include <utility>
@@ -38,37 +37,37 @@ struct DispatchThread::Shared final : ClockListener {
     std::function<void()> run;
   };
 
-  mutable std::mutex mutex;  // guards all below
-  std::condition_variable changed;
-  std::deque<Work> waiting;
-  std::thread::id thread;  // none before it runs
-  bool running = false;    // a piece of work, without the lock
-  bool held = false;
-  bool ended = false;
-  bool let_go = false;
-  uint64_t timers_made = 0;
-  uint64_t running_moment = kNever;  // of the timer that runs
+  mutable Mutex mutex;
+  Condition changed;
+  std::deque<Work> waiting ABSL_GUARDED_BY(mutex);
+  std::thread::id thread ABSL_GUARDED_BY(mutex);  // none before it runs
+  bool running ABSL_GUARDED_BY(mutex) = false;    // a piece of work, without the lock
+  bool held ABSL_GUARDED_BY(mutex) = false;
+  bool ended ABSL_GUARDED_BY(mutex) = false;
+  bool let_go ABSL_GUARDED_BY(mutex) = false;
+  uint64_t timers_made ABSL_GUARDED_BY(mutex) = 0;
+  uint64_t running_moment ABSL_GUARDED_BY(mutex) = kNever;  // of the timer that runs
   struct Earlier {
     bool operator()(const std::shared_ptr<Timer>& a, const std::shared_ptr<Timer>& b) const {
       return std::pair(a->moment_, a->number_) < std::pair(b->moment_, b->number_);
     }
   };
-  std::set<std::shared_ptr<Timer>, Earlier> timers;  // that are set
+  std::set<std::shared_ptr<Timer>, Earlier> timers ABSL_GUARDED_BY(mutex);  // that are set
 
   void timeCame() override {
-    const std::lock_guard lock(mutex);
-    changed.notify_all();
+    const MutexLock lock(mutex);
+    changed.notifyAll();
   }
 
   /// The first moment that has not been dealt with. Wakes who waits for that.
-  void updateAlarm() {
+  void updateAlarm() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex) {
     const uint64_t first = timers.empty() ? kNever : (*timers.begin())->moment_;
     alarm_.store(std::min(first, running_moment));
-    changed.notify_all();
+    changed.notifyAll();
   }
 
   /// Takes the first timer if it is due.
-  bool takeTimer(Work* work) {
+  bool takeTimer(Work* work) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex) {
     if (timers.empty()) return false;
     const std::shared_ptr<Timer> timer = *timers.begin();
     if (timer->moment_ > Clock::instance().now()) return false;
@@ -78,7 +77,7 @@ struct DispatchThread::Shared final : ClockListener {
     return true;
   }
 
-  bool takeWork(Work* work) {
+  bool takeWork(Work* work) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex) {
     if (waiting.empty() || waiting.front().not_before > std::chrono::steady_clock::now()) {
       return false;
     }
@@ -88,10 +87,10 @@ struct DispatchThread::Shared final : ClockListener {
   }
 
   /// Until something is due, or has changed.
-  void nap(std::unique_lock<std::mutex>& lock) {
+  void nap() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex) {
     const Clock& clock = Clock::instance();
     const bool by_clock = !timers.empty() && clock.source() == JX_MODEL_CLOCK_REAL;
-    if (held || (waiting.empty() && !by_clock)) return changed.wait(lock);
+    if (held || (waiting.empty() && !by_clock)) return changed.wait(mutex);
     std::chrono::nanoseconds nap = kLongestNap;
     if (!waiting.empty()) {
       nap = waiting.front().not_before - std::chrono::steady_clock::now();
@@ -103,14 +102,14 @@ struct DispatchThread::Shared final : ClockListener {
           {nap, kLongestNap,
            std::chrono::nanoseconds(std::min(left, static_cast<uint64_t>(kLongestNap.count())))});
     }
-    if (nap.count() > 0) changed.wait_for(lock, nap);
+    if (nap.count() > 0) changed.waitFor(mutex, nap);
   }
 
   /// Takes the first piece of work as soon as it may begin; false if there never is one again.
-  bool next(std::unique_lock<std::mutex>& lock, Work* work) {
+  bool next(Work* work) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex) {
     while (!ended) {
       if (!held && (takeTimer(work) || takeWork(work))) return true;
-      nap(lock);
+      nap();
     }
     return false;
   }
@@ -132,10 +131,10 @@ DispatchThread::~DispatchThread() {
 }
 
 void DispatchThread::run(Shared& shared) {
-  std::unique_lock lock(shared.mutex);
+  MutexLock lock(shared.mutex);
   shared.thread = std::this_thread::get_id();
   Shared::Work work;
-  while (shared.next(lock, &work)) {
+  while (shared.next(&work)) {
     shared.running = true;
     lock.unlock();
     work.run();
@@ -148,7 +147,7 @@ void DispatchThread::run(Shared& shared) {
 }
 
 void DispatchThread::start() {
-  const std::lock_guard lock(start_mutex_);
+  const MutexLock lock(start_mutex_);
   if (thread_.joinable()) return;
   sigset_t all, before;
   sigfillset(&all);
@@ -160,42 +159,43 @@ void DispatchThread::start() {
 void DispatchThread::post(std::function<void()> work, std::chrono::milliseconds delay) {
   const Time not_before = std::chrono::steady_clock::now() + delay;
   {
-    const std::lock_guard lock(shared_->mutex);
+    const MutexLock lock(shared_->mutex);
     if (shared_->ended) return;
     shared_->waiting.push_back({not_before, std::move(work)});
-    shared_->changed.notify_all();
+    shared_->changed.notifyAll();
   }
   start();
 }
 
 void DispatchThread::hold(bool held) {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   shared_->held = held;
-  shared_->changed.notify_all();
+  shared_->changed.notifyAll();
 }
 
 size_t DispatchThread::pending() const {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   return shared_->waiting.size() + (shared_->running ? 1 : 0);
 }
 
 bool DispatchThread::waitUntilIdle(std::chrono::milliseconds patience) {
-  std::unique_lock lock(shared_->mutex);
-  return shared_->changed.wait_for(lock, patience, [this] {
-    return !shared_->ended && !shared_->running && shared_->waiting.empty() &&
-           shared_->alarm() > Clock::instance().now();
-  });
+  const MutexLock lock(shared_->mutex);
+  return shared_->changed.waitFor(
+      shared_->mutex, patience, [this]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(shared_->mutex) {
+        return !shared_->ended && !shared_->running && shared_->waiting.empty() &&
+               shared_->alarm() > Clock::instance().now();
+      });
 }
 
 std::shared_ptr<DispatchThread::Timer> DispatchThread::makeTimer(TimerWork work) {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   return std::make_shared<Timer>(std::move(work), shared_->timers_made++);
 }
 
 void DispatchThread::set(const std::shared_ptr<Timer>& timer, uint64_t moment) {
   uint64_t alarm = kNever;
   {
-    const std::lock_guard lock(shared_->mutex);
+    const MutexLock lock(shared_->mutex);
     if (shared_->ended || timer->moment_ == moment) return;
     if (timer->moment_ != kNever) shared_->timers.erase(timer);
     timer->moment_ = moment;
@@ -210,33 +210,37 @@ void DispatchThread::set(const std::shared_ptr<Timer>& timer, uint64_t moment) {
 
 void DispatchThread::awaitTimers(uint64_t now) {
   if (shared_->alarm() > now) return;
-  std::unique_lock lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   if (shared_->thread == std::this_thread::get_id()) return;
-  shared_->changed.wait(
-      lock, [this, now] { return shared_->ended || shared_->let_go || shared_->alarm() > now; });
+  shared_->changed.wait(shared_->mutex,
+                        [this, now]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(shared_->mutex) {
+                          return shared_->ended || shared_->let_go || shared_->alarm() > now;
+                        });
 }
 
 void DispatchThread::letGo() {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   shared_->let_go = true;
-  shared_->changed.notify_all();
+  shared_->changed.notifyAll();
 }
 
 bool DispatchThread::onThread() const {
-  const std::lock_guard lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   return shared_->thread == std::this_thread::get_id();
 }
 
 void DispatchThread::end() {
   std::deque<Shared::Work> dropped;  // ends after the lock
-  std::unique_lock lock(shared_->mutex);
+  const MutexLock lock(shared_->mutex);
   shared_->ended = true;
   dropped.swap(shared_->waiting);
   for (const auto& timer : shared_->timers) timer->moment_ = kNever;
   shared_->timers.clear();
   shared_->updateAlarm();
   if (shared_->thread == std::this_thread::get_id()) return;
-  shared_->changed.wait(lock, [this] { return !shared_->running; });
+  shared_->changed.wait(shared_->mutex, [this]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(shared_->mutex) {
+    return !shared_->running;
+  });
 }
 
 }  // namespace jxmodel

@@ -19,10 +19,10 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "model/base/clock.h"
+#include "model/base/mutex.h"
 
 namespace jxmodel {
 
@@ -75,8 +75,8 @@ class DispatchThread {
 
   // The thread's too: it may live on for a moment when it has ended itself.
   const std::shared_ptr<Shared> shared_;
-  std::mutex start_mutex_;  // guards thread_
-  std::thread thread_;
+  Mutex start_mutex_;
+  std::thread thread_ ABSL_GUARDED_BY(start_mutex_);
 };
 
 }  // namespace jxmodel

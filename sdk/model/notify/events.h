@@ -7,12 +7,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "model/base/mutex.h"
 
 namespace jxmodel {
 
@@ -44,11 +44,11 @@ class EventWatch {
  private:
   static constexpr size_t kMaxEvents = 65536;  // in the queue
 
-  std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  std::vector<Event> queue_;
-  uint64_t lost_ = 0;
-  bool ended_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  std::vector<Event> queue_ ABSL_GUARDED_BY(mutex_);
+  uint64_t lost_ ABSL_GUARDED_BY(mutex_) = 0;
+  bool ended_ ABSL_GUARDED_BY(mutex_) = false;
 };
 
 /// The events of one device.
@@ -66,9 +66,9 @@ class EventSource {
 
  private:
   std::atomic<bool> watched_{false};
-  std::mutex mutex_;  // guards all below
-  std::vector<std::shared_ptr<EventWatch>> watches_;
-  bool ended_ = false;
+  Mutex mutex_;
+  std::vector<std::shared_ptr<EventWatch>> watches_ ABSL_GUARDED_BY(mutex_);
+  bool ended_ ABSL_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace jxmodel

@@ -22,7 +22,7 @@ IdleWatch::IdleWatch(const DeviceCore& device, TableState& state)
 
 void IdleWatch::set(std::shared_ptr<const IdleRequest> request) {
   {
-    Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     request_ = request;
     origin_ = Clock::instance().now();
     calendar_.clear();
@@ -33,7 +33,9 @@ void IdleWatch::set(std::shared_ptr<const IdleRequest> request) {
     setTimer();
     const uint64_t begun = calls_begun_;
     if (!device_.dispatch()->onThread()) {
-      changed_.wait(lock, [this, begun] { return calls_ended_ >= begun; });
+      changed_.wait(mutex_, [this, begun]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+        return calls_ended_ >= begun;
+      });
     }
   }
   if (request != nullptr) enterAll(request);
@@ -42,8 +44,8 @@ void IdleWatch::set(std::shared_ptr<const IdleRequest> request) {
 /// Enters what the table holds already, some entries at a time.
 void IdleWatch::enterAll(const std::shared_ptr<const IdleRequest>& request) {
   for (uint32_t slot = 0;;) {
-    const std::lock_guard device_lock(device_.mutex());
-    const Lock lock(mutex_);
+    const MutexLock device_lock(device_.mutex());
+    const MutexLock lock(mutex_);
     MatchTable& match = *state_.match;
     const uint32_t end = std::min(slot + kSlice, match.end());
     for (; slot < end && request_ == request; ++slot) {
@@ -56,12 +58,12 @@ void IdleWatch::enterAll(const std::shared_ptr<const IdleRequest>& request) {
 }
 
 void IdleWatch::end() {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   request_ = nullptr;
 }
 
 void IdleWatch::written(uint32_t slot) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (request_ != nullptr) enter(slot);
 }
 
@@ -138,8 +140,8 @@ void IdleWatch::look(uint64_t moment) {
 
 IdleWatch::Finds IdleWatch::find(uint64_t moment) {
   Finds finds;
-  const std::lock_guard device_lock(device_.mutex());
-  const Lock lock(mutex_);
+  const MutexLock device_lock(device_.mutex());
+  const MutexLock lock(mutex_);
   finds.request = request_;
   if (request_ == nullptr) return finds;
   uint32_t slot = 0;
@@ -175,7 +177,7 @@ void IdleWatch::report(const Finds& finds) {
   const uint8_t* key = finds.keys.data();
   for (AgedEntry entry : finds.entries) {
     {
-      const Lock lock(mutex_);
+      const MutexLock lock(mutex_);
       if (request_ != finds.request) return;
       ++calls_begun_;
     }
@@ -183,9 +185,9 @@ void IdleWatch::report(const Finds& finds) {
     key += state_.match->codec().keyBytes();
     show(entry);
     finds.request->report(entry);
-    const Lock lock(mutex_);
+    const MutexLock lock(mutex_);
     ++calls_ended_;
-    changed_.notify_all();
+    changed_.notifyAll();
   }
 }
 
@@ -204,8 +206,8 @@ void IdleWatch::show(const AgedEntry& entry) const {
 // --- entries that age out on request
 
 jx_status_t IdleWatch::expire(uint32_t handle) {
-  const std::lock_guard device_lock(device_.mutex());
-  const Lock lock(mutex_);
+  const MutexLock device_lock(device_.mutex());
+  const MutexLock lock(mutex_);
   if (state_.match->findHandle(handle) == kNoSlot) return JX_OBJECT_NOT_FOUND;
   if (request_ == nullptr) return JX_NOT_READY;
   expired_.push_back(handle);
@@ -220,8 +222,8 @@ jx_status_t IdleWatch::expire(uint32_t handle) {
 
 IdleWatch::Finds IdleWatch::findExpired() {
   Finds finds;
-  const std::lock_guard device_lock(device_.mutex());
-  const Lock lock(mutex_);
+  const MutexLock device_lock(device_.mutex());
+  const MutexLock lock(mutex_);
   finds.request = request_;
   MatchTable& match = *state_.match;
   for (const uint32_t handle : std::exchange(expired_, {})) {

@@ -11,18 +11,16 @@
 // something.
 //
 // Thread safety: looks happen on the dispatch thread. They take the device's mutex for kSlice
-// entries at a time; no lock is held while the callback runs. The device's mutex comes before the
-// watch's.
+// entries at a time; no lock is held while the callback runs.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "model/base/mutex.h"
 #include "model/notify/device_core.h"
 #include "model/tables/table_state.h"
 
@@ -69,7 +67,6 @@ class IdleWatch final : public EntryAging {
   jx_status_t expire(uint32_t handle);
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
   /// Entries found in one go, reported outside the locks.
   struct Finds {
     std::shared_ptr<const IdleRequest> request;
@@ -78,17 +75,18 @@ class IdleWatch final : public EntryAging {
     bool more = false;
   };
 
-  // The mutex is held over all of these.
-  uint64_t intervalNs() const;
-  uint64_t timeOf(uint64_t look) const { return origin_ + look * intervalNs(); }
-  uint64_t ttlNs(uint32_t slot) const;
-  uint64_t deadlineOf(uint32_t slot) const;
-  void enter(uint32_t slot);
-  bool nextInLook(uint64_t moment, uint32_t* slot);
-  void setTimer();
-  /// The device's mutex, too.
-  void inspect(uint32_t slot, uint64_t moment, Finds* finds);
-  void age(uint32_t slot, Finds* finds);
+  uint64_t intervalNs() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  uint64_t timeOf(uint64_t look) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return origin_ + look * intervalNs();
+  }
+  uint64_t ttlNs(uint32_t slot) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  uint64_t deadlineOf(uint32_t slot) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void enter(uint32_t slot) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  bool nextInLook(uint64_t moment, uint32_t* slot) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void setTimer() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void inspect(uint32_t slot, uint64_t moment, Finds* finds)
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(device_.mutex(), mutex_);
+  void age(uint32_t slot, Finds* finds) ABSL_EXCLUSIVE_LOCKS_REQUIRED(device_.mutex());
 
   void enterAll(const std::shared_ptr<const IdleRequest>& request);
   void look(uint64_t moment);
@@ -101,18 +99,20 @@ class IdleWatch final : public EntryAging {
   TableState& state_;
   const std::shared_ptr<DispatchThread::Timer> timer_;
 
-  std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  std::shared_ptr<const IdleRequest> request_;  // null: nothing is reported
-  uint64_t calls_begun_ = 0, calls_ended_ = 0;
+  Mutex mutex_ ABSL_ACQUIRED_AFTER(device_.mutex());
+  Condition changed_;
+  std::shared_ptr<const IdleRequest> request_ ABSL_GUARDED_BY(mutex_);  // null: nothing is reported
+  uint64_t calls_begun_ ABSL_GUARDED_BY(mutex_) = 0;
+  uint64_t calls_ended_ ABSL_GUARDED_BY(mutex_) = 0;
   // The calendar. Looks are numbered: number n is n intervals after the origin.
-  uint64_t origin_ = 0;
-  std::map<uint64_t, std::vector<uint32_t>> calendar_;  // slots by look; some are out of date:
-  std::vector<uint64_t> look_of_;                       // by slot; 0: stands nowhere
-  std::vector<uint32_t> current_;                       // of the look that is under way
-  uint64_t current_look_ = 0;
-  size_t current_at_ = 0;
-  std::vector<uint32_t> expired_;  // handles of entries that age out now
+  uint64_t origin_ ABSL_GUARDED_BY(mutex_) = 0;
+  // Slots by look; some are out of date: look_of_ says which.
+  std::map<uint64_t, std::vector<uint32_t>> calendar_ ABSL_GUARDED_BY(mutex_);
+  std::vector<uint64_t> look_of_ ABSL_GUARDED_BY(mutex_);  // by slot; 0: stands nowhere
+  std::vector<uint32_t> current_ ABSL_GUARDED_BY(mutex_);  // of the look that is under way
+  uint64_t current_look_ ABSL_GUARDED_BY(mutex_) = 0;
+  size_t current_at_ ABSL_GUARDED_BY(mutex_) = 0;
+  std::vector<uint32_t> expired_ ABSL_GUARDED_BY(mutex_);  // handles of entries that age out now
 };
 
 }  // namespace jxmodel

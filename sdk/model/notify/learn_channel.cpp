@@ -28,13 +28,13 @@ LearnChannel::LearnChannel(const DeviceCore& device, const Program& program, con
 // --- where digests come from
 
 void LearnChannel::offer(const uint8_t* values, Full full) {
-  Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (client_ != nullptr && filter_.contains(valueOf(values))) {
     ++counts_.suppressed;
     return;
   }
   show(values);
-  if (full == Full::kWait) waitForRoom(lock);
+  if (full == Full::kWait) waitForRoom();
   if (client_ == nullptr) {
     ++counts_.unclaimed;
     return;
@@ -48,9 +48,9 @@ void LearnChannel::offer(const uint8_t* values, Full full) {
 }
 
 jx_status_t LearnChannel::inject(const uint8_t* values, size_t count) {
-  Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   for (size_t i = 0; i < count; ++i) {
-    waitForRoom(lock);
+    waitForRoom();
     if (ended_) return JX_NOT_READY;
     if (client_ == nullptr) return JX_NO_LEARN_CLIENTS;
     show(values + i * layout_->bytes);
@@ -60,15 +60,17 @@ jx_status_t LearnChannel::inject(const uint8_t* values, size_t count) {
 }
 
 void LearnChannel::close() {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   complete();
 }
 
 /// Until there is room for one more, or nobody who could make some.
-void LearnChannel::waitForRoom(Lock& lock) {
+void LearnChannel::waitForRoom() {
   if (hasRoom()) return;
   complete();  // time may stand still as long as the caller waits
-  changed_.wait(lock, [this] { return ended_ || client_ == nullptr || hasRoom(); });
+  changed_.wait(mutex_, [this]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return ended_ || client_ == nullptr || hasRoom();
+  });
 }
 
 /// To those who watch the device, whether anybody takes digests or not.
@@ -121,7 +123,7 @@ void LearnChannel::deliverSoon() {
 }
 
 void LearnChannel::deliver() {
-  Lock lock(mutex_);
+  MutexLock lock(mutex_);
   delivery_posted_ = false;
   if (!canDeliver()) return;
   const std::shared_ptr<const Client> client = client_;
@@ -132,17 +134,17 @@ void LearnChannel::deliver() {
   counts_.delivered += message->count;
   ++counts_.messages;
   ++calls_begun_;
-  changed_.notify_all();
+  changed_.notifyAll();
   lock.unlock();
   (*client)(message);
   lock.lock();
   ++calls_ended_;
-  changed_.notify_all();
+  changed_.notifyAll();
   deliverSoon();
 }
 
 jx_status_t LearnChannel::acknowledge(uint64_t id) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   if (left_.erase(id) != 0) return JX_SUCCESS;
   const auto found = unacknowledged_.find(id);
   if (found == unacknowledged_.end()) return JX_OBJECT_NOT_FOUND;
@@ -160,26 +162,26 @@ void LearnChannel::forget(const LearnMessage& message) {
 // --- who takes them
 
 void LearnChannel::setClient(Client client) {
-  Lock lock(mutex_);
-  replaceClient(std::make_shared<const Client>(std::move(client)), lock);
+  const MutexLock lock(mutex_);
+  replaceClient(std::make_shared<const Client>(std::move(client)));
 }
 
 void LearnChannel::clearClient() {
-  Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   counts_.unclaimed += std::exchange(waiting_, 0);
   complete_.clear();
   open_ = nullptr;
   filter_.clear();
   device_.dispatch()->set(timer_, DispatchThread::kNever);
-  replaceClient(nullptr, lock);
+  replaceClient(nullptr);
 }
 
 bool LearnChannel::hasClient() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return client_ != nullptr;
 }
 
-void LearnChannel::replaceClient(std::shared_ptr<const Client> client, Lock& lock) {
+void LearnChannel::replaceClient(std::shared_ptr<const Client> client) {
   client_.swap(client);
   left_.clear();
   for (const auto& [id, message] : unacknowledged_) {
@@ -187,30 +189,32 @@ void LearnChannel::replaceClient(std::shared_ptr<const Client> client, Lock& loc
     left_.insert(id);
   }
   unacknowledged_.clear();
-  changed_.notify_all();
+  changed_.notifyAll();
   deliverSoon();
   if (device_.dispatch()->onThread()) return;
   const uint64_t begun = calls_begun_;
-  changed_.wait(lock, [this, begun] { return calls_ended_ >= begun; });
+  changed_.wait(mutex_, [this, begun]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return calls_ended_ >= begun;
+  });
 }
 
 // --- bounds and counts
 
 jx_model_learn_options_t LearnChannel::options() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   return options_;
 }
 
 void LearnChannel::setOptions(const jx_model_learn_options_t& options) {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   options_ = options;
   complete();  // what was begun under other ones
-  changed_.notify_all();
+  changed_.notifyAll();
   deliverSoon();
 }
 
 jx_model_learn_counts_t LearnChannel::counts() const {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   jx_model_learn_counts_t counts = counts_;
   counts.waiting = waiting_;
   counts.unacked = unacknowledged_.size();
@@ -218,9 +222,9 @@ jx_model_learn_counts_t LearnChannel::counts() const {
 }
 
 void LearnChannel::end() {
-  const Lock lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 }  // namespace jxmodel

@@ -18,16 +18,15 @@
 #include <absl/container/flat_hash_set.h>
 #include <absl/strings/string_view.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "jxmodel/notify.h"
+#include "model/base/mutex.h"
 #include "model/notify/device_core.h"
 #include "model/notify/learn_message.h"
 
@@ -77,18 +76,17 @@ class LearnChannel {
   void end();
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
-
-  // The mutex is held over all of these.
-  bool hasRoom() const { return waiting_ < options_.max_waiting; }
-  void waitForRoom(Lock& lock);
-  void gather(const uint8_t* values);
+  bool hasRoom() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return waiting_ < options_.max_waiting;
+  }
+  void waitForRoom() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void gather(const uint8_t* values) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
   void show(const uint8_t* values) const;
-  void complete();
-  bool canDeliver() const;
-  void deliverSoon();
-  void replaceClient(std::shared_ptr<const Client> client, Lock& lock);
-  void forget(const LearnMessage& message);
+  void complete() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  bool canDeliver() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void deliverSoon() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void replaceClient(std::shared_ptr<const Client> client) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
+  void forget(const LearnMessage& message) ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
 
   void deliver();
   absl::string_view valueOf(const uint8_t* values) const {
@@ -101,20 +99,25 @@ class LearnChannel {
   const std::shared_ptr<const LearnLayout> layout_;
   const std::shared_ptr<DispatchThread::Timer> timer_;  // completes a message whose time is up
 
-  mutable std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  jx_model_learn_options_t options_;
-  jx_model_learn_counts_t counts_{};
-  std::shared_ptr<const Client> client_;  // null: nobody takes digests
-  std::shared_ptr<LearnMessage> open_;    // digests gather in it; null or not empty
-  std::deque<std::shared_ptr<const LearnMessage>> complete_;
-  uint64_t waiting_ = 0;  // digests in those two
-  absl::flat_hash_map<uint64_t, std::shared_ptr<const LearnMessage>> unacknowledged_;  // by id
-  absl::flat_hash_set<uint64_t> left_;       // ids that a former client may still acknowledge
-  absl::flat_hash_set<std::string> filter_;  // values on their way
-  bool delivery_posted_ = false;
-  uint64_t calls_begun_ = 0, calls_ended_ = 0;
-  bool ended_ = false;
+  mutable Mutex mutex_;
+  Condition changed_;
+  jx_model_learn_options_t options_ ABSL_GUARDED_BY(mutex_);
+  jx_model_learn_counts_t counts_ ABSL_GUARDED_BY(mutex_){};
+  std::shared_ptr<const Client> client_ ABSL_GUARDED_BY(mutex_);  // null: nobody takes digests
+  // Digests gather in it; null or not empty.
+  std::shared_ptr<LearnMessage> open_ ABSL_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<const LearnMessage>> complete_ ABSL_GUARDED_BY(mutex_);
+  uint64_t waiting_ ABSL_GUARDED_BY(mutex_) = 0;  // digests in those two
+  // By id.
+  absl::flat_hash_map<uint64_t, std::shared_ptr<const LearnMessage>> unacknowledged_
+      ABSL_GUARDED_BY(mutex_);
+  // Ids that a former client may still acknowledge.
+  absl::flat_hash_set<uint64_t> left_ ABSL_GUARDED_BY(mutex_);
+  absl::flat_hash_set<std::string> filter_ ABSL_GUARDED_BY(mutex_);  // values on their way
+  bool delivery_posted_ ABSL_GUARDED_BY(mutex_) = false;
+  uint64_t calls_begun_ ABSL_GUARDED_BY(mutex_) = 0;
+  uint64_t calls_ended_ ABSL_GUARDED_BY(mutex_) = 0;
+  bool ended_ ABSL_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace jxmodel

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 #include "model/base/clock.h"
 #include "model/base/wire_value.h"
@@ -93,7 +92,7 @@ MatchTable::Applied PacketRun::lookUp(const CompiledApply& apply) {
   MatchTable::Applied applied;
   if (table.tryApply(values.data(), &applied)) return applied;
   Pipeline::add(pipeline_.counters_.locked_lookups);
-  const std::lock_guard<std::mutex> lock(pipeline_.device_.mutex());
+  const MutexLock lock(pipeline_.device_.mutex());
   return table.apply(values.data());
 }
 
@@ -115,7 +114,7 @@ SelectorTable::Choice PacketRun::choose(const CompiledApply& apply, uint32_t gro
   SelectorTable::Choice choice;
   if (groups.tryChoose(group, hash, &choice)) return choice;
   Pipeline::add(pipeline_.counters_.locked_lookups);
-  const std::lock_guard<std::mutex> lock(pipeline_.device_.mutex());
+  const MutexLock lock(pipeline_.device_.mutex());
   return groups.choose(group, hash);
 }
 

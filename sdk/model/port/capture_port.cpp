@@ -54,7 +54,7 @@ void CapturePort::readAhead() {
       return;
     case CaptureReader::Result::kFailed: {
       countReceiveError();
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       error_ = reason;
       input_state_.store(InputState::kFailed, std::memory_order_release);
       return;
@@ -63,7 +63,7 @@ void CapturePort::readAhead() {
 }
 
 void CapturePort::transmit(PacketBuffer&& packet) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopped_) return countDroppedOut();
   if (output_ == nullptr) return countSent(packet.wireLength());
   if (!output_->write(packet, &error_)) return countSendError();
@@ -72,7 +72,7 @@ void CapturePort::transmit(PacketBuffer&& packet) {
 }
 
 void CapturePort::flush() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (!unflushed_) return;
   unflushed_ = false;
   if (!output_->flush(&error_)) countSendError();
@@ -82,14 +82,14 @@ void CapturePort::stop() {
   flush();
   if (inputState() == InputState::kReading) input_state_ = InputState::kNone;
   input_.reset();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   output_.reset();
   stopped_ = true;
   unflushed_ = false;
 }
 
 std::string CapturePort::errorText() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return error_;
 }
 

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "model/base/mutex.h"
 #include "model/port/capture_file.h"
 #include "model/port/port.h"
 
@@ -35,11 +35,12 @@ class CapturePort : public Port {
   PacketBuffer next_;
   std::atomic<InputState> input_state_{InputState::kNone};
 
-  mutable std::mutex mutex_;               // guards all below
-  std::unique_ptr<CaptureWriter> output_;  // null: packets are thrown away
-  bool stopped_ = false;
-  bool unflushed_ = false;
-  std::string error_;
+  mutable Mutex mutex_;
+  // Null: packets are thrown away.
+  std::unique_ptr<CaptureWriter> output_ ABSL_GUARDED_BY(mutex_);
+  bool stopped_ ABSL_GUARDED_BY(mutex_) = false;
+  bool unflushed_ ABSL_GUARDED_BY(mutex_) = false;
+  std::string error_ ABSL_GUARDED_BY(mutex_);
 };
 
 }  // namespace jxmodel

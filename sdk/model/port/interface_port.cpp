@@ -274,7 +274,7 @@ void InterfacePort::handOn(size_t slot, const PacketReceiver& receiver) {
 }
 
 uint64_t InterfacePort::dropsElsewhere() const {
-  const std::lock_guard lock(send_mutex_);
+  const MutexLock lock(send_mutex_);
   readKernelDrops();
   return kernel_drops_;
 }
@@ -291,14 +291,14 @@ void InterfacePort::readKernelDrops() const {
 // --- sending
 
 void InterfacePort::transmit(PacketBuffer&& packet) {
-  const std::lock_guard lock(send_mutex_);
+  const MutexLock lock(send_mutex_);
   if (stopped_) return countDroppedOut();
   queue_.push_back(std::move(packet));
   if (queue_.size() == kBatch) flushLocked();
 }
 
 void InterfacePort::flush() {
-  const std::lock_guard lock(send_mutex_);
+  const MutexLock lock(send_mutex_);
   flushLocked();
 }
 
@@ -347,7 +347,7 @@ bool InterfacePort::waitForRoom() {
 }
 
 void InterfacePort::stop() {
-  const std::lock_guard lock(send_mutex_);
+  const MutexLock lock(send_mutex_);
   flushLocked();
   stopped_ = true;
   readKernelDrops();
@@ -357,12 +357,12 @@ void InterfacePort::stop() {
 }
 
 void InterfacePort::noteError(const std::string& reason) {
-  const std::lock_guard lock(error_mutex_);
+  const MutexLock lock(error_mutex_);
   error_ = "interface `" + spec().interface + "`: " + reason;
 }
 
 std::string InterfacePort::errorText() const {
-  const std::lock_guard lock(error_mutex_);
+  const MutexLock lock(error_mutex_);
   return error_;
 }
 

@@ -6,10 +6,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "model/base/mutex.h"
 #include "model/port/port.h"
 
 namespace jxmodel {
@@ -66,8 +66,8 @@ class InterfacePort : public Port {
   void handOn(size_t slot, const PacketReceiver& receiver);
   void receiveFailed(int error);
 
-  void readKernelDrops() const;
-  void flushLocked();
+  void readKernelDrops() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(send_mutex_);
+  void flushLocked() ABSL_EXCLUSIVE_LOCKS_REQUIRED(send_mutex_);
   bool waitForRoom();
   /// What to do about the first packet that was not sent. Returns how many packets are done with.
   size_t sendFailed(int error, size_t left);
@@ -79,13 +79,14 @@ class InterfacePort : public Port {
   int index_ = 0;  // of the interface; 0 while it does not exist. I/O thread's
   std::atomic<bool> carrier_{false};
 
-  mutable std::mutex send_mutex_;  // guards all below, and closing the sockets
-  std::vector<PacketBuffer> queue_;
-  bool stopped_ = false;
-  mutable uint64_t kernel_drops_ = 0;  // since the port was opened
+  // Held over closing the sockets, too.
+  mutable Mutex send_mutex_ ABSL_ACQUIRED_BEFORE(error_mutex_);
+  std::vector<PacketBuffer> queue_ ABSL_GUARDED_BY(send_mutex_);
+  bool stopped_ ABSL_GUARDED_BY(send_mutex_) = false;
+  mutable uint64_t kernel_drops_ ABSL_GUARDED_BY(send_mutex_) = 0;  // since the port was opened
 
-  mutable std::mutex error_mutex_;  // guards error_; taken last
-  std::string error_;
+  mutable Mutex error_mutex_;
+  std::string error_ ABSL_GUARDED_BY(error_mutex_);
 };
 
 }  // namespace jxmodel

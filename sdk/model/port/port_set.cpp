@@ -69,7 +69,7 @@ void PortSet::start(PacketReceiver receiver, std::function<void()> pause) {
   receiver_ = std::move(receiver);
   pause_ = std::move(pause);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     running_ = true;
     ++version_;
   }
@@ -78,22 +78,21 @@ void PortSet::start(PacketReceiver receiver, std::function<void()> pause) {
 
 void PortSet::stop() {
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     stopping_ = true;
     changed();
   }
   if (io_thread_.joinable()) io_thread_.join();
-  const std::lock_guard opening(attach_mutex_);
-  const std::lock_guard lock(mutex_);
+  const MutexLock opening(attach_mutex_);
+  const MutexLock lock(mutex_);
   running_ = false;
-  progress_.notify_all();
+  progress_.notifyAll();
   tasks_.clear();
   for (const PortPointer& port : ports_) {
     if (port != nullptr) port->stop();
   }
 }
 
-/// With mutex_ held.
 void PortSet::changed() {
   ++version_;
   wake();
@@ -109,7 +108,7 @@ void PortSet::wake() {
 
 PortSet::PortPointer PortSet::find(uint32_t number) const {
   if (number >= kMaxPorts) return nullptr;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return ports_[number];
 }
 
@@ -118,7 +117,7 @@ std::string PortSet::collisionOf(const PortSpec& spec) const {
   if (spec.number >= kMaxPorts) {
     return here + "port numbers end at " + std::to_string(kMaxPorts - 1);
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopping_) return here + "the ports of the device are stopped";
   if (const PortPointer& taken = ports_[spec.number]) {
     return here + "already attached (" + toString(taken->spec()) + ")";
@@ -136,7 +135,7 @@ std::string PortSet::collisionOf(const PortSpec& spec) const {
 }
 
 bool PortSet::attach(const PortSpec& spec, std::string* error) {
-  const std::lock_guard opening(attach_mutex_);
+  const MutexLock opening(attach_mutex_);
   std::string collision = collisionOf(spec);
   if (!collision.empty()) {
     *error = std::move(collision);
@@ -144,7 +143,7 @@ bool PortSet::attach(const PortSpec& spec, std::string* error) {
   }
   const PortPointer port = open(spec, error);
   if (port == nullptr) return false;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ports_[spec.number] = port;
   for (const int fd : port->descriptors()) {
     if (watch(epoll_.get(), fd, spec.number)) continue;
@@ -161,7 +160,7 @@ bool PortSet::detach(uint32_t number) {
   if (number >= kMaxPorts) return false;
   PortPointer port;
   {
-    std::unique_lock lock(mutex_);
+    const MutexLock lock(mutex_);
     port = std::exchange(ports_[number], nullptr);
     if (port == nullptr) return false;
     closing_.push_back(port.get());
@@ -171,10 +170,14 @@ bool PortSet::detach(uint32_t number) {
     changed();
     // From a round that began after this one on, the I/O thread does not know the port any more.
     const uint64_t without = version_;
-    if (!onIoThread()) progress_.wait(lock, [&] { return !running_ || seen_ >= without; });
+    if (!onIoThread()) {
+      progress_.wait(mutex_, [&]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+        return !running_ || seen_ >= without;
+      });
+    }
   }
   port->stop();
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   closing_.erase(std::find(closing_.begin(), closing_.end(), port.get()));
   return true;
 }
@@ -183,7 +186,7 @@ bool PortSet::setEnabled(uint32_t number, bool enabled) {
   const PortPointer port = find(number);
   if (port == nullptr) return false;
   port->setEnabled(enabled);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   changed();
   return true;
 }
@@ -210,29 +213,31 @@ void PortSet::inject(uint32_t number, PacketBuffer&& packet) {
 }
 
 void PortSet::post(std::function<void()> task) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopping_) return;
   tasks_.push_back(std::move(task));
   changed();
 }
 
 void PortSet::holdCaptures(bool held) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   held_ = held;
   changed();
 }
 
 bool PortSet::waitUntilIdle(std::chrono::milliseconds patience) {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   const uint64_t wanted = version_;
-  progress_.wait_for(lock, patience, [&] { return !running_ || idle_ >= wanted; });
+  progress_.waitFor(mutex_, patience, [&]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return !running_ || idle_ >= wanted;
+  });
   return running_ && idle_ >= wanted;
 }
 
 std::vector<PortStatus> PortSet::list() const {
   std::vector<PortPointer> found;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     for (const PortPointer& port : ports_) {
       if (port != nullptr) found.push_back(port);
     }
@@ -276,23 +281,23 @@ void PortSet::run() {
     flushAll();
     if (!more) {
       if (pause_) pause_();
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       idle_ = round_version_;
-      progress_.notify_all();
+      progress_.notifyAll();
     }
     poll(more ? 0 : -1);
   }
   io_thread_id_ = std::thread::id();
   round_list_.clear();
   round_ports_.fill(nullptr);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   running_ = false;
-  progress_.notify_all();
+  progress_.notifyAll();
 }
 
 /// Takes over what other threads have changed. False if it is time to end.
 bool PortSet::beginRound() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (stopping_) return false;
   round_tasks_ = std::exchange(tasks_, {});
   round_held_ = held_;
@@ -304,7 +309,7 @@ bool PortSet::beginRound() {
     if (port != nullptr) round_list_.push_back(port.get());
   }
   seen_ = version_;
-  progress_.notify_all();
+  progress_.notifyAll();
   return true;
 }
 

@@ -16,15 +16,14 @@
 #include <array>
 #include <bitset>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "model/base/mutex.h"
 #include "model/port/interface_port.h"
 #include "model/port/port.h"
 
@@ -94,7 +93,7 @@ class PortSet {
   std::string collisionOf(const PortSpec& spec) const;
   bool onIoThread() const { return std::this_thread::get_id() == io_thread_id_; }
   void wake();
-  void changed();
+  void changed() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_);
 
   void run();
   bool beginRound();
@@ -109,19 +108,23 @@ class PortSet {
   std::thread io_thread_;
   std::atomic<std::thread::id> io_thread_id_{};
 
-  std::mutex attach_mutex_;  // one port is opened at a time; taken before mutex_
+  Mutex attach_mutex_ ABSL_ACQUIRED_BEFORE(mutex_);  // one port is opened at a time
 
-  mutable std::mutex mutex_;  // guards all up to the next heading
-  std::condition_variable progress_;
-  Ports ports_;
-  std::vector<const Port*> closing_;  // not in ports_ any more, but still open
-  std::vector<std::function<void()>> tasks_;
-  bool held_ = false;
-  bool running_ = false;
-  bool stopping_ = false;
-  uint64_t version_ = 0;  // of all above; counts up with each change
-  uint64_t seen_ = 0;     // version that the current round of the I/O thread works with
-  uint64_t idle_ = 0;     // version with which the I/O thread last had nothing left to do
+  mutable Mutex mutex_;
+  Condition progress_;
+  Ports ports_ ABSL_GUARDED_BY(mutex_);
+  // Not in ports_ any more, but still open.
+  std::vector<const Port*> closing_ ABSL_GUARDED_BY(mutex_);
+  std::vector<std::function<void()>> tasks_ ABSL_GUARDED_BY(mutex_);
+  bool held_ ABSL_GUARDED_BY(mutex_) = false;
+  bool running_ ABSL_GUARDED_BY(mutex_) = false;
+  bool stopping_ ABSL_GUARDED_BY(mutex_) = false;
+  // Of all above; counts up with each change.
+  uint64_t version_ ABSL_GUARDED_BY(mutex_) = 0;
+  // The version that the current round of the I/O thread works with.
+  uint64_t seen_ ABSL_GUARDED_BY(mutex_) = 0;
+  // The version with which the I/O thread last had nothing left to do.
+  uint64_t idle_ ABSL_GUARDED_BY(mutex_) = 0;
 
   // --- the I/O thread's copies, taken when a round begins
   Ports round_ports_;

@@ -6,16 +6,15 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "jxmodel/control.h"
 #include "jxsdk/rt.hpp"
 #include "model/base/faults.h"
+#include "model/base/mutex.h"
 #include "model/rpc/service.h"
 
 namespace jxmodel::control {
@@ -33,7 +32,7 @@ struct ControlServer {
   pid_t owner = 0;  // a forked child has the object, but not the threads
 };
 
-std::mutex start_mutex;
+Mutex start_mutex;
 std::atomic<ControlServer*> running{nullptr};
 
 /// gRPC reports on standard error what the status of the call tells the caller anyway. Who looks
@@ -55,20 +54,22 @@ void stopAtExit() {
   ControlServer* const control = running.load();
   if (control == nullptr || control->owner != getpid()) return;
   struct Done {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool reached = false;
+    Mutex mutex;
+    Condition changed;
+    bool reached ABSL_GUARDED_BY(mutex) = false;
   };
   const auto done = std::make_shared<Done>();
   std::thread([control, done] {
     control->server->Shutdown(std::chrono::system_clock::now());
     control->server->Wait();
-    const std::lock_guard<std::mutex> lock(done->mutex);
+    const MutexLock lock(done->mutex);
     done->reached = true;
-    done->changed.notify_all();
+    done->changed.notifyAll();
   }).detach();
-  std::unique_lock<std::mutex> lock(done->mutex);
-  done->changed.wait_for(lock, std::chrono::seconds(2), [&done] { return done->reached; });
+  const MutexLock lock(done->mutex);
+  done->changed.waitFor(done->mutex, std::chrono::seconds(2),
+                        [&done]()
+                            ABSL_EXCLUSIVE_LOCKS_REQUIRED(done->mutex) { return done->reached; });
 }
 
 /// Whether the address ends in a port that exists; gRPC would take the low 16 bits of a greater
@@ -83,7 +84,7 @@ bool hasPort(const char* address) {
 
 jx_status_t start(const char* address) {
   if (!hasPort(address)) return JX_INVALID_ARGUMENTS;
-  const std::lock_guard<std::mutex> lock(start_mutex);
+  const MutexLock lock(start_mutex);
   if (running.load() != nullptr) return JX_ALREADY_EXISTS;
   std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
   if (session == nullptr) return JX_MAX_SESSIONS_EXCEEDED;

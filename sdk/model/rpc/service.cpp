@@ -2,9 +2,6 @@
 
 #include <google/protobuf/arena.h>
 
-#include <shared_mutex>
-
-#include "model/device/device_gate.h"
 #include "model/rpc/entry_reader.h"
 #include "model/runtime/rt_learn.h"
 
@@ -12,7 +9,7 @@ namespace jxmodel::control {
 namespace {
 
 namespace pb = jx::control::v1;
-using Gate = std::shared_lock<std::shared_mutex>;
+using Gate = ReaderLock;
 
 /// Entries of one message of a stream: enough that the message's own cost is small, few enough that
 /// a device is not held up.

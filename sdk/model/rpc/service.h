@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/device/device_gate.h"
 #include "model/rpc/seats.h"
 #include "switch.grpc.pb.h"
 
@@ -76,10 +77,13 @@ class SwitchService final : public jx::control::v1::Switch::Service {
 
   grpc::Status findPrograms(std::optional<jx_dev_id_t> device,
                             const std::optional<std::string>& program,
-                            std::vector<ProgramPlace>* places) const;
-  grpc::Status findTable(const jx::control::v1::TableRequest& request, TablePlace* place) const;
+                            std::vector<ProgramPlace>* places) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
+  grpc::Status findTable(const jx::control::v1::TableRequest& request, TablePlace* place) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
   grpc::Status describeTable(const ProgramPlace& program, const jxrt::JxRtTable& table,
-                             jx::control::v1::Table* out) const;
+                             jx::control::v1::Table* out) const
+      ABSL_SHARED_LOCKS_REQUIRED(deviceGate());
 
   // A caller who does not read keeps what has happened queued, up to 65536 events, or 64 MiB of
   // packets.

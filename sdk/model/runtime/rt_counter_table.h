@@ -10,8 +10,8 @@ class RtCounterTable final : public RtTable {
   RtCounterTable(const DeviceCore& device, const RtInfo& info, TableState& state);
 
  private:
-  /// Nothing is locked: packets go on counting anyway.
-  std::unique_lock<std::mutex> lockEntries() const override { return {}; }
+  /// Packets go on counting anyway.
+  bool readsWithoutLock() const override { return true; }
   bool hasWrites() const override { return false; }
   uint32_t usage() const override { return description().size; }
   uint32_t slotOf(const RtTableKey& key) const override;

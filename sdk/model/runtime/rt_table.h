@@ -7,11 +7,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "jxsdk/rt.hpp"
+#include "model/base/mutex.h"
 #include "model/notify/device_core.h"
 #include "model/placement/update_reporter.h"
 #include "model/program/program.h"
@@ -147,6 +147,8 @@ class RtTable : public jxrt::JxRtTable {
   RtTable(const DeviceCore& device, const RtInfo& info, TableState& state, Shape shape);
 
   const DeviceCore& device() const { return device_; }
+  /// The device's.
+  Mutex& mutex() const ABSL_LOCK_RETURNED(device_.mutex()) { return device_.mutex(); }
   TableState& state() const { return state_; }
   bool ownsActions() const { return shape_.owns_actions; }
   /// The action that data was given, with all its parameters. JX_INVALID_ARGUMENTS without one.
@@ -161,65 +163,74 @@ class RtTable : public jxrt::JxRtTable {
   }
 
  private:
-  // --- what a kind of table adds. The lock of lockEntries() is held over all but that call; a slot
-  // names an entry as long as it stays. A write that a kind does not have gives JX_NOT_SUPPORTED.
+  // --- what a kind of table adds. A slot names an entry as long as it stays. A write that a kind
+  // does not have gives JX_NOT_SUPPORTED.
 
-  /// Keeps the entries as they are.
-  virtual std::unique_lock<std::mutex> lockEntries() const {
-    return std::unique_lock(device_.mutex());
-  }
+  /// Whether entries stay as they are without the device's mutex, too. Reads do not take it then.
+  virtual bool readsWithoutLock() const { return false; }
   /// Whether entries can be added, modified and deleted at all.
   virtual bool hasWrites() const { return true; }
-  virtual uint32_t usage() const = 0;
+  virtual uint32_t usage() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
   /// kNoSlot if there is no such entry.
-  virtual uint32_t slotOf(const RtTableKey& key) const = 0;
-  virtual uint32_t handleOf(uint32_t slot) const = 0;
+  virtual uint32_t slotOf(const RtTableKey& key) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
+  virtual uint32_t handleOf(uint32_t slot) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
   /// The first used slot from `slot` on, kNoSlot if there is none.
-  virtual uint32_t usedFrom(uint64_t slot) const = 0;
-  virtual void readKey(uint32_t slot, RtTableKey* key) const = 0;
+  virtual uint32_t usedFrom(uint64_t slot) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
+  virtual void readKey(uint32_t slot, RtTableKey* key) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
   /// `flags` of the read.
-  virtual void readData(uint32_t slot, uint64_t flags, RtTableData* data) const = 0;
+  virtual void readData(uint32_t slot, uint64_t flags, RtTableData* data) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) = 0;
 
   virtual jx_status_t add(const UpdateReporter& reporter, const RtTableKey& key,
-                          const RtTableData& data) const;
+                          const RtTableData& data) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   virtual jx_status_t modify(const UpdateReporter& reporter, uint32_t slot,
-                             const RtTableData& data) const;
-  virtual jx_status_t remove(const UpdateReporter& reporter, uint32_t slot) const;
+                             const RtTableData& data) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t remove(const UpdateReporter& reporter, uint32_t slot) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   /// Of a table whose keys have a priority.
-  virtual void move(const UpdateReporter& reporter, uint32_t slot, uint32_t priority) const;
+  virtual void move(const UpdateReporter& reporter, uint32_t slot, uint32_t priority) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
 
-  virtual jx_status_t setDefault(const UpdateReporter& reporter, const RtTableData& data) const;
-  virtual jx_status_t clearDefault(const UpdateReporter& reporter) const;
-  virtual jx_status_t readDefault(RtTableData* data) const;
+  virtual jx_status_t setDefault(const UpdateReporter& reporter, const RtTableData& data) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t clearDefault(const UpdateReporter& reporter) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t readDefault(RtTableData* data) const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
 
   virtual jx_status_t addGroupMember(const UpdateReporter& reporter, uint32_t group_id,
-                                     uint32_t member_id) const;
+                                     uint32_t member_id) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   virtual jx_status_t deleteGroupMember(const UpdateReporter& reporter, uint32_t group_id,
-                                        uint32_t member_id) const;
+                                        uint32_t member_id) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   virtual jx_status_t setGroupMemberActive(const UpdateReporter& reporter, uint32_t group_id,
-                                           uint32_t member_id, bool active) const;
-  virtual jx_status_t setFallback(const UpdateReporter& reporter, uint32_t member_id) const;
-  virtual jx_status_t clearFallback(const UpdateReporter& reporter) const;
-  virtual jx_status_t readFallback(uint32_t* member_id) const;
+                                           uint32_t member_id, bool active) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t setFallback(const UpdateReporter& reporter, uint32_t member_id) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t clearFallback(const UpdateReporter& reporter) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
+  virtual jx_status_t readFallback(uint32_t* member_id) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
 
-  /// Not under the lock. Of a table whose entries age.
+  /// Of a table whose entries age.
   virtual void setIdle(const IdleAttributes& attributes, const jx_rt_target_t& target) const;
-  /// Not under the lock. Of a table with counters.
+  /// Of a table with counters.
   virtual void startSync(const RtTableOperations::CounterSync& sync,
                          std::chrono::milliseconds delay) const;
 
   // --- what all calls share
 
+  /// Keeps the entries as they are while they are read.
+  class ABSL_SCOPED_LOCKABLE ReadLock;
+
   jx_status_t checkRead(const jx_rt_target_t& target, uint64_t flags) const;
   /// Also that the device is one whose tables are written directly.
   jx_status_t checkWrite(const jx_rt_target_t& target, uint64_t flags) const;
-  /// Runs `change(reporter)` under the lock. The call has been checked.
-  template <typename Change>
-  jx_status_t write(const jx_rt_target_t& target, const Change& change) const;
-  /// checkWrite() and write().
-  template <typename Change>
-  jx_status_t checkedWrite(const jx_rt_target_t& target, uint64_t flags,
-                           const Change& change) const;
+  /// For a write, which is reported before another one happens.
+  UpdateReporter reporterTo(const jx_rt_target_t& target) const
+      ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   template <typename Function>
   jx_status_t registerCallback(const jx_rt_target_t& target, bool of_this_kind,
                                UpdateCallback<Function>* place, Function callback,

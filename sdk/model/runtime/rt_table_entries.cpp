@@ -40,6 +40,24 @@ void RtTable::startSync(const RtTableOperations::CounterSync&, milliseconds) con
 
 // --- what the calls share
 
+// The analysis takes the mutex for held in either case.
+class ABSL_SCOPED_LOCKABLE RtTable::ReadLock {
+ public:
+  explicit ReadLock(const RtTable& table)
+      ABSL_EXCLUSIVE_LOCK_FUNCTION(table.mutex()) ABSL_NO_THREAD_SAFETY_ANALYSIS
+      : mutex_(table.readsWithoutLock() ? nullptr : &table.mutex()) {
+    if (mutex_ != nullptr) mutex_->lock();
+  }
+  ~ReadLock() ABSL_UNLOCK_FUNCTION() ABSL_NO_THREAD_SAFETY_ANALYSIS {
+    if (mutex_ != nullptr) mutex_->unlock();
+  }
+  ReadLock(const ReadLock&) = delete;
+  ReadLock& operator=(const ReadLock&) = delete;
+
+ private:
+  Mutex* const mutex_;
+};
+
 jx_status_t RtTable::checkRead(const jx_rt_target_t& target, uint64_t flags) const {
   if ((flags & ~JX_RT_FLAG_FROM_HARDWARE) != 0) return JX_INVALID_ARGUMENTS;
   return checkTarget(target);
@@ -52,18 +70,8 @@ jx_status_t RtTable::checkWrite(const jx_rt_target_t& target, uint64_t flags) co
   return device_.isVirtual() ? JX_SUCCESS : JX_NOT_SUPPORTED;
 }
 
-template <typename Change>
-jx_status_t RtTable::write(const jx_rt_target_t& target, const Change& change) const {
-  const UpdateReporter reporter(state_, {target.dev_id, target.pipe_id});
-  const std::lock_guard lock(device_.mutex());
-  return change(reporter);
-}
-
-template <typename Change>
-jx_status_t RtTable::checkedWrite(const jx_rt_target_t& target, uint64_t flags,
-                                  const Change& change) const {
-  const jx_status_t status = checkWrite(target, flags);
-  return status == JX_SUCCESS ? write(target, change) : status;
+UpdateReporter RtTable::reporterTo(const jx_rt_target_t& target) const {
+  return {state_, {target.dev_id, target.pipe_id}};
 }
 
 // --- reads
@@ -84,7 +92,7 @@ jx_status_t RtTable::tableUsageGet(const jxrt::JxRtSession&, const jx_rt_target_
   const jx_status_t status = checkRead(target, flags);
   if (status != JX_SUCCESS) return status;
   if (count == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   *count = usage();
   return JX_SUCCESS;
 }
@@ -98,7 +106,7 @@ jx_status_t RtTable::tableEntryGet(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   readData(slot, flags, own_data);
@@ -114,7 +122,7 @@ jx_status_t RtTable::tableEntryGetFirst(const jxrt::JxRtSession&, const jx_rt_ta
   RtTableKey* const own_key = own(key);
   RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   const uint32_t slot = usedFrom(0);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   readKey(slot, own_key);
@@ -135,7 +143,7 @@ jx_status_t RtTable::tableEntryGetNext(const jxrt::JxRtSession&, const jx_rt_tar
   if (own_key == nullptr || own_next == nullptr || own_data == nullptr) {
     return JX_INVALID_ARGUMENTS;
   }
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   const uint32_t next = usedFrom(uint64_t{slot} + 1);
@@ -153,7 +161,7 @@ jx_status_t RtTable::tableEntriesGet(const jxrt::JxRtSession&, const jx_rt_targe
   if (status != JX_SUCCESS) return status;
   if (cursor == nullptr || entries == nullptr) return JX_INVALID_ARGUMENTS;
   // The cursor is the slot to go on from: an entry keeps its slot as long as it stays.
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   for (uint32_t seen = 0; seen < count; ++seen) {
     const uint32_t slot = usedFrom(*cursor);
     if (slot == kNoSlot) break;
@@ -174,7 +182,7 @@ jx_status_t RtTable::tableEntryHandleGet(const jxrt::JxRtSession&, const jx_rt_t
   if (status != JX_SUCCESS) return status;
   const RtTableKey* const own_key = own(key);
   if (own_key == nullptr || handle == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   *handle = handleOf(slot);
@@ -188,7 +196,7 @@ jx_status_t RtTable::tableDefaultEntryGet(const jxrt::JxRtSession&, const jx_rt_
   if (status != JX_SUCCESS) return status;
   RtTableData* const own_data = own(data);
   if (own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   return readDefault(own_data);
 }
 
@@ -198,7 +206,7 @@ jx_status_t RtTable::fallbackGet(const jxrt::JxRtSession&, const jx_rt_target_t&
   const jx_status_t status = checkTarget(target);
   if (status != JX_SUCCESS) return status;
   if (member_id == nullptr) return JX_INVALID_ARGUMENTS;
-  const auto lock = lockEntries();
+  const ReadLock lock(*this);
   return readFallback(member_id);
 }
 
@@ -213,8 +221,8 @@ jx_status_t RtTable::tableEntryAdd(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   const RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  return write(target,
-               [&](const UpdateReporter& reporter) { return add(reporter, *own_key, *own_data); });
+  const MutexLock lock(mutex());
+  return add(reporterTo(target), *own_key, *own_data);
 }
 
 jx_status_t RtTable::tableEntryMod(const jxrt::JxRtSession&, const jx_rt_target_t& target,
@@ -227,10 +235,9 @@ jx_status_t RtTable::tableEntryMod(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
   if (!hasWrites()) return JX_NOT_SUPPORTED;
-  return write(target, [&](const UpdateReporter& reporter) {
-    const uint32_t slot = slotOf(*own_key);
-    return slot == kNoSlot ? JX_OBJECT_NOT_FOUND : modify(reporter, slot, *own_data);
-  });
+  const MutexLock lock(mutex());
+  const uint32_t slot = slotOf(*own_key);
+  return slot == kNoSlot ? JX_OBJECT_NOT_FOUND : modify(reporterTo(target), slot, *own_data);
 }
 
 jx_status_t RtTable::tableEntryMove(const jxrt::JxRtSession&, const jx_rt_target_t& target,
@@ -241,12 +248,11 @@ jx_status_t RtTable::tableEntryMove(const jxrt::JxRtSession&, const jx_rt_target
   const RtTableKey* const own_key = own(key);
   if (own_key == nullptr) return JX_INVALID_ARGUMENTS;
   if (!description().has_priority) return JX_NOT_SUPPORTED;
-  return write(target, [&](const UpdateReporter& reporter) {
-    const uint32_t slot = slotOf(*own_key);
-    if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
-    move(reporter, slot, own_key->priority());
-    return JX_SUCCESS;
-  });
+  const MutexLock lock(mutex());
+  const uint32_t slot = slotOf(*own_key);
+  if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
+  move(reporterTo(target), slot, own_key->priority());
+  return JX_SUCCESS;
 }
 
 jx_status_t RtTable::tableEntryDel(const jxrt::JxRtSession&, const jx_rt_target_t& target,
@@ -257,10 +263,9 @@ jx_status_t RtTable::tableEntryDel(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   if (own_key == nullptr) return JX_INVALID_ARGUMENTS;
   if (!hasWrites()) return JX_NOT_SUPPORTED;
-  return write(target, [&](const UpdateReporter& reporter) {
-    const uint32_t slot = slotOf(*own_key);
-    return slot == kNoSlot ? JX_OBJECT_NOT_FOUND : remove(reporter, slot);
-  });
+  const MutexLock lock(mutex());
+  const uint32_t slot = slotOf(*own_key);
+  return slot == kNoSlot ? JX_OBJECT_NOT_FOUND : remove(reporterTo(target), slot);
 }
 
 // --- writes of defaults, groups and fallbacks
@@ -272,60 +277,70 @@ jx_status_t RtTable::tableDefaultEntrySet(const jxrt::JxRtSession&, const jx_rt_
   if (status != JX_SUCCESS) return status;
   const RtTableData* const own_data = own(data);
   if (own_data == nullptr) return JX_INVALID_ARGUMENTS;
-  return write(target,
-               [&](const UpdateReporter& reporter) { return setDefault(reporter, *own_data); });
+  const MutexLock lock(mutex());
+  return setDefault(reporterTo(target), *own_data);
 }
 
 jx_status_t RtTable::tableDefaultEntryClear(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                             uint64_t flags) const {
   JXMODEL_ENTRY("JxRtTable::tableDefaultEntryClear");
-  return checkedWrite(target, flags,
-                      [&](const UpdateReporter& reporter) { return clearDefault(reporter); });
+  const jx_status_t status = checkWrite(target, flags);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return clearDefault(reporterTo(target));
 }
 
 jx_status_t RtTable::groupMemberAdd(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                     uint32_t group_id, uint32_t member_id) const {
   JXMODEL_ENTRY("JxRtTable::groupMemberAdd");
-  return checkedWrite(target, 0, [&](const UpdateReporter& reporter) {
-    return addGroupMember(reporter, group_id, member_id);
-  });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return addGroupMember(reporterTo(target), group_id, member_id);
 }
 
 jx_status_t RtTable::groupMemberDel(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                     uint32_t group_id, uint32_t member_id) const {
   JXMODEL_ENTRY("JxRtTable::groupMemberDel");
-  return checkedWrite(target, 0, [&](const UpdateReporter& reporter) {
-    return deleteGroupMember(reporter, group_id, member_id);
-  });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return deleteGroupMember(reporterTo(target), group_id, member_id);
 }
 
 jx_status_t RtTable::groupMemberActivate(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                          uint32_t group_id, uint32_t member_id) const {
   JXMODEL_ENTRY("JxRtTable::groupMemberActivate");
-  return checkedWrite(target, 0, [&](const UpdateReporter& reporter) {
-    return setGroupMemberActive(reporter, group_id, member_id, true);
-  });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return setGroupMemberActive(reporterTo(target), group_id, member_id, true);
 }
 
 jx_status_t RtTable::groupMemberDeactivate(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                            uint32_t group_id, uint32_t member_id) const {
   JXMODEL_ENTRY("JxRtTable::groupMemberDeactivate");
-  return checkedWrite(target, 0, [&](const UpdateReporter& reporter) {
-    return setGroupMemberActive(reporter, group_id, member_id, false);
-  });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return setGroupMemberActive(reporterTo(target), group_id, member_id, false);
 }
 
 jx_status_t RtTable::fallbackSet(const jxrt::JxRtSession&, const jx_rt_target_t& target,
                                  uint32_t member_id) const {
   JXMODEL_ENTRY("JxRtTable::fallbackSet");
-  return checkedWrite(
-      target, 0, [&](const UpdateReporter& reporter) { return setFallback(reporter, member_id); });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return setFallback(reporterTo(target), member_id);
 }
 
 jx_status_t RtTable::fallbackClear(const jxrt::JxRtSession&, const jx_rt_target_t& target) const {
   JXMODEL_ENTRY("JxRtTable::fallbackClear");
-  return checkedWrite(target, 0,
-                      [&](const UpdateReporter& reporter) { return clearFallback(reporter); });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  const MutexLock lock(mutex());
+  return clearFallback(reporterTo(target));
 }
 
 // --- who is told of updates, aged entries and syncs
@@ -334,11 +349,12 @@ template <typename Function>
 jx_status_t RtTable::registerCallback(const jx_rt_target_t& target, bool of_this_kind,
                                       UpdateCallback<Function>* place, Function callback,
                                       void* cookie) const {
-  return checkedWrite(target, 0, [&](const UpdateReporter&) {
-    if (!of_this_kind) return JX_NOT_SUPPORTED;
-    *place = {callback, cookie};
-    return JX_SUCCESS;
-  });
+  const jx_status_t status = checkWrite(target, 0);
+  if (status != JX_SUCCESS) return status;
+  if (!of_this_kind) return JX_NOT_SUPPORTED;
+  const MutexLock lock(mutex());
+  *place = {callback, cookie};
+  return JX_SUCCESS;
 }
 
 jx_status_t RtTable::matUpdateCbRegister(const jxrt::JxRtSession&, const jx_rt_target_t& target,

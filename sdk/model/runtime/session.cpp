@@ -2,20 +2,22 @@
 
 #include <array>
 #include <atomic>
-#include <mutex>
 #include <vector>
 
 #include "model/base/faults.h"
+#include "model/base/mutex.h"
 
 namespace jxmodel {
 namespace {
 
 /// Living sessions by handle minus 1. Readers look without a lock.
 struct Sessions {
-  std::mutex mutex;  // held to create, to end, and over `owned`
+  Mutex mutex;  // held to create and to end
   std::array<std::atomic<RtSession*>, kMaxSessions> living{};
-  uint32_t next = 0;  // where the search for a free place begins: handles come back late
-  std::vector<std::shared_ptr<RtSession>> owned;  // made through the C face, until destroyed
+  // Where the search for a free place begins: handles come back late.
+  uint32_t next ABSL_GUARDED_BY(mutex) = 0;
+  // Made through the C face, until destroyed.
+  std::vector<std::shared_ptr<RtSession>> owned ABSL_GUARDED_BY(mutex);
 };
 
 /// Never destroyed: sessions may live until the process ends.
@@ -33,7 +35,7 @@ RtSession* living(uint32_t handle) {
 
 std::shared_ptr<RtSession> RtSession::create() {
   Sessions& all = sessions();
-  const std::lock_guard lock(all.mutex);
+  const MutexLock lock(all.mutex);
   for (uint32_t tried = 0; tried < kMaxSessions; ++tried) {
     const uint32_t place = (all.next + tried) % kMaxSessions;
     if (all.living[place].load(std::memory_order_relaxed) != nullptr) continue;
@@ -93,7 +95,7 @@ jx_status_t jx_rt_session_create(jx_rt_session_hdl** session) {
   auto made = jxmodel::RtSession::create();
   if (!made) return JX_MAX_SESSIONS_EXCEEDED;
   *session = jxmodel::toHandle(made.get());
-  const std::lock_guard lock(sessions().mutex);
+  const jxmodel::MutexLock lock(sessions().mutex);
   sessions().owned.push_back(std::move(made));
   return JX_SUCCESS;
 }
@@ -102,7 +104,7 @@ jx_status_t jx_rt_session_destroy(jx_rt_session_hdl* session) {
   JXMODEL_ENTRY("jx_rt_session_destroy");
   if (session == nullptr) return JX_INVALID_ARGUMENTS;
   std::shared_ptr<jxmodel::RtSession> ended;  // ends after the lock
-  const std::lock_guard lock(sessions().mutex);
+  const jxmodel::MutexLock lock(sessions().mutex);
   auto& owned = sessions().owned;
   for (auto& candidate : owned) {
     if (jxmodel::toHandle(candidate.get()) != session) continue;

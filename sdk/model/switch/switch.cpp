@@ -22,7 +22,7 @@ Switch::~Switch() { end(); }
 
 void Switch::end() {
   ports_.stop();
-  const std::lock_guard lock(tap_mutex_);
+  const MutexLock lock(tap_mutex_);
   ended_ = true;
   for (const auto& tap : taps_) tap->end();
 }
@@ -69,7 +69,7 @@ Trace Switch::trace(uint32_t port, PacketBuffer packet) const {
 
 std::shared_ptr<Tap> Switch::openTap(uint32_t port, TapDirection direction) {
   auto tap = std::make_shared<Tap>(port, direction);
-  const std::lock_guard lock(tap_mutex_);
+  const MutexLock lock(tap_mutex_);
   if (ended_) tap->end();
   taps_.push_back(tap);
   tapped_.store(true, std::memory_order_release);
@@ -77,13 +77,13 @@ std::shared_ptr<Tap> Switch::openTap(uint32_t port, TapDirection direction) {
 }
 
 void Switch::closeTap(const std::shared_ptr<Tap>& tap) {
-  const std::lock_guard lock(tap_mutex_);
+  const MutexLock lock(tap_mutex_);
   taps_.erase(std::remove(taps_.begin(), taps_.end(), tap), taps_.end());
   tapped_.store(!taps_.empty(), std::memory_order_release);
 }
 
 void Switch::showTaps(uint32_t port, const PacketBuffer& packet, bool leaving) {
-  const std::lock_guard lock(tap_mutex_);
+  const MutexLock lock(tap_mutex_);
   for (const auto& tap : taps_) {
     if (tap->wants(port, leaving)) tap->put(packet, leaving);
   }

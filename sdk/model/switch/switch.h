@@ -16,10 +16,10 @@
 #include <bitset>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "model/base/mutex.h"
 #include "model/notify/events.h"
 #include "model/pipeline/pipeline.h"
 #include "model/port/port_set.h"
@@ -84,9 +84,9 @@ class Switch final : private Egress {
   std::vector<uint32_t> flood_ports_;  // the I/O thread's
 
   std::atomic<bool> tapped_{false};
-  std::mutex tap_mutex_;  // guards all up to the ports
-  std::vector<std::shared_ptr<Tap>> taps_;
-  bool ended_ = false;
+  Mutex tap_mutex_;
+  std::vector<std::shared_ptr<Tap>> taps_ ABSL_GUARDED_BY(tap_mutex_);
+  bool ended_ ABSL_GUARDED_BY(tap_mutex_) = false;
 
   PortSet ports_;  // last: its thread uses all of the above
 };

@@ -3,7 +3,7 @@
 namespace jxmodel {
 
 void Tap::put(const PacketBuffer& packet, bool leaving) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   const size_t cost = sizeof(Seen) + PacketBuffer::kHeadroom + packet.size();
   if (bytes_ + cost > kMaxBytes) {
     ++lost_;
@@ -11,18 +11,20 @@ void Tap::put(const PacketBuffer& packet, bool leaving) {
   }
   bytes_ += cost;
   queue_.push_back({packet.copy(), leaving});
-  changed_.notify_one();
+  changed_.notifyOne();
 }
 
 void Tap::end() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
-  changed_.notify_all();
+  changed_.notifyAll();
 }
 
 Tap::Harvest Tap::take(std::chrono::milliseconds patience) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, patience, [this] { return ended_ || !queue_.empty(); });
+  const MutexLock lock(mutex_);
+  changed_.waitFor(mutex_, patience, [this]() ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex_) {
+    return ended_ || !queue_.empty();
+  });
   Harvest harvest;
   harvest.packets.swap(queue_);
   harvest.lost = lost_;

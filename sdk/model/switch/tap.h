@@ -3,11 +3,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
+#include "model/base/mutex.h"
 #include "model/port/packet_buffer.h"
 
 namespace jxmodel {
@@ -45,12 +44,12 @@ class Tap {
 
   const uint32_t port_;
   const TapDirection direction_;
-  std::mutex mutex_;  // guards all below
-  std::condition_variable changed_;
-  std::vector<Seen> queue_;
-  size_t bytes_ = 0;
-  uint64_t lost_ = 0;
-  bool ended_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  std::vector<Seen> queue_ ABSL_GUARDED_BY(mutex_);
+  size_t bytes_ ABSL_GUARDED_BY(mutex_) = 0;
+  uint64_t lost_ ABSL_GUARDED_BY(mutex_) = 0;
+  bool ended_ ABSL_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace jxmodel

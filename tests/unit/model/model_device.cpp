@@ -192,7 +192,7 @@ jxmodel::TableState& ModelDevice::state(const std::string& name) const {
 
 std::vector<std::string> ModelDevice::dump() const {
   std::vector<std::string> all;
-  const std::lock_guard lock(device_->mutex());
+  const jxmodel::MutexLock lock(device_->mutex());
   for (const auto& info : device_->infos()) {
     for (const TableState* state : info->states()) {
       std::vector<std::string> lines;

@@ -59,7 +59,7 @@ class IdleTest : public NotifyTest {
     update.placement.header.ttl_ms = ttl_ms;
     update.placement.key = key.data();
     const auto kept = device();
-    const std::lock_guard lock(kept->mutex());
+    const jxmodel::MutexLock lock(kept->mutex());
     ASSERT_EQ(jxmodel::processPlacement(table, update), JX_SUCCESS);
   }
   void add(uint32_t handle, uint32_t ttl_ms) const {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <mutex>
 #include <set>
 
 #include "bench/slots.h"
@@ -24,7 +23,7 @@ class Routes {
   void renew() {
     for (uint32_t route = 0; route < slots_.size(); ++route) {
       {
-        const std::lock_guard<std::mutex> lock(router_->device().mutex());
+        const jxmodel::MutexLock lock(router_->device().mutex());
         router_->table("ipv4_lpm").match->remove(slots_[route]);
       }
       slots_[route] = add(route);

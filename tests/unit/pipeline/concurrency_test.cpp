@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <thread>
 
 #include "support/wait_until.h"
@@ -60,7 +59,7 @@ class BesideUpdates : public testing::Test {
                         memberResult(member));
   }
   void remove(const std::string& table, uint32_t slot) {
-    const std::lock_guard<std::mutex> lock(router_->device().mutex());
+    const jxmodel::MutexLock lock(router_->device().mutex());
     router_->table(table).match->remove(slot);
   }
 
@@ -119,7 +118,7 @@ TEST_F(BesideUpdates, AMemberIsChangedAsAWhole) {
       },
       [&](uint32_t round) {
         const Packed params = nextHop(1 + round % 500);
-        const std::lock_guard<std::mutex> lock(router_->device().mutex());
+        const jxmodel::MutexLock lock(router_->device().mutex());
         router_->table("nexthops")
             .members->modify(members_[0], router_->action("set_nexthop", params));
       });
@@ -142,7 +141,7 @@ TEST_F(BesideUpdates, AnEntryIsModifiedAsAWholeWhileItsMembersComeAndGo) {
       [&](uint32_t round) {
         const uint32_t fresh =
             router_->addMember("nexthops", 100 + round, "set_nexthop", nextHop(1 + round % 300));
-        const std::lock_guard<std::mutex> lock(router_->device().mutex());
+        const jxmodel::MutexLock lock(router_->device().mutex());
         router_->table("ipv4_lpm").match->modify(route, 0, memberResult(fresh));
         ASSERT_EQ(router_->table("nexthops").members->remove(current), JX_SUCCESS);
         current = fresh;
@@ -158,7 +157,7 @@ TEST_F(BesideUpdates, AGroupOrItsFallbackIsAlwaysThere) {
   std::atomic<uint32_t> lost{0};
   besideEachOther([&] { lost += portOf(router_->pipeline()) == 0 ? 1 : 0; },
                   [&](uint32_t) {
-                    const std::lock_guard<std::mutex> lock(router_->device().mutex());
+                    const jxmodel::MutexLock lock(router_->device().mutex());
                     groups.setFallback(members_[1]);
                     groups.setActive(group, members_[0], false);
                     groups.setActive(group, members_[0], true);
@@ -193,7 +192,7 @@ TEST_F(BesideUpdates, AnAccessRuleThatMovesIsAlwaysInForce) {
                     const uint32_t mask = ~uint32_t{0} << (round % 2 == 0 ? 8 : 0);
                     const uint32_t fresh = rule(3 + round, mask, "permit", 5 + round % 7);
                     {
-                      const std::lock_guard<std::mutex> lock(router_->device().mutex());
+                      const jxmodel::MutexLock lock(router_->device().mutex());
                       router_->table("acl").match->move(permit, 2 + round % 9);
                     }
                     remove("acl", permit);
@@ -219,7 +218,7 @@ TEST_F(BesideUpdates, ALookUpInTheMiddleOfARemovalDoesNotCount) {
   addRoute(1, 24, members_[0]);
   Middle middle{*router_->table("ipv4_lpm").match, Packed().add(kFlow.dst, 4)};
   {
-    const std::lock_guard<std::mutex> lock(router_->device().mutex());
+    const jxmodel::MutexLock lock(router_->device().mutex());
     router_->device().reclaimer()->defer(look_up, &middle, 0);
   }
   jxmodel::MatchTable::Applied applied;

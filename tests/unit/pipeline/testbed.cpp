@@ -1,6 +1,5 @@
 #include "unit/pipeline/testbed.h"
 
-#include <mutex>
 #include <stdexcept>
 
 namespace jxpipelinetest {
@@ -58,7 +57,7 @@ jxmodel::BoundAction Testbed::action(const std::string& name, const Packed& para
 
 uint32_t Testbed::add(const std::string& name, uint32_t handle, const Packed& key,
                       uint32_t priority, const MatchResult& result) {
-  const std::lock_guard<std::mutex> lock(device_->mutex());
+  const jxmodel::MutexLock lock(device_->mutex());
   uint32_t slot = jxmodel::kNoSlot;
   must(table(name).match->add({handle, key.data(), priority, 0, result}, &slot));
   return slot;
@@ -74,7 +73,7 @@ uint32_t Testbed::addAction(const std::string& name, uint32_t handle, const Pack
 
 uint32_t Testbed::addMember(const std::string& name, uint32_t handle,
                             const std::string& action_name, const Packed& params) {
-  const std::lock_guard<std::mutex> lock(device_->mutex());
+  const jxmodel::MutexLock lock(device_->mutex());
   uint32_t slot = jxmodel::kNoSlot;
   must(table(name).members->add(handle, handle, action(action_name, params), &slot));
   return slot;
@@ -84,7 +83,7 @@ uint32_t Testbed::addGroup(const std::string& name, uint32_t handle,
                            const std::vector<uint32_t>& members) {
   std::vector<jxmodel::SelectorTable::Member> active;
   for (const uint32_t member : members) active.push_back({member, true});
-  const std::lock_guard<std::mutex> lock(device_->mutex());
+  const jxmodel::MutexLock lock(device_->mutex());
   uint32_t slot = jxmodel::kNoSlot;
   must(table(name).groups->create(handle, handle, 0, active, &slot));
   return slot;
