@@ -354,7 +354,8 @@ void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
       receiveTurn(s, receiveFd);
     }
   } catch (const std::bad_alloc&) {
-    PARTNER_STOP("false", "Cannot handle a message from SliceAgent: ", strerror(ENOMEM));
+    PARTNER_STOP_WITHOUT_MEMORY("false",
+                                "Cannot handle a message from SliceAgent: Cannot allocate memory");
   }
 }
 

@@ -177,7 +177,7 @@ TEST(Shortage, AReceiveThreadWithoutMemorySaysWhy) {
   constexpr uint16_t kLength = 54321;
   NotifyPair pair;
   pair.registerDigest();
-  ASSERT_EQ(pair.partner.ask("no-array " + std::to_string(kLength)), "done");
+  ASSERT_EQ(pair.partner.ask("no-memory-from " + std::to_string(kLength)), "done");
   pair.reverse.send(digestRecordOfLength(kLength, {1, 2, 3}));
   expectStop(pair.partner,
              {"Error: Cannot handle a message from SliceAgent: Cannot allocate memory",
@@ -186,9 +186,8 @@ TEST(Shortage, AReceiveThreadWithoutMemorySaysWhy) {
 
 TEST(Shortage, AnAgentWithoutMemorySaysWhy) {
   NotifyAgentPair pair;
-  ASSERT_EQ(
-      pair.agent.ask("no-object " + std::to_string(sizeof(PartnerLib::DigestNotifyCookieStruct))),
-      "done");
+  constexpr size_t kSize = sizeof(PartnerLib::DigestNotifyCookieStruct);
+  ASSERT_EQ(pair.agent.ask("no-memory-from " + std::to_string(kSize)), "done");
   pair.partner.send(DigestRequest{}.message(pair.partner.pid()));
   expectStop(pair.agent, {"Error: Cannot handle a request: Cannot allocate memory",
                           "JexPartnerLibServer", "PartnerLibServerSetup(", "false"});
