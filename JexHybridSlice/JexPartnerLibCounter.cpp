@@ -82,8 +82,15 @@ void answerBarrier(int replySocket, uint64_t timestamp) {
   socketSend(replySocket, &reply, sizeof(reply));
 }
 
+/// With the mutex held.
+bool isStopped(CounterReadStruct_t* rec) {
+  const auto found = syncStates.find(rec);
+  return found != syncStates.end() && found->second.stopped.load(std::memory_order_relaxed);
+}
+
 /// Answers the barrier that waited for the sync that has completed, and makes the barrier that came
-/// meanwhile the pending one. A record that was stopped is no exception.
+/// meanwhile the pending one. A record that was stopped is no exception, but in a process that is a
+/// Partner too: there the barrier is sent anew, and the loop, which finds no record, answers it.
 void completeBarrier(CounterReadStruct_t* rec) {
   uint64_t answered = 0;
   uint64_t promoted = 0;
@@ -96,7 +103,8 @@ void completeBarrier(CounterReadStruct_t* rec) {
       return;
     }
     promoted = rec->nextBarrier;
-    storeFenced(rec->pendingBarrier, promoted);
+    const bool loopAnswers = pSocket != nullptr && isStopped(rec);
+    storeFenced(rec->pendingBarrier, loopAnswers ? 0 : promoted);
     storeFenced(rec->nextBarrier, 0);
   }
   answerBarrier(rec->replySocket, answered);

@@ -3,7 +3,6 @@
 #include <nanomsg/nn.h>
 #include <nanomsg/pair.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -160,7 +159,7 @@ bool PartnerLibServerSetup(jx_rt_session_hdl* session, uint8_t dev, int32_t time
       serveRequest(&socket, &message, dev, sessHdl, timeout);
     }
   } catch (const std::bad_alloc&) {
-    PARTNER_STOP("false", "Cannot handle a request: ", strerror(ENOMEM));
+    PARTNER_STOP_WITHOUT_MEMORY("false", "Cannot handle a request: Cannot allocate memory");
   }
 }
 

@@ -47,6 +47,12 @@ constexpr int RECV_TIMEOUT_MS = 100;
 // Two threads can both see room for the one message that fits; this bounds the wait of the second,
 // whose attempt then counts as one that found no room.
 constexpr int SEND_TIMEOUT_MS = 100;
+// What nanomsg opens until a side is up: two for its thread, one for each direction of a socket,
+// one for each bound address and each connection. With fewer it aborts, never returns, or never
+// takes the connection of the reverse path, so they are tried first. An agent needs more for each
+// Partner; those can come later.
+constexpr int AGENT_DESCRIPTORS = 2 + 1 + 1;
+constexpr int PARTNER_DESCRIPTORS = 2 + 1 + 1 + 2 + 1 + 1;
 // The receive thread takes at most this many messages between two attempts to send, so that a
 // SliceAgent that sends without a pause cannot keep it from the next attempt.
 constexpr int MAX_TAKEN_BETWEEN_ATTEMPTS = 64;
@@ -70,24 +76,32 @@ bool lastErrorIsFatal() {
   }
 }
 
-/// A socket; negative if nanomsg gives none. Its first one needs two descriptors for its thread,
-/// and where they cannot be opened nn_socket() aborts the process or never returns: they are tried
-/// first.
-int openSocket(int protocol) {
-  const int first = eventfd(0, EFD_CLOEXEC);
-  const int second = eventfd(0, EFD_CLOEXEC);
-  if (first >= 0) {
-    close(first);
+/// Whether the process can open `count` descriptors now.
+bool canOpen(int count) {
+  if (count == 0) {
+    return true;
   }
-  if (second >= 0) {
-    close(second);
+  const int fd = eventfd(0, EFD_CLOEXEC);
+  if (fd < 0) {
+    return false;
   }
-  return first < 0 || second < 0 ? -1 : nn_socket(AF_SP, protocol);
+  const bool others = canOpen(count - 1);
+  close(fd);
+  return others;
+}
+
+/// Stops where no thread can be made. nanomsg makes one for its first socket, and aborts without.
+void tryThread(const StopPlace& place) {
+  try {
+    std::thread([] {}).join();
+  } catch (const std::system_error& error) {
+    PARTNER_STOP_AT(place, "thread.joinable()", "Cannot start a thread: ", error.code().message());
+  }
 }
 
 /// A socket whose receives cannot wait for ever; negative if nanomsg gives none.
 int openReceivingSocket(int protocol) {
-  const int sock = openSocket(protocol);
+  const int sock = nn_socket(AF_SP, protocol);
   if (sock >= 0) {
     nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
   }
@@ -206,11 +220,12 @@ bool PartnerSocket::init(std::string name, bool testMode) {
     nn_init();  // nothing to do unless an earlier shutdown() terminated nanomsg
   }
   numFds = 0;
+  tryThread(PARTNER_HERE);
   return clientMode == 0 ? initAgent(name) : initClient(name, testMode, PARTNER_HERE);
 }
 
 bool PartnerSocket::initAgent(const std::string& name) {
-  socket_ = openReceivingSocket(NN_PULL);
+  socket_ = canOpen(AGENT_DESCRIPTORS) ? openReceivingSocket(NN_PULL) : -1;
   if (socket_ < 0) {
     return false;
   }
@@ -225,7 +240,7 @@ bool PartnerSocket::initAgent(const std::string& name) {
 }
 
 bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
-  socket_ = openSocket(NN_PUSH);
+  socket_ = canOpen(PARTNER_DESCRIPTORS) ? nn_socket(AF_SP, NN_PUSH) : -1;
   if (socket_ < 0) {
     PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
   }
@@ -354,7 +369,8 @@ void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
       receiveTurn(s, receiveFd);
     }
   } catch (const std::bad_alloc&) {
-    PARTNER_STOP("false", "Cannot handle a message from SliceAgent: ", strerror(ENOMEM));
+    PARTNER_STOP_WITHOUT_MEMORY("false",
+                                "Cannot handle a message from SliceAgent: Cannot allocate memory");
   }
 }
 

@@ -34,13 +34,12 @@ bool waitForReader(Clock::time_point deadline) {
 
 }  // namespace
 
-void writeLine(const std::string& text) {
+void writeLine(std::string_view text) {
   const Clock::time_point deadline = Clock::now() + READER_PATIENCE;
-  std::string_view rest = text;
-  while (!rest.empty()) {
-    const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
+  while (!text.empty()) {
+    const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
     if (written > 0) {
-      rest.remove_prefix(static_cast<size_t>(written));
+      text.remove_prefix(static_cast<size_t>(written));
     } else if (written == 0 || (errno != EINTR && (errno != EAGAIN || !waitForReader(deadline)))) {
       return;  // nobody reads it
     }
@@ -48,7 +47,11 @@ void writeLine(const std::string& text) {
 }
 
 void stopWithLine(const StopPlace& place, const char* expression, const std::string& message) {
-  writeLine("Error: " + message + '\n');
+  stopWithWholeLine(place, expression, "Error: " + message + '\n');
+}
+
+void stopWithWholeLine(const StopPlace& place, const char* expression, std::string_view line) {
+  writeLine(line);
   __assert_fail(expression, place.file, place.line, place.function);
 }
 

@@ -27,11 +27,17 @@ constexpr size_t sourceOffset(std::string_view path) {
 
 /// Writes `text` to standard error in one write. Where that is a full pipe that does not block, it
 /// waits for the reader, 5 seconds at most; then the text is lost.
-void writeLine(const std::string& text);
+void writeLine(std::string_view text);
 
 /// Writes "Error: ", `message` and an end of line, then fails the assertion `expression`.
 [[noreturn]] void stopWithLine(const StopPlace& place, const char* expression,
                                const std::string& message);
+
+/// Writes `line`, which is whole from "Error: " to its end, and fails the assertion `expression`.
+/// Allocates nothing. The C library's malloc makes the assertion's line; without that, it prints
+/// "Unexpected error." in its place and aborts all the same.
+[[noreturn]] void stopWithWholeLine(const StopPlace& place, const char* expression,
+                                    std::string_view line);
 
 /// A value as it stands in a message: text as it is, a number in decimal.
 inline std::string_view messagePart(std::string_view text) { return text; }
@@ -66,6 +72,11 @@ std::string messageOf(const Parts&... parts) {
 
 /// Stops here.
 #define PARTNER_STOP(condition, ...) PARTNER_STOP_AT(PARTNER_HERE, condition, __VA_ARGS__)
+
+/// Stops here without memory: `message` is one string literal.
+#define PARTNER_STOP_WITHOUT_MEMORY(condition, message)                         \
+  ::PartnerLib::stopWithWholeLine(PARTNER_HERE, "\"" condition "\" == nullptr", \
+                                  "Error: " message "\n")
 
 /// Stops here unless `holds`.
 #define PARTNER_REQUIRE(holds, condition, ...) \

@@ -8,8 +8,8 @@
 #
 # The second form runs all that can come to wait for each other, as fast as it goes, and nothing else:
 # an agent and a partner with threads that write, digests, barriers, heartbeats, notifications that
-# are armed and disarmed, and counters that are started and stopped (docs/design/waiting.md). It fails
-# when one of these stands still.
+# are armed and disarmed, and counters that are started and stopped, and partners that register
+# meanwhile (docs/design/waiting.md). It fails when one of these stands still.
 #
 # It fails, with status 1, when a process ends unexpectedly or says "Error: ", when the memory,
 # descriptors or threads of a process grow beyond their bounds after the warm-up, and when the

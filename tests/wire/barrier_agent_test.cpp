@@ -392,5 +392,23 @@ TEST(BarrierAgent, AQueuedBarrierOfAStoppedTableIsPlainIfItIsAPartnerToo) {
   pair.fence();
 }
 
+// The second sync finds no barrier: the one that the first sync sent anew has its answer.
+TEST(BarrierAgent, SeveralSyncsOfAStoppedTableAnswerABarrierOnceIfItIsAPartnerToo) {
+  StartedAgent pair;
+  ASSERT_EQ(pair.agent.ask("become-partner"), "true") << pair.agent.standardError();
+  pair.hold();
+  pair.update();
+  for (const uint64_t name : {1, 2}) pair.sendBarrier(kPairs, name);
+  pair.disable(kPairs);
+  pair.fence();
+  EXPECT_EQ(pair.agent.ask("waiting"), "2");
+  pair.release();
+  EXPECT_EQ(pair.partner.receive(), barrierReply(1));
+  EXPECT_EQ(pair.partner.receive(), barrierReply(2));
+  pair.becomeIdle();
+  pair.fence();
+  pair.fence();  // one of them is behind what the agent sent to itself
+}
+
 }  // namespace
 }  // namespace jextest

@@ -11,7 +11,8 @@ namespace jextest {
 namespace {
 
 std::atomic<size_t> failing_size{0};
-std::atomic<size_t> throwing_size{0};
+std::atomic<size_t> last_size{0};
+std::atomic<bool> memory_gone{false};
 std::atomic<size_t> reused_size{0};
 std::atomic<void*> reused_address{nullptr};
 std::atomic<long> arrays{0};
@@ -70,9 +71,15 @@ void giveArray(void* array) noexcept {
   std::free(head);
 }
 
-/// Throws if a new of `size` bytes has to.
+/// Whether there is memory for a new of `size` bytes.
+bool memoryLeftFor(size_t size) {
+  if (meets(last_size, size)) memory_gone = true;
+  return !memory_gone;
+}
+
+/// Throws if there is no memory for a new of `size` bytes.
 size_t checked(size_t size) {
-  if (meets(throwing_size, size)) throw std::bad_alloc();
+  if (!memoryLeftFor(size)) throw std::bad_alloc();
   return size;
 }
 
@@ -85,7 +92,7 @@ void* orThrow(void* memory) {
 
 void failNothrowNewOf(size_t size) { failing_size = size; }
 
-void failNewOf(size_t size) { throwing_size = size; }
+void failNewsFrom(size_t size) { last_size = size; }
 
 void reuseInNewOf(size_t size, void* address) {
   reused_address = address;
@@ -107,6 +114,7 @@ size_t jextest::arraySize(const void* array) {
 
 using jextest::checked;
 using jextest::giveArray;
+using jextest::memoryLeftFor;
 using jextest::orThrow;
 using jextest::takeArray;
 using jextest::takeSingle;
@@ -114,9 +122,12 @@ using jextest::takeSingle;
 void* operator new(size_t size) { return orThrow(takeSingle(checked(size))); }
 void* operator new[](size_t size) { return orThrow(takeArray(checked(size))); }
 void* operator new(size_t size, const std::nothrow_t&) noexcept {
-  return jextest::meets(jextest::failing_size, size) ? nullptr : takeSingle(size);
+  const bool fails = jextest::meets(jextest::failing_size, size) || !memoryLeftFor(size);
+  return fails ? nullptr : takeSingle(size);
 }
-void* operator new[](size_t size, const std::nothrow_t&) noexcept { return takeArray(size); }
+void* operator new[](size_t size, const std::nothrow_t&) noexcept {
+  return memoryLeftFor(size) ? takeArray(size) : nullptr;
+}
 void operator delete(void* block) noexcept { std::free(block); }
 void operator delete[](void* array) noexcept { giveArray(array); }
 void operator delete(void* block, size_t) noexcept { std::free(block); }

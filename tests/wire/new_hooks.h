@@ -10,8 +10,9 @@ namespace jextest {
 /// The next new (std::nothrow) of `size` bytes, in any thread, finds no memory.
 void failNothrowNewOf(size_t size);
 
-/// The next new of `size` bytes, or new of an array of them, in any thread, throws.
-void failNewOf(size_t size);
+/// The next new of `size` bytes, or new of an array of them, finds no memory, and from then on no
+/// new does, whatever its size and thread.
+void failNewsFrom(size_t size);
 
 /// The next new of `size` bytes gives `address`.
 void reuseInNewOf(size_t size, void* address);

@@ -147,8 +147,8 @@ std::string answerTo(const Words& words) {
   if (command == "calm") return std::to_string(storm().end());
   if (command == "flood") return std::to_string(flood(words));
   if (command == "fault") return std::to_string(armFault(words));
-  if (command == "no-object") {
-    failNewOf(std::stoul(words.at(1)));
+  if (command == "no-memory-from") {
+    failNewsFrom(std::stoul(words.at(1)));
     return "done";
   }
   if (command == "inject") return std::to_string(inject(words, bytesOfHex(words.at(3)), 1));

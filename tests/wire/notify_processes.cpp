@@ -47,7 +47,7 @@ class NotifyPartnerProcess {
     static const std::map<std::string, Command> commands = {
         {"start", &NotifyPartnerProcess::start},
         {"no-token", &NotifyPartnerProcess::failToken},
-        {"no-array", &NotifyPartnerProcess::failArray},
+        {"no-memory-from", &NotifyPartnerProcess::failNews},
         {"no-blocks", &NotifyPartnerProcess::failBlocks},
         {"queue", &NotifyPartnerProcess::createQueue},
         {"destroy", &NotifyPartnerProcess::destroyQueue},
@@ -72,8 +72,8 @@ class NotifyPartnerProcess {
     failNothrowNewOf(sizeof(moodycamel::ProducerToken));
     return "done";
   }
-  std::string failArray(const Words& words) {
-    failNewOf(numberOf(words.at(1)));
+  std::string failNews(const Words& words) {
+    failNewsFrom(numberOf(words.at(1)));
     return "done";
   }
   std::string failBlocks(const Words&) {

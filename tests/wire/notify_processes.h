@@ -14,8 +14,8 @@ namespace jextest {
 ///   start                                      PartnerLibStartup             -> "true"
 ///   fault ENTRY NTH status=N|null              jx_model_fault_arm            -> "0"
 ///   no-token                                   the next token has no memory  -> "done"
-///   no-array SIZE                              the next array of SIZE bytes has no memory ->
-///   "done" no-blocks                                  no queue can grow any more    -> "done"
+///   no-memory-from SIZE    no new finds memory from the next one of SIZE bytes on -> "done"
+///   no-blocks                                  no queue can grow any more    -> "done"
 ///   queue QUEUE SIZE                           create the queue named QUEUE  -> "true"
 ///   destroy QUEUE                              destroy it                    -> "true"
 ///   idle PROGRAM TABLE INTERVAL MAX MIN PIPE QUEUE   register                -> "true"
@@ -54,7 +54,7 @@ struct NotifyPair {
 /// An agent whose physical device 0 carries `programs`, serving with a receive wait of 20 ms. Its
 /// commands; those without an answer of their own answer with the status of the SDK's call:
 ///   fault ENTRY NTH status=N|null
-///   no-object SIZE                    the next object of SIZE bytes has no memory -> "done"
+///   no-memory-from SIZE    no new finds memory from the next one of SIZE bytes on -> "done"
 ///   inject PROGRAM DIGEST HEX         one digest of these values, in one message
 ///   count-up PROGRAM DIGEST FIRST N   N digests of one field of 64 bits: FIRST, FIRST + 1, ...
 ///   flood PROGRAM N DIGEST...         the same with 1 to N, all at once, when armed

@@ -1,18 +1,21 @@
 // Agent and partner with everything that waits for something at once: threads that write, digests
 // and expiries without a pause, barriers one by one, heartbeats, notifications that are armed and
-// disarmed, counters that are started and stopped. Nobody may come to wait for ever.
+// disarmed, counters that are started and stopped, further partners that register. Nobody may come
+// to wait for ever.
 //
 // JEX_TOGETHER_SECONDS says how long; scripts/soak.sh --together takes minutes.
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <iostream>
 #include <iterator>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -23,6 +26,7 @@
 #include "jxmodel/notify.h"
 #include "support/child.h"
 #include "support/helper.h"
+#include "support/raw_socket.h"
 #include "support/switch_device.h"
 #include "support/table_writer.h"
 #include "support/wait_until.h"
@@ -274,6 +278,79 @@ JEX_HELPER(partner_of_all) {
   _exit(0);
 }
 
+// ---- further partners -------------------------------------------------------------------------
+
+/// Partners of nothing but nanomsg. They come one after the other and answer heartbeats. None
+/// leaves, because an agent with heartbeats stops when one does.
+class Newcomers {
+ public:
+  static constexpr int kMost = 60;  // an agent has four descriptors less for each, for good
+
+  Newcomers() {
+    crowd_.add([this] { serve(); });
+  }
+  ~Newcomers() { crowd_.end(); }
+
+  /// One more registers; it has come when a barrier of its own has been answered.
+  void come() {
+    constexpr uint64_t kName = 1;
+    Newcomer next{RawPartner(kFirstPid + static_cast<uint32_t>(count()))};
+    next.partner.registerWithAgent();
+    Bytes barrier = request(10, next.partner.pid(), 284);
+    putU64(barrier, 276, kName);
+    next.partner.send(barrier);
+    Bytes record = next.partner.receive();
+    while (next.answers(record)) record = next.partner.receive();
+    Bytes reply = {254, 0, 12, 0};
+    putU64(reply, 4, kName);
+    EXPECT_EQ(record, reply);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    all_.push_back(std::move(next));
+  }
+
+  int count() const { return static_cast<int>(all_.size()); }
+
+  /// Whether each of them has answered a heartbeat.
+  bool allHaveAnswered() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::all_of(all_.begin(), all_.end(),
+                       [](const Newcomer& one) { return one.heartbeats > 0; });
+  }
+  void end() { crowd_.end(); }
+
+ private:
+  struct Newcomer {
+    RawPartner partner;
+    int heartbeats = 0;
+
+    /// Answers a heartbeat; false if `record` is none.
+    bool answers(const Bytes& record) {
+      if (record != Bytes{255, 0, 0, 0}) return false;
+      partner.send(request(9, partner.pid()));
+      ++heartbeats;
+      return true;
+    }
+  };
+
+  void serve() {
+    {
+      const std::lock_guard<std::mutex> lock(mutex_);
+      Bytes record;
+      for (Newcomer& one : all_) {
+        const bool came = one.partner.tryReceive(&record);
+        EXPECT_TRUE(!came || one.answers(record)) << "no heartbeat";
+      }
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+
+  static constexpr uint32_t kFirstPid = 1U << 30;  // more than Linux gives a process
+
+  std::mutex mutex_;
+  std::vector<Newcomer> all_;  // only the test's own thread changes its size
+  Crowd crowd_;
+};
+
 std::vector<uint64_t> numbersOf(const std::string& line) {
   std::istringstream stream(line);
   return {std::istream_iterator<uint64_t>(stream), std::istream_iterator<uint64_t>()};
@@ -309,19 +386,27 @@ TEST(TogetherSlow, NobodyWaitsForEver) {
   Child partner = Child::helper("partner_of_all");
   ASSERT_EQ(partner.readLine(), "begun") << partner.standardError() << agent.standardError();
   std::vector<uint64_t> counts(6, 0);
+  Newcomers newcomers;
   const auto began = Clock::now();
   do {
+    while (newcomers.count() < Newcomers::kMost &&
+           (Clock::now() - began) * Newcomers::kMost >= howLong() * newcomers.count()) {
+      newcomers.come();
+    }
     ASSERT_TRUE(allGoOn(partner, &counts)) << partner.ask("counts");
     ASSERT_FALSE(partner.ended() || agent.ended())
         << "after " << (Clock::now() - began) / std::chrono::seconds(1) << " s\n"
         << partner.standardError() << agent.standardError();
   } while (Clock::now() < began + howLong());
+  EXPECT_TRUE(waitUntil([&] { return newcomers.allHaveAnswered(); })) << agent.standardError();
   const std::string done = partner.ask("end");
   std::cout << "writes, digests, aged entries, barriers, armings, counter starts: " << done
             << std::endl;
   ASSERT_EQ(numbersOf(done).size(), 6u) << partner.standardError() << agent.standardError();
   const std::vector<uint64_t> made = numbersOf(agent.ask("end"));
   ASSERT_EQ(made.size(), 4u) << agent.standardError();
+  newcomers.end();  // nobody would take further answers
+  std::cout << "partners that registered meanwhile: " << newcomers.count() << std::endl;
   std::cout << "digests, expiries, heartbeats, counter updates of the agent: " << made[0] << " "
             << made[1] << " " << made[2] << " " << made[3] << std::endl;
   for (const uint64_t count : made) EXPECT_GT(count, 0u);

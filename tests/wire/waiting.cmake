@@ -32,3 +32,4 @@ endforeach()
 ")
 
 jex_notify_test(shortage_test DEATH shortage_test.cpp)
+target_link_options(shortage_test PRIVATE LINKER:--wrap=nn_connect)
