@@ -51,7 +51,7 @@ std::string checkControl(const std::string& address) {
 
 /// The exit status, where the command line ends the program already.
 std::optional<int> parse(int argc, char** argv, Options* options) {
-  const CLI::Range milliseconds(0, kMaxMilliseconds);
+  const CLI::Range interval(0, kMaxMilliseconds);
   CLI::App app{
       "Owns a physical device and replays on it what partners do on their virtual devices.\n"
       "Serves partners on ipc:///tmp/Partner0 until SIGINT, SIGTERM or SIGHUP.",
@@ -65,17 +65,17 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
       ->check(CLI::Range(0, 255))
       ->capture_default_str();
   app.add_option("--timeout-ms", options->timeout_ms, "Longest wait for one request")
-      ->check(milliseconds)
+      ->check(interval)
       ->capture_default_str();
   app.add_option("--heartbeat-ms", options->heartbeat_ms,
                  "Interval of heartbeats to partners, which stop the agent when a partner that has "
                  "registered is gone or hangs; for partners that live and die with the agent. "
                  "0: none")
-      ->check(milliseconds)
+      ->check(interval)
       ->capture_default_str();
   app.add_option("--counter-update-ms", options->counter_update_ms,
                  "Interval of updates of the counters that partners have started; 0: none")
-      ->check(milliseconds)
+      ->check(interval)
       ->capture_default_str();
   app.add_flag("--model-counter-update", options->model_counter_update,
                "Sync each table twice an update, as software models of the chip need it");
