@@ -92,11 +92,13 @@ bool canOpen(int count) {
 
 /// Stops where no thread can be made. nanomsg makes one for its first socket, and aborts without.
 void tryThread(const StopPlace& place) {
-  try {
-    std::thread([] {}).join();
-  } catch (const std::system_error& error) {
-    PARTNER_STOP_AT(place, "thread.joinable()", "Cannot start a thread: ", error.code().message());
+  pthread_t thread;
+  const int error = pthread_create(
+      &thread, nullptr, [](void* nothing) { return nothing; }, nullptr);
+  if (error != 0) {
+    PARTNER_STOP_AT(place, "error == 0", "Cannot start a thread: ", strerror(error));
   }
+  pthread_join(thread, nullptr);
 }
 
 /// A socket whose receives cannot wait for ever; negative if nanomsg gives none.

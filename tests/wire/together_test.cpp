@@ -207,15 +207,15 @@ class Partner {
     if (count == 0) std::this_thread::yield();
   }
 
-  /// Disarms and arms both again, after some of each have come.
+  /// Disarms and arms both again, after some of each have come since the last time.
   void arm() {
     constexpr uint64_t kSome = 200;
-    const uint64_t digests = counts_.digests;
-    const uint64_t aged = counts_.aged;
-    while (counts_.digests < digests + kSome || counts_.aged == aged) {
+    while (counts_.digests < digests_before_ + kSome || counts_.aged == aged_before_) {
       if (crowd_.over()) return;
       std::this_thread::yield();
     }
+    digests_before_ = counts_.digests;
+    aged_before_ = counts_.aged;
     for (const bool enable : {false, true}) {
       sendEnableDigestNotifications(view_.target(), kSwitch, mac_learn_, 57, enable);
       const uint32_t ms = enable ? 1 : 0;
@@ -259,6 +259,8 @@ class Partner {
   uint32_t mac_learn_ = 0;
   void* queue_ = nullptr;
   uint64_t last_barrier_ = 0;
+  uint64_t digests_before_ = 0;  // the last arming
+  uint64_t aged_before_ = 0;
   PartnerCounts counts_;
   Crowd crowd_;
 };
