@@ -162,6 +162,7 @@ JEX_HELPER(disturbed_registration) {
   PartnerLib::PartnerSocket sut(1);
   sut.init("ipc:///tmp/Partner0", false);
   std::cout << "registered" << std::endl;
+  std::cin.get();  // what is queued when a process ends is dropped
   _exit(0);
 }
 
