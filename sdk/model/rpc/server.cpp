@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -94,6 +95,8 @@ jx_status_t start(const char* address) {
 
   auto control = std::make_unique<ControlServer>(std::move(session));
   grpc::ServerBuilder builder;
+  // Without it the system resets a connection whose reader has stood still for 20 s.
+  builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, INT_MAX);
   builder.AddListeningPort(address, grpc::InsecureServerCredentials(), &control->port);
   // Two processes on one address would each get some of the calls.
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
