@@ -49,8 +49,8 @@ SHARED = {"apps/": ("apps/common",), "apps/slice-agent/": ("apps/common",)}
 
 # The rooms of the model from the lowest layer to the highest: each includes itself and those before
 # it, and nothing else of the model.
-ROOMS = ("base", "packet", "program", "program/json", "port", "tables", "notify", "placement",
-         "runtime", "pipeline", "switch", "device", "rpc", "api")
+ROOMS = ("base", "packet", "program", "program/json", "program/p4info", "program/v1model", "port", "tables", "notify", "placement",
+         "runtime", "machine", "pipeline", "switch", "device", "rpc", "api")
 MODEL = "sdk/model/"
 
 

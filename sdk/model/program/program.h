@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "jxsdk/rt.h"
+#include "model/program/machine.h"
 
 namespace jxmodel {
 
@@ -109,6 +110,16 @@ struct ActionCall {
   std::vector<uint8_t> params;  // packed
 };
 
+/// An entry that a match table with actions of its own has from the start.
+struct InitialEntry {
+  std::vector<uint8_t> key;  // packed
+  uint32_t priority = 0;     // greater wins
+  ActionCall call;
+};
+
+/// Where an action of a table may stand.
+enum class ActionScope : uint8_t { kAnywhere, kEntriesOnly, kDefaultOnly };
+
 struct Table {
   uint32_t id = 0;
   uint32_t handle = 0;
@@ -123,9 +134,17 @@ struct Table {
   std::optional<uint32_t> selector_table;     // index into Program::tables
   bool idle_timeout = false;                  // entries may have a TTL
   std::optional<ActionCall> default_action;   // direct tables
+  bool constant_default = false;              // which nobody may change
+  /// Made in this order when the device is; the same handles on every device.
+  std::vector<InitialEntry> initial_entries;
+  bool constant_entries = false;           // nobody adds, changes or removes one
+  std::vector<ActionScope> action_scopes;  // as `actions`; empty: all of them anywhere
+  std::optional<uint32_t> direct_counter;  // index of the counter table of its entries' hits
+  std::optional<uint32_t> counted_table;   // of such a counter table: the table it belongs to
   // Selector tables.
   uint32_t max_members = 0;           // of a group
-  std::vector<uint32_t> hash_fields;  // indices into Program::fields that choose the member
+  std::vector<uint32_t> hash_fields;  // indices into Program::fields that choose the member; none
+                                      // where a machine computes the hash
 };
 
 struct LearnField {
@@ -174,7 +193,9 @@ struct Program {
   std::vector<Action> actions;
   std::vector<Table> tables;
   std::vector<Learn> learns;
+  // The way of packets: at most one of the two. Without either packets are dropped.
   ControlBlock control;
+  std::shared_ptr<const Machine> machine;
 
   const Table* tableByName(std::string_view name) const;
   const Table* tableById(uint32_t id) const;
