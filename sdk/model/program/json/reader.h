@@ -18,8 +18,9 @@
 
 namespace jxmodel {
 
-/// Keeps the order of members, so that the first error is the first one of the file.
-using Json = nlohmann::ordered_json;
+/// Members are in the order of their names. The kind that keeps the order of the file copies what is
+/// nested in a member, at any depth, whenever a further member arrives.
+using Json = nlohmann::json;
 
 struct LoadFailure {
   std::string place, reason;
@@ -64,7 +65,7 @@ class Node {
   std::optional<Node> find(const char* member) const;
   /// A member that is there and not null.
   std::optional<Node> findValue(const char* member) const;
-  /// All members of an object, in the order of the file.
+  /// All members of an object, in the order of their names.
   std::vector<std::pair<std::string, Node>> members() const;
 
   /// The items of a list that has from `min` to `max` of them.

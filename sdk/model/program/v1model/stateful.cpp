@@ -5,7 +5,8 @@ namespace jxmodel::v1model {
 namespace {
 
 constexpr uint64_t kCounterCellBytes = 16;  // packets and bytes
-constexpr uint64_t kMeterCellBytes = 128;   // rates, bursts, buckets
+static_assert(kMaxStateBytes / kCounterCellBytes <= kMaxTableSize, "counters become tables");
+constexpr uint64_t kMeterCellBytes = 128;  // rates, bursts, buckets
 
 uint32_t readSize(const Node& item, const std::string& construct, uint64_t cell_bytes,
                   Draft* draft) {
@@ -52,10 +53,6 @@ void readCounters(const Node& root, Draft* draft) {
     const std::string construct = "counter " + shown(name);
     within(construct, [&] {
       draft->counters.push_back(readDeclared(node, name, construct, kCounterCellBytes, draft));
-      if (draft->counters.back().size > kMaxTableSize) {
-        node.at("size").fail(construct + ": size " + std::to_string(draft->counters.back().size) +
-                             " is above the limit " + std::to_string(kMaxTableSize));
-      }
     });
     draft->machine.counters.push_back({name, 0});
   }

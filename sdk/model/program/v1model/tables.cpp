@@ -129,14 +129,17 @@ bool sameParams(const Action& left, const Action& right) {
   return true;
 }
 
-// Tables have copies of an action; helpers have their arguments in the body instead.
-void checkCopies(const Draft& draft, const Pipelines& pipelines) {
-  for (const CompiledTable& table : pipelines.tables) {
-    if (table.helper) continue;
-    for (const uint32_t action : table.actions) {
-      const Action& shape = draft.shapes[action];
-      const uint32_t first = *pipelines.program_actions.find(shape.name);
-      if (sameParams(shape, draft.out.program.actions[first])) continue;
+// In the order in which tables name them. Tables have copies of an action; helpers have their
+// arguments in the body instead.
+void addActionsOf(const CompiledTable& table, Draft* draft, Pipelines* pipelines) {
+  std::vector<Action>& actions = draft->out.program.actions;
+  for (const uint32_t action : table.actions) {
+    const Action& shape = draft->shapes[action];
+    const auto first = pipelines->program_actions.find(shape.name);
+    if (!first) {
+      pipelines->program_actions.add(shape.name, static_cast<uint32_t>(actions.size()));
+      actions.push_back(shape);
+    } else if (!sameParams(shape, actions[*first])) {
       table.node.fail(table.construct() + ": action " + shown(shape.name) +
                       " has other parameters than in another table");
     }
@@ -144,19 +147,9 @@ void checkCopies(const Draft& draft, const Pipelines& pipelines) {
 }
 
 void addActions(Draft* draft, Pipelines* pipelines) {
-  std::vector<bool> used(draft->shapes.size(), false);
   for (const CompiledTable& table : pipelines->tables) {
-    if (table.helper) continue;
-    for (const uint32_t action : table.actions) used[action] = true;
+    if (!table.helper) addActionsOf(table, draft, pipelines);
   }
-  std::vector<Action>& actions = draft->out.program.actions;
-  for (size_t i = 0; i < used.size(); ++i) {
-    const Action& shape = draft->shapes[i];
-    if (!used[i] || pipelines->program_actions.has(shape.name)) continue;
-    pipelines->program_actions.add(shape.name, static_cast<uint32_t>(actions.size()));
-    actions.push_back(shape);
-  }
-  checkCopies(*draft, *pipelines);
 }
 
 // --- the program's tables
