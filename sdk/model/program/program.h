@@ -133,8 +133,9 @@ struct Table {
   std::optional<uint32_t> action_data_table;  // index into Program::tables
   std::optional<uint32_t> selector_table;     // index into Program::tables
   bool idle_timeout = false;                  // entries may have a TTL
-  std::optional<ActionCall> default_action;   // direct tables
-  bool constant_default = false;              // which nobody may change
+  bool hidden = false;  // of the program's own: the SDK interface does not show it
+  std::optional<ActionCall> default_action;  // direct tables
+  bool constant_default = false;             // which nobody may change
   /// Made in this order when the device is; the same handles on every device.
   std::vector<InitialEntry> initial_entries;
   bool constant_entries = false;           // nobody adds, changes or removes one

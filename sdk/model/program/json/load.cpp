@@ -1,36 +1,13 @@
 // The front-end for descriptions in JSON: the file, the document, and what stands at its top.
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "model/program/json/draft.h"
+#include "model/program/source_file.h"
 
 namespace jxmodel {
 namespace {
 
 constexpr size_t kMaxFileSize = 16u << 20;  // bytes
-
-// Names and constants of the document can hold anything; an error stays one line.
-std::string oneLine(std::string_view text) {
-  std::string line;
-  for (const char c : text) {
-    const auto code = static_cast<unsigned char>(c);
-    if (code >= 0x20 && code != 0x7F) {
-      line += c;
-      continue;
-    }
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02x", code);
-    line += escape;
-  }
-  return line;
-}
-
-void fill(LoadError* error, const std::string& file, std::string_view place,
-          std::string_view reason) {
-  if (error == nullptr) return;
-  *error = {oneLine(file), place.empty() ? "/" : oneLine(place), oneLine(reason)};
-}
 
 void readFields(const Node& list, Draft* draft) {
   for (const Node& node : list.items(0, kMaxItems)) {
@@ -82,24 +59,6 @@ Program readProgram(const Node& root) {
   return std::move(draft.program);
 }
 
-// Reads all of `path`; 0, or the errno of what went wrong.
-int readFile(const std::string& path, std::string* text) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return errno;
-  char chunk[65536];
-  int failure = 0;
-  while (failure == 0) {
-    errno = 0;
-    const size_t count = std::fread(chunk, 1, sizeof chunk, file);
-    text->append(chunk, count);
-    if (std::ferror(file) != 0) failure = errno;
-    if (text->size() > kMaxFileSize) failure = EFBIG;
-    if (count == 0) break;
-  }
-  std::fclose(file);
-  return failure;
-}
-
 }  // namespace
 
 std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std::string& name,
@@ -108,15 +67,15 @@ std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std
     const Json document = parseDocument(text);
     return std::make_shared<const Program>(readProgram(Node(document)));
   } catch (const LoadFailure& failure) {
-    fill(error, name, failure.place, failure.reason);
+    fillError(error, name, failure.place, failure.reason);
     return nullptr;
   }
 }
 
 std::shared_ptr<const Program> loadProgramJson(const std::string& path, LoadError* error) {
   std::string text;
-  if (const int failure = readFile(path, &text); failure != 0) {
-    fill(error, path, "cannot be read", std::strerror(failure));
+  if (const int failure = readSourceFile(path, kMaxFileSize, &text); failure != 0) {
+    fillError(error, path, "cannot be read", std::strerror(failure));
     return nullptr;
   }
   return parseProgramJson(text, path, error);
