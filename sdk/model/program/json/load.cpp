@@ -67,7 +67,7 @@ std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std
     const Json document = parseDocument(text);
     return std::make_shared<const Program>(readProgram(Node(document)));
   } catch (const LoadFailure& failure) {
-    fillError(error, name, failure.place, failure.reason);
+    report(failure, name, error);
     return nullptr;
   }
 }
