@@ -16,7 +16,7 @@ std::shared_ptr<Program> loadText(const std::string& text, LoadError* error) {
   return std::make_shared<Program>(std::move(unpacked.program));
 }
 
-std::string errorOf(const std::string& text) {
+std::string textErrorOf(const std::string& text) {
   LoadError error;
   EXPECT_EQ(loadText(text, &error), nullptr);
   return error.text();
@@ -24,7 +24,8 @@ std::string errorOf(const std::string& text) {
 
 // One action a and one table t, whose key and other members a test gives.
 std::string tableWith(const std::string& members) {
-  return "actions { preamble { id: 0x01000001 name: \"a\" } params { id: 1 name: \"p\" bitwidth: 9 } }\n"
+  return "actions { preamble { id: 0x01000001 name: \"a\" } params { id: 1 name: \"p\" bitwidth: 9 "
+         "} }\n"
          "tables { preamble { id: 0x02000001 name: \"t\" } size: 16\n"
          "action_refs { id: 0x01000001 }\n" +
          members + "}\n";
@@ -42,25 +43,34 @@ struct TextRow {
 TEST(P4InfoText, TakesEveryFormOfTheSameTable) {
   const TextRow rows[] = {
       {"plain", kPlain},
-      {"comments", "# one\ntables { # two\n preamble { id: 33554433 name: \"in.t\" } size: 17"
-                   " match_fields { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } }\n# end"},
-      {"colons before braces", "tables: { preamble: { id: 33554433 name: \"in.t\" } size: 17"
-                   " match_fields: { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } }"},
-      {"angles", "tables < preamble: < id: 33554433 name: \"in.t\" > size: 17"
-                 " match_fields < id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY > >"},
-      {"lists", "tables: [ { preamble { id: 33554433 name: \"in.t\" } size: 17"
-                " match_fields: [ { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } ] } ]"
-                " actions: []"},
-      {"separators", "tables { preamble { id: 33554433, name: \"in.t\"; }; size: 17,"
-                     " match_fields { id: 1; name: \"k\", bitwidth: 12; match_type: TERNARY; }, };"},
-      {"joined strings", "tables { preamble { id: 33554433 name: \"in\" '.'\n\"t\" } size: 17"
-                         " match_fields { id: 1 name: 'k' bitwidth: 12 match_type: TERNARY } }"},
-      {"escapes", "tables { preamble { id: 33554433 name: \"\\151n\\x2et\" } size: 17"
-                  " match_fields { id: 1 name: \"\\153\" bitwidth: 12 match_type: TERNARY } }"},
-      {"numbers", "tables { preamble { id: 0x2000001 name: \"in.t\" } size: 021"
-                  " match_fields { id: 0x1 name: \"k\" bitwidth: 0xC match_type: 4 } }"},
-      {"no blanks", "tables{preamble{id:33554433name:\"in.t\"}size:17match_fields{id:1name:\"k\""
-                    "bitwidth:12match_type:TERNARY}}"},
+      {"comments",
+       "# one\ntables { # two\n preamble { id: 33554433 name: \"in.t\" } size: 17"
+       " match_fields { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } }\n# end"},
+      {"colons before braces",
+       "tables: { preamble: { id: 33554433 name: \"in.t\" } size: 17"
+       " match_fields: { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } }"},
+      {"angles",
+       "tables < preamble: < id: 33554433 name: \"in.t\" > size: 17"
+       " match_fields < id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY > >"},
+      {"lists",
+       "tables: [ { preamble { id: 33554433 name: \"in.t\" } size: 17"
+       " match_fields: [ { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY } ] } ]"
+       " actions: []"},
+      {"separators",
+       "tables { preamble { id: 33554433, name: \"in.t\"; }; size: 17,"
+       " match_fields { id: 1; name: \"k\", bitwidth: 12; match_type: TERNARY; }, };"},
+      {"joined strings",
+       "tables { preamble { id: 33554433 name: \"in\" '.'\n\"t\" } size: 17"
+       " match_fields { id: 1 name: 'k' bitwidth: 12 match_type: TERNARY } }"},
+      {"escapes",
+       "tables { preamble { id: 33554433 name: \"\\151n\\x2et\" } size: 17"
+       " match_fields { id: 1 name: \"\\153\" bitwidth: 12 match_type: TERNARY } }"},
+      {"numbers",
+       "tables { preamble { id: 0x2000001 name: \"in.t\" } size: 021"
+       " match_fields { id: 0x1 name: \"k\" bitwidth: 0xC match_type: 4 } }"},
+      {"no blanks",
+       "tables{preamble{id:33554433 name:\"in.t\"}size:17 match_fields{id:1 name:\"k\""
+       "bitwidth:12 match_type:TERNARY}}"},
       {"unknown fields",
        "pkg_info { name: \"x\" contact: 'me' 'you' } made_by: -1.5e3 flag: true neg: -inf\n"
        "tables { preamble { id: 33554433 name: \"in.t\" doc { brief: \"b\" } } size: 17 new: [1, 2]"
@@ -133,7 +143,8 @@ TEST(P4InfoText, TakesIdsFromTheText) {
 TEST(P4InfoText, ReadsDefaultsAndScopes) {
   LoadError error;
   const auto program = loadText(
-      "actions { preamble { id: 0x01000001 name: \"a\" } params { id: 1 name: \"p\" bitwidth: 9 } }\n"
+      "actions { preamble { id: 0x01000001 name: \"a\" } params { id: 1 name: \"p\" bitwidth: 9 } "
+      "}\n"
       "actions { preamble { id: 0x01000002 name: \"b\" } }\n"
       "actions { preamble { id: 0x01000003 name: \"c\" } }\n"
       "tables { preamble { id: 0x02000001 name: \"t\" } size: 16\n"
@@ -193,7 +204,8 @@ TEST(P4InfoText, MakesTablesOfProfilesAndCounters) {
       "tables { preamble { id: 0x02000001 name: \"t\" } size: 16 action_refs { id: 0x01000001 }"
       " implementation_id: 0x11000001 direct_resource_ids: 0x13000001"
       " match_fields { id: 1 name: \"k\" bitwidth: 8 match_type: EXACT } }\n"
-      "action_profiles { preamble { id: 0x11000001 name: \"p\" annotations: \"@max_group_size(6)\" }"
+      "action_profiles { preamble { id: 0x11000001 name: \"p\" annotations: \"@max_group_size(6)\" "
+      "}"
       " table_ids: 0x02000001 with_selector: true size: 30 }\n"
       "counters { preamble { id: 0x12000001 name: \"c\" } size: 512 }\n"
       "direct_counters { preamble { id: 0x13000001 name: \"d\" } direct_table_id: 0x02000001 }\n",
@@ -220,13 +232,13 @@ TEST(P4InfoText, SaysWhatIsWrong) {
     return tableWith("match_fields { id: 1 name: \"K\" " + members + " }");
   };
   const std::pair<std::string, const char*> rows[] = {
-      {"tables { preamble", "x.p4info.txtpb: line 1, column 18: Expected \"{\"."},
+      {"tables { preamble", "x.p4info.txtpb: line 1, column 18: Expected \"{\", found \"\"."},
       {"tables {\n  size: x\n}", "x.p4info.txtpb: line 2, column 9: Expected integer, got: x"},
       {"tables { match_fields { match_type: FUZZY } }",
-       "x.p4info.txtpb: line 1, column 42: Unknown enumeration value of \"FUZZY\" for field "
+       "x.p4info.txtpb: line 1, column 43: Unknown enumeration value of \"FUZZY\" for field "
        "\"match_type\"."},
       {"tables { size: 1 size: 2 }",
-       "x.p4info.txtpb: line 1, column 18: Non-repeated field \"size\" is specified multiple "
+       "x.p4info.txtpb: line 1, column 22: Non-repeated field \"size\" is specified multiple "
        "times."},
       {"tables { preamble { id: 0x02000001 } }",
        "x.p4info.txtpb: line 1, column 1: P4Info table has no name"},
@@ -280,27 +292,30 @@ TEST(P4InfoText, SaysWhatIsWrong) {
        "\"s\" } } } } } }",
        "x.p4info.txtpb: line 1, column 1: P4Info digest d: its type is nested too deep"},
   };
-  for (const auto& [text, error] : rows) EXPECT_EQ(errorOf(text), error);
+  for (const auto& [text, error] : rows) EXPECT_EQ(textErrorOf(text), error);
 }
 
 // Nesting of unknown fields is bounded; the parser's stack is not the file's to use up.
 TEST(P4InfoText, RefusesDeepNesting) {
   std::string text;
   for (int i = 0; i < 100000; ++i) text += "a {";
-  EXPECT_NE(errorOf(text), "");
+  EXPECT_NE(textErrorOf(text), "");
   text.clear();
   for (int i = 0; i < 100000; ++i) text += "a: [";
-  EXPECT_NE(errorOf(text), "");
+  EXPECT_NE(textErrorOf(text), "");
 }
 
 // Whatever stands in the text, the answer is a program or one line.
 TEST(P4InfoText, SurvivesMutations) {
-  const std::string text = tableWith(
-      "match_fields { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY type_name { name: \"n\" } }"
-      " implementation_id: 0x11000001 direct_resource_ids: 0x13000001 is_const_table: true") +
+  const std::string text =
+      tableWith(
+          "match_fields { id: 1 name: \"k\" bitwidth: 12 match_type: TERNARY type_name { name: "
+          "\"n\" } }"
+          " implementation_id: 0x11000001 direct_resource_ids: 0x13000001 is_const_table: true") +
       "action_profiles { preamble { id: 0x11000001 name: \"p\" } with_selector: true size: 9 }\n"
       "direct_counters { preamble { id: 0x13000001 name: \"d\" } direct_table_id: 0x02000001 }\n"
-      "digests { preamble { id: 0x17000001 name: \"g\" } type_spec { tuple { members { bool {} } } } }";
+      "digests { preamble { id: 0x17000001 name: \"g\" } type_spec { tuple { members { bool {} } } "
+      "} }";
   std::mt19937 random(7);
   size_t loaded = 0, refused = 0;
   for (int round = 0; round < 4000; ++round) {
