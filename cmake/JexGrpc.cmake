@@ -29,3 +29,25 @@ function(jex_grpc_library name proto)
   target_include_directories(${name} SYSTEM PUBLIC ${out})
   target_link_libraries(${name} PUBLIC gRPC::grpc++ protobuf::libprotobuf PRIVATE jex_flags)
 endfunction()
+
+# jex_proto_library(NAME PROTO): the messages in PROTO alone, likewise.
+function(jex_proto_library name proto)
+  get_filename_component(folder ${proto} ABSOLUTE)
+  get_filename_component(folder ${folder} DIRECTORY)
+  get_filename_component(stem ${proto} NAME_WE)
+  set(out ${CMAKE_CURRENT_BINARY_DIR}/generated)
+  set(generated ${out}/${stem}.pb.cc ${out}/${stem}.pb.h)
+  file(MAKE_DIRECTORY ${out})
+  add_custom_command(
+    OUTPUT ${generated}
+    COMMAND protobuf::protoc --cpp_out=${out} -I ${folder} ${folder}/${stem}.proto
+    DEPENDS ${folder}/${stem}.proto
+    COMMENT "Generating the messages of ${stem}.proto"
+    VERBATIM)
+  add_custom_target(${name}_sources DEPENDS ${generated})
+  add_dependencies(jex_generated ${name}_sources)
+  add_library(${name} STATIC ${generated})
+  target_compile_options(${name} PRIVATE -w)
+  target_include_directories(${name} SYSTEM PUBLIC ${out})
+  target_link_libraries(${name} PUBLIC protobuf::libprotobuf PRIVATE jex_flags)
+endfunction()

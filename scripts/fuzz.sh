@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Fuzzes, for SECONDS each (default 600), what reads bytes that others sent: the decoder of
-# placement data (placement_fuzz), and the packet parser with the rewriting of fields (packet_fuzz).
+# placement data (placement_fuzz), and the packet parser with the rewriting of fields (packet_fuzz),
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]
 #
@@ -12,7 +12,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 
 seconds=${1:-600}
 shift || true
-targets=(placement_fuzz packet_fuzz)
+targets=(placement_fuzz packet_fuzz p4info_fuzz)
 [[ $# -eq 0 ]] || targets=("$@")
 scripts/setup
 mkdir -p build/fuzz/findings

@@ -1,10 +1,12 @@
 #include "model/device/device.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "model/pipeline/compiled.h"
 #include "model/placement/placement.h"
+#include "model/program/load/load.h"
 #include "model/runtime/rt_info.h"
 #include "model/switch/switch.h"
 
@@ -34,10 +36,31 @@ std::string refusal(const Program& program, const Table& table, uint32_t handle_
   return {};
 }
 
+/// The library keeps counters, armed digests and armed tables by id alone, so programs of one
+/// device must differ in those ids, which P4Info makes from names.
+std::string sharedId(const Program& program, std::map<uint32_t, std::string>* taken) {
+  const auto share = [&](uint32_t id, const std::string& what) -> std::string {
+    const auto [other, fresh] = taken->emplace(id, program.name);
+    if (fresh) return {};
+    return what + ": its id " + std::to_string(id) + " is taken by program " + other->second;
+  };
+  for (const Table& table : program.tables) {
+    if (table.hidden || (table.type != JX_RT_TABLE_COUNTER && !table.idle_timeout)) continue;
+    std::string reason = share(table.id, "table " + table.name);
+    if (!reason.empty()) return reason;
+  }
+  for (const Learn& learn : program.learns) {
+    std::string reason = share(learn.id, "digest " + learn.name);
+    if (!reason.empty()) return reason;
+  }
+  return {};
+}
+
 bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
                    uint32_t handle_base, std::string* error) {
   std::set<uint32_t> ids;
   std::set<std::string> names;
+  std::map<uint32_t, std::string> notified;  // ids of what reports or counts: the program
   for (const auto& program : programs) {
     if (!ids.insert(program->id).second || !names.insert(program->name).second) {
       *error = "program " + program->name + ": id or name taken by another program of the device";
@@ -46,6 +69,11 @@ bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
     const std::string packets = packetRefusal(*program);
     if (!packets.empty()) {
       *error = "program " + program->name + ": " + packets;
+      return false;
+    }
+    const std::string shared = sharedId(*program, &notified);
+    if (!shared.empty()) {
+      *error = "program " + program->name + ", " + shared;
       return false;
     }
     for (const Table& table : program->tables) {
@@ -79,7 +107,7 @@ std::shared_ptr<Device> Device::create(jx_dev_id_t id, Kind kind,
       return nullptr;
     }
     LoadError load_error;
-    programs.push_back(loadProgramJson(file, &load_error));
+    programs.push_back(loadProgram(file, &load_error));
     if (programs.back() == nullptr) {
       *error = load_error.text();
       return nullptr;

@@ -6,6 +6,8 @@
 //   action id, action handle   program id << 16 | position from 1
 //   learn id      program id << 16 | 0x8000 | position from 1
 //   field ids     position from 1 (keys; parameters of one action; fields of a learn object)
+// Where P4Info says the id of a table, an action, a learn object, a key field or a parameter, that
+// is its id; handles stay.
 //   data fields that belong to no action: the kField* constants
 #pragma once
 
@@ -36,6 +38,17 @@ inline constexpr uint32_t kMaxParamWidth = 16384;  // bits of one action paramet
 
 /// Bytes of a value of `bits` bits.
 constexpr uint32_t bytesOf(uint32_t bits) { return (bits + 7) / 8; }
+
+/// The item with that id, null if there is none. The id mostly gives the position away.
+template <typename Item>
+const Item* itemWithId(const std::vector<Item>& items, uint32_t id) {
+  const uint32_t position = (id & 0xFFFF) - 1;
+  if (position < items.size() && items[position].id == id) return &items[position];
+  for (const Item& item : items) {
+    if (item.id == id) return &item;
+  }
+  return nullptr;
+}
 
 /// A header or metadata field that packets have: "ipv4.dst", "meta.ingress_port".
 struct PacketField {
@@ -133,8 +146,9 @@ struct Table {
   std::optional<uint32_t> action_data_table;  // index into Program::tables
   std::optional<uint32_t> selector_table;     // index into Program::tables
   bool idle_timeout = false;                  // entries may have a TTL
-  std::optional<ActionCall> default_action;   // direct tables
-  bool constant_default = false;              // which nobody may change
+  bool hidden = false;  // of the program's own: the SDK interface does not show it
+  std::optional<ActionCall> default_action;  // direct tables
+  bool constant_default = false;             // which nobody may change
   /// Made in this order when the device is; the same handles on every device.
   std::vector<InitialEntry> initial_entries;
   bool constant_entries = false;           // nobody adds, changes or removes one

@@ -105,7 +105,9 @@ jx_status_t RtInfo::tablesGet(std::vector<const jxrt::JxRtTable*>* tables) const
   JXMODEL_ENTRY("JxRtInfo::tablesGet");
   if (tables == nullptr) return JX_INVALID_ARGUMENTS;
   tables->clear();
-  for (const auto& table : tables_) tables->push_back(table.get());
+  for (const auto& table : tables_) {
+    if (!table->description().hidden) tables->push_back(table.get());
+  }
   return JX_SUCCESS;
 }
 
@@ -113,7 +115,8 @@ jx_status_t RtInfo::tableFromNameGet(const std::string& name, const jxrt::JxRtTa
   if (table == nullptr) return JX_INVALID_ARGUMENTS;
   JXMODEL_ENTRY_OUT("JxRtInfo::tableFromNameGet", table);
   for (const auto& candidate : tables_) {
-    if (candidate->description().name != name) continue;
+    const Table& described = candidate->description();
+    if (described.hidden || described.name != name) continue;
     *table = candidate.get();
     return JX_SUCCESS;
   }
@@ -124,7 +127,8 @@ jx_status_t RtInfo::tableFromIdGet(uint32_t id, const jxrt::JxRtTable** table) c
   if (table == nullptr) return JX_INVALID_ARGUMENTS;
   JXMODEL_ENTRY_OUT("JxRtInfo::tableFromIdGet", table);
   for (const auto& candidate : tables_) {
-    if (candidate->description().id != id) continue;
+    const Table& described = candidate->description();
+    if (described.hidden || described.id != id) continue;
     *table = candidate.get();
     return JX_SUCCESS;
   }

@@ -1,9 +1,8 @@
 // The front-end for descriptions in JSON: the file, the document, and what stands at its top.
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "model/program/json/draft.h"
+#include "model/program/source_file.h"
 
 namespace jxmodel {
 namespace {
@@ -33,11 +32,10 @@ void readLearnFields(const Node& list, const Draft& draft, Learn* learn) {
 }
 
 void readLearns(const Node& list, Draft* draft) {
-  constexpr uint32_t kLearnMark = 0x8000;
   for (const Node& node : list.items(0, kMaxItems)) {
     node.expectObject("a learn object", {"name", "fields"});
     Learn learn;
-    learn.id = draft->idAt(draft->program.learns.size()) | kLearnMark;
+    learn.id = learnIdAt(draft->program.id, draft->program.learns.size());
     learn.name = draft->learns.declare(node);
     readLearnFields(node.at("fields"), *draft, &learn);
     draft->program.learns.push_back(std::move(learn));
@@ -61,24 +59,6 @@ Program readProgram(const Node& root) {
   return std::move(draft.program);
 }
 
-// Reads all of `path`; 0, or the errno of what went wrong.
-int readFile(const std::string& path, std::string* text) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return errno;
-  char chunk[65536];
-  int failure = 0;
-  while (failure == 0) {
-    errno = 0;
-    const size_t count = std::fread(chunk, 1, sizeof chunk, file);
-    text->append(chunk, count);
-    if (std::ferror(file) != 0) failure = errno;
-    if (text->size() > kMaxFileSize) failure = EFBIG;
-    if (count == 0) break;
-  }
-  std::fclose(file);
-  return failure;
-}
-
 }  // namespace
 
 std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std::string& name,
@@ -94,8 +74,8 @@ std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std
 
 std::shared_ptr<const Program> loadProgramJson(const std::string& path, LoadError* error) {
   std::string text;
-  if (const int failure = readFile(path, &text); failure != 0) {
-    report({"cannot be read", std::strerror(failure)}, path, error);
+  if (const int failure = readSourceFile(path, kMaxFileSize, &text); failure != 0) {
+    fillError(error, path, "cannot be read", std::strerror(failure));
     return nullptr;
   }
   return parseProgramJson(text, path, error);

@@ -1,11 +1,11 @@
 #include "model/program/json/reader.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iterator>
 #include <set>
 
 #include "model/program/constant.h"
+#include "model/program/source_file.h"
 
 namespace jxmodel {
 namespace {
@@ -156,22 +156,6 @@ class PlaceSearch {
   std::vector<Level> levels_;
 };
 
-// Names and constants of the document can hold anything; an error stays one line.
-std::string oneLine(std::string_view text) {
-  std::string line;
-  for (const char c : text) {
-    const auto code = static_cast<unsigned char>(c);
-    if (code >= 0x20 && code != 0x7F) {
-      line += c;
-      continue;
-    }
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02x", code);
-    line += escape;
-  }
-  return line;
-}
-
 // Places of deeply nested values keep both ends.
 std::string shortPlace(const std::string& place) {
   constexpr size_t kEnd = 200;
@@ -192,9 +176,7 @@ std::string inQuotes(std::string_view text) {
 }
 
 void report(const LoadFailure& failure, const std::string& file, LoadError* error) {
-  if (error == nullptr) return;
-  const std::string place = failure.place.empty() ? "/" : shortPlace(failure.place);
-  *error = {oneLine(file), oneLine(place), oneLine(failure.reason)};
+  fillError(error, file, shortPlace(failure.place), failure.reason);
 }
 
 Json parseDocument(std::string_view text, uint32_t max_nesting) {

@@ -1,8 +1,5 @@
 // Checked reading of a JSON document. A Node is a value with its place in the document; whatever is
 // asked of it and does not hold becomes a LoadFailure with that place.
-//
-// The reading functions report by exception, so that they can return what they read and nest as
-// the document does. None leaves a front-end, which turns it into a LoadError.
 #pragma once
 
 #include <cstdint>
@@ -14,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "model/program/load_failure.h"
 #include "model/program/program.h"
 
 namespace jxmodel {
@@ -21,10 +19,6 @@ namespace jxmodel {
 /// Members are in the order of their names. The kind that keeps the order of the file copies what is
 /// nested in a member, at any depth, whenever a further member arrives.
 using Json = nlohmann::json;
-
-struct LoadFailure {
-  std::string place, reason;
-};
 
 inline constexpr uint32_t kMaxNesting = 64;      // levels of lists and objects of a description
 inline constexpr uint32_t kMaxNameLength = 255;  // characters
