@@ -7,7 +7,6 @@
 #include "model/placement/placement.h"
 #include "model/runtime/rt_info.h"
 #include "model/switch/switch.h"
-#include "model/tables/key_codec.h"
 
 namespace jxmodel {
 namespace {
@@ -15,42 +14,6 @@ namespace {
 bool isMatch(const Table& table) {
   return table.type == JX_RT_TABLE_MATCH_DIRECT || table.type == JX_RT_TABLE_MATCH_ACTION_DATA ||
          table.type == JX_RT_TABLE_MATCH_SELECTOR;
-}
-
-/// Why the model cannot carry an entry that a table has from the start, empty if it can.
-std::string entryRefusal(const Program& program, const Table& table, const InitialEntry& entry) {
-  if (entry.key.size() != table.key_bytes || !KeyCodec(table).canonical(entry.key.data())) {
-    return "no key of the table";
-  }
-  const auto& own = table.actions;
-  if (std::find(own.begin(), own.end(), entry.call.action) == own.end()) {
-    return "the action is not the table's";
-  }
-  const Action& action = program.actions[entry.call.action];
-  if (entry.call.params.size() == action.param_bytes) return {};
-  return "action " + action.name + " takes " + std::to_string(action.param_bytes) +
-         " bytes of parameters, not " + std::to_string(entry.call.params.size());
-}
-
-/// The same for all of them.
-std::string entriesRefusal(const Program& program, const Table& table) {
-  const std::vector<InitialEntry>& entries = table.initial_entries;
-  if (entries.empty()) return {};
-  if (table.type != JX_RT_TABLE_MATCH_DIRECT || table.key.empty()) {
-    return "only a match table with a key and actions of its own has entries from the start";
-  }
-  if (entries.size() > table.size) {
-    return std::to_string(entries.size()) + " entries from the start, the size is " +
-           std::to_string(table.size);
-  }
-  std::set<std::vector<uint8_t>> keys;
-  for (size_t i = 0; i < entries.size(); ++i) {
-    std::string reason = entryRefusal(program, table, entries[i]);
-    const bool is_new = keys.insert(entries[i].key).second;
-    if (!is_new && !table.has_priority) reason = "an entry before it has the same key";
-    if (!reason.empty()) return "entry " + std::to_string(i) + ": " + reason;
-  }
-  return {};
 }
 
 /// Why hits of the table's entries cannot be counted, empty if they can or need not be.
@@ -81,8 +44,7 @@ std::string refusal(const Program& program, const Table& table, uint32_t handle_
   if (uint64_t{handle_base} + table.size + table.initial_entries.size() >= kNoSlot) {
     return "handles run out above the base";
   }
-  const std::string entries = entriesRefusal(program, table);
-  return entries.empty() ? counterRefusal(program, table) : entries;
+  return counterRefusal(program, table);
 }
 
 bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
