@@ -36,6 +36,7 @@ class Node {
 
   [[noreturn]] void fail(std::string reason) const;
 
+  const std::string& place() const { return place_; }
   bool isObject() const { return value_->is_object(); }
   bool isString() const { return value_->is_string(); }
   bool isUnsigned() const { return value_->is_number_unsigned(); }
