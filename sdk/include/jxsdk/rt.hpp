@@ -208,7 +208,21 @@ class JXSDK_API JxRtTable {
   // table is full. JX_ACTION_DATA_REFERENCED: a member that entries, groups or a fallback refer to
   // cannot be deleted. JX_IN_USE: a group that entries refer to cannot be deleted.
   // JX_NOT_SUPPORTED: not for this kind of table, or a write to the tables of a physical device,
-  // which only placement operations make.
+  // which only placement operations make, or to entries (or a default) that the program holds
+  // constant, or of an entry to a table without a key. JX_INVALID_ARGUMENTS: also an action that
+  // the program keeps for default entries, or for others.
+  //
+  // Entries that the program gives a table are there when the device is, on virtual and physical
+  // devices alike, under the handles 1, 2, 3 ... in their order. No placement callback reports
+  // them. They are changed and deleted like others; their handles are given to no other entry.
+  //
+  // Among entries with priorities the greater one wins, at equal priority the entry that was added
+  // before; an entry that was moved or modified stays as old as it is.
+  //
+  // A counter table may count the hits of a match table's entries. Its size is that table's; an
+  // entry's counter is at the index (handle - 1) modulo the size, and begins at 0 with the entry.
+  // It counts one entry, the one that came first: while it is there, others that fall on its index
+  // are not counted.
   //
   // Counters of a virtual device, where no hardware counts, read as 0. Reading counters waits for
   // no write and allocates nothing.
@@ -253,7 +267,8 @@ class JXSDK_API JxRtTable {
   virtual jx_status_t tableEntryHandleGet(const JxRtSession& session, const jx_rt_target_t& target,
                                           const JxRtTableKey& key, uint32_t* handle) const = 0;
 
-  /// The default entry: what a packet that matches nothing gets. Get and Clear give
+  /// The default entry: what a packet that matches nothing gets, and every packet where the table
+  /// has no key. Of a table with members it is a member or a group. Get and Clear give
   /// JX_OBJECT_NOT_FOUND if none has been set.
   virtual jx_status_t tableDefaultEntrySet(const JxRtSession& session, const jx_rt_target_t& target,
                                            uint64_t flags, const JxRtTableData& data) const = 0;

@@ -80,7 +80,10 @@ typedef struct jx_device_profile {
   const char* const* program_files; /* paths of the P4 program descriptions to load, in order */
   uint32_t handle_base;             /* virtual devices: the first entry and group handle given
                                        out; partners that share a table take ranges that are
-                                       disjoint. 0 takes the driver's default, 1 */
+                                       disjoint. 0 takes the driver's default, 1. Entries that a
+                                       program gives a table from the start have the handles 1, 2,
+                                       3 ... on every device; in such a table, those given out
+                                       begin at handle_base plus their number */
 } jx_device_profile_t;
 
 #ifdef __cplusplus

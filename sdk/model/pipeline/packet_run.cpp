@@ -146,10 +146,18 @@ void PacketRun::touch(const TableState& state, uint32_t slot) {
   if (state.match->hit(slot, now()) && state.aging != nullptr) state.aging->woken(slot);
 }
 
+/// Counts a hit, and keeps the entry from ageing out.
+void PacketRun::noteHit(const TableState& state, uint32_t slot) {
+  if (state.direct_counters != nullptr) {
+    state.direct_counters->count(state.directIndexOf(slot), wire_size_);
+  }
+  if (state.table->idle_timeout) touch(state, slot);
+}
+
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
   if (trace_ == nullptr) {
-    if (applied.hit && apply.state->table->idle_timeout) touch(*apply.state, applied.slot);
+    if (applied.hit) noteHit(*apply.state, applied.slot);
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }

@@ -29,6 +29,7 @@ class PacketRun {
   /// The action of what was found, no action if there is none. Fills in the trace's step.
   BoundAction actionOf(const CompiledApply& apply, const MatchTable::Applied& applied,
                        Trace::Step* step);
+  void noteHit(const TableState& state, uint32_t slot);
   void touch(const TableState& state, uint32_t slot);
   void runAction(const BoundAction& action);
   /// False where it ends the packet.

@@ -353,6 +353,10 @@ void settle(UnpackedProgram* unpacked) {
     layout.settle();
     if (i < unpacked->entries.size()) layout.addEntries(unpacked->entries[i]);
   }
+  // Counters of the hits of single entries are as many as those.
+  for (Table& table : program.tables) {
+    if (table.counted_table) table.size = program.tables[*table.counted_table].size;
+  }
 }
 
 }  // namespace

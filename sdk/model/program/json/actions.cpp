@@ -56,6 +56,9 @@ void readCount(const Node& step, const Draft& draft, const Action* action, Primi
   if (table.type != JX_RT_TABLE_COUNTER) {
     reference.fail("table " + inQuotes(table.name) + " is no counter table");
   }
+  if (table.counted_table) {
+    reference.fail("table " + inQuotes(table.name) + " counts the entries of another table");
+  }
   const Node index = step.at("index");
   primitive->source = readOperand(index, kIndexWidth, draft, action);
   const auto* constant = std::get_if<Constant>(&primitive->source);

@@ -45,6 +45,7 @@ class Names {
 
 struct Draft {
   Program program;
+  std::vector<std::vector<UnpackedEntry>> entries;  // as Program::tables
   Names fields{"field"};
   Names actions{"action"};
   Names tables{"table"};
@@ -57,6 +58,11 @@ void readActionBodies(const Node& list, Draft* draft);
 
 /// Needs the packet fields and the declared actions.
 void readTables(const Node& list, Draft* draft);
+
+/// The members "action" and "params" of an object, as a call of one of the table's actions.
+ActionCall readActionCall(const Node& node, const Draft& draft, const Table& table);
+/// Needs the table's key and actions.
+std::vector<UnpackedEntry> readEntries(const Node& list, const Draft& draft, const Table& table);
 
 /// A step of an action, or of the control flow where `action` is null. Needs all of the draft but
 /// bodies and control.

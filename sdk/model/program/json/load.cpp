@@ -56,7 +56,12 @@ Program readProgram(const Node& root) {
   if (const auto learns = root.find("learn")) readLearns(*learns, &draft);
   readActionBodies(actions, &draft);
   readControl(root.at("control"), &draft);
-  return std::move(draft.program);
+  UnpackedProgram read;
+  read.program = std::move(draft.program);
+  read.entries = std::move(draft.entries);
+  LoadError error;
+  if (!layOut(&read, &error)) throw LoadFailure{error.place, error.reason};
+  return std::move(read.program);
 }
 
 }  // namespace

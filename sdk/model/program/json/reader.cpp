@@ -186,8 +186,10 @@ Json parseDocument(std::string_view text, uint32_t max_nesting) {
 }
 
 void Node::fail(std::string reason) const {
-  throw LoadFailure{PlaceSearch(*document_, *value_).run(), std::move(reason)};
+  throw LoadFailure{place(), std::move(reason)};
 }
+
+std::string Node::place() const { return PlaceSearch(*document_, *value_).run(); }
 
 void Node::expectObject(std::string_view what, std::initializer_list<const char*> members) const {
   if (!value_->is_object()) fail("must be an object");

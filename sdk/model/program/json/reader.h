@@ -41,6 +41,8 @@ class Node {
 
   /// Throws a LoadFailure with the JSON pointer of the value.
   [[noreturn]] void fail(std::string reason) const;
+  /// The JSON pointer of the value. Searches the document.
+  std::string place() const;
 
   bool isNull() const { return value_->is_null(); }
   bool isBoolean() const { return value_->is_boolean(); }

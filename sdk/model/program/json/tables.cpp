@@ -84,28 +84,6 @@ void checkGiven(const std::optional<Node>& given, const Action& action) {
   }
 }
 
-ActionCall readActionCall(const Node& node, const Draft& draft, const Table& table) {
-  node.expectObject("a default", {"action", "params"});
-  const Node reference = node.at("action");
-  ActionCall call;
-  call.action = draft.actions.resolve(reference);
-  const Action& action = draft.program.actions[call.action];
-  if (std::count(table.actions.begin(), table.actions.end(), call.action) == 0) {
-    reference.fail("action " + inQuotes(action.name) + " is none of this table's");
-  }
-  const auto given = node.find("params");
-  checkGiven(given, action);
-  for (const Param& param : action.params) {
-    const auto value = given ? given->find(param.name.c_str()) : std::nullopt;
-    if (!value && !param.default_value) {
-      given.value_or(node).fail("parameter " + inQuotes(param.name) + " is missing");
-    }
-    const std::vector<uint8_t> bytes = value ? value->constant(param.width) : *param.default_value;
-    call.params.insert(call.params.end(), bytes.begin(), bytes.end());
-  }
-  return call;
-}
-
 uint32_t resolveTable(const Node& reference, jx_rt_table_type_t type, const char* what,
                       const Draft& draft) {
   const uint32_t index = draft.tables.resolve(reference);
@@ -136,7 +114,8 @@ Table declareTable(const Node& node, Draft* draft) {
   switch (kind) {
     case Kind::kMatch:
       node.expectObject("a match table", {"name", "kind", "size", "key", "actions", "default",
-                                          "action_data", "selector", "idle_timeout"});
+                                          "action_data", "selector", "idle_timeout", "entries",
+                                          "constant_entries", "constant_default"});
       table.type = matchType(node);
       break;
     case Kind::kActionData:
@@ -149,13 +128,15 @@ Table declareTable(const Node& node, Draft* draft) {
       table.type = JX_RT_TABLE_SELECTOR;
       break;
     case Kind::kCounter:
-      node.expectObject("a counter table", {"name", "kind", "size"});
+      node.expectObject("a counter table", {"name", "kind", "size", "counts"});
       table.type = JX_RT_TABLE_COUNTER;
       min_size = 0;
+      if (node.has("counts")) refuseMember(node, "size", "it is that of the table in 'counts'");
       break;
   }
   table.name = draft->tables.declare(node);
-  table.size = node.at("size").number(min_size, kMaxTableSize);
+  // A table that counts the entries of another gets its size when the program is laid out.
+  if (!node.has("counts")) table.size = node.at("size").number(min_size, kMaxTableSize);
   const size_t index = draft->program.tables.size();
   table.id = idAt(draft->program.id, index);
   table.handle = tableHandleAt(draft->program.id, table.type, index);
@@ -167,12 +148,15 @@ Table declareTable(const Node& node, Draft* draft) {
 void readDirect(const Node& node, const Draft& draft, Table* table) {
   readActionNames(node.at("actions"), draft, table);
   const auto call = node.find("default");
-  if (call) table->default_action = readActionCall(*call, draft, *table);
+  if (!call) return;
+  call->expectObject("a default", {"action", "params"});
+  table->default_action = readActionCall(*call, draft, *table);
 }
 
 void readIndirect(const Node& node, const Draft& draft, Table* table) {
   refuseMember(node, "actions", "a table with 'action_data' has the actions of that table");
   refuseMember(node, "default", "a table with 'action_data' has no action as its default");
+  refuseMember(node, "entries", "a table with 'action_data' has no entries from the start");
   table->action_data_table =
       resolveTable(node.at("action_data"), JX_RT_TABLE_ACTION_DATA, "action_data", draft);
   if (const auto selector = node.find("selector")) {
@@ -182,7 +166,13 @@ void readIndirect(const Node& node, const Draft& draft, Table* table) {
 
 void readMatch(const Node& node, const Draft& draft, Table* table) {
   readKey(node.at("key"), draft, table);
-  if (const auto idle = node.find("idle_timeout")) table->idle_timeout = idle->boolean();
+  const auto flag = [&node](const char* name) {
+    const auto found = node.find(name);
+    return found && found->boolean();
+  };
+  table->idle_timeout = flag("idle_timeout");
+  table->constant_entries = flag("constant_entries");
+  table->constant_default = flag("constant_default");
   if (table->type == JX_RT_TABLE_MATCH_DIRECT) {
     readDirect(node, draft, table);
   } else {
@@ -236,14 +226,59 @@ void link(const Node& node, const std::vector<Table>& tables, Table* table) {
   }
 }
 
+// Counters of the hits of a match table's entries.
+void linkCounters(const Node& node, const Draft& draft, uint32_t counters,
+                  std::vector<Table>* tables) {
+  const auto reference = node.find("counts");
+  if (!reference) return;
+  const uint32_t counted = draft.tables.resolve(*reference);
+  Table& table = (*tables)[counted];
+  if (table.type > JX_RT_TABLE_MATCH_SELECTOR) {
+    reference->fail("table " + inQuotes(table.name) + " is no match table");
+  }
+  if (table.direct_counter) {
+    reference->fail("the entries of " + inQuotes(table.name) + " are counted already");
+  }
+  table.direct_counter = counters;
+  (*tables)[counters].counted_table = counted;
+}
+
 }  // namespace
+
+ActionCall readActionCall(const Node& node, const Draft& draft, const Table& table) {
+  const Node reference = node.at("action");
+  ActionCall call;
+  call.action = draft.actions.resolve(reference);
+  const Action& action = draft.program.actions[call.action];
+  if (std::count(table.actions.begin(), table.actions.end(), call.action) == 0) {
+    reference.fail("action " + inQuotes(action.name) + " is none of this table's");
+  }
+  const auto given = node.find("params");
+  checkGiven(given, action);
+  for (const Param& param : action.params) {
+    const auto value = given ? given->find(param.name.c_str()) : std::nullopt;
+    if (!value && !param.default_value) {
+      given.value_or(node).fail("parameter " + inQuotes(param.name) + " is missing");
+    }
+    const std::vector<uint8_t> bytes = value ? value->constant(param.width) : *param.default_value;
+    call.params.insert(call.params.end(), bytes.begin(), bytes.end());
+  }
+  return call;
+}
 
 void readTables(const Node& list, Draft* draft) {
   const std::vector<Node> nodes = list.items(1, kMaxItems);
   std::vector<Table>& tables = draft->program.tables;
   for (const Node& node : nodes) tables.push_back(declareTable(node, draft));
   for (size_t i = 0; i < nodes.size(); ++i) readDetails(nodes[i], *draft, &tables[i]);
-  for (size_t i = 0; i < nodes.size(); ++i) link(nodes[i], tables, &tables[i]);
+  draft->entries.resize(tables.size());
+  for (size_t i = 0; i < nodes.size(); ++i) {
+    link(nodes[i], tables, &tables[i]);
+    linkCounters(nodes[i], *draft, static_cast<uint32_t>(i), &tables);
+    if (const auto given = nodes[i].find("entries")) {
+      draft->entries[i] = readEntries(*given, *draft, tables[i]);
+    }
+  }
 }
 
 }  // namespace jxmodel
