@@ -240,7 +240,6 @@ void CompiledMachine::compileTable(const TableNode& source,
   made.on_miss = orNone(source.on_miss);
   made.base_next = orNone(source.base_next);
   made.selector = orNone(source.selector);
-  if (source.direct_counter) made.direct_counter = states[*source.direct_counter]->counters.get();
   if (source.direct_meter) {
     made.direct_meter = *source.direct_meter;
     const MachineMeter& meter = machine.meters[*source.direct_meter];

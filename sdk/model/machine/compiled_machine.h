@@ -130,7 +130,6 @@ struct CompiledTable {
   std::vector<ActionOfTable> actions;
   bool by_hit = false;
   uint32_t on_hit = kNoIndex, on_miss = kNoIndex, base_next = kNoIndex;
-  CounterTable* direct_counter = nullptr;
   uint32_t direct_meter = kNoIndex;
   uint32_t meter_target = kNoIndex;  // into CompiledMachine::targets
   uint32_t selector = kNoIndex;      // calculation

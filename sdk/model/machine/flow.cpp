@@ -43,7 +43,7 @@ uint32_t MachineRun::applyTable(const CompiledTable& table, const CompiledNode& 
   writeKey(table.key, key);
   for (size_t i = 0; i < table.mask.size(); ++i) key[i] &= table.mask[i];
   const MatchTable::Applied applied = machine_.reader.lookUp(*table.state->match, key);
-  if (applied.hit) noteHit(table, applied.slot, applied.handle);
+  if (applied.hit) noteTableHit(table, applied.slot);
   const TableReader::Found found =
       machine_.reader.actionOf(*table.state, applied, table.default_action, [&] {
         const uint64_t hash = table.selector == kNoIndex ? 0 : calculate(table.selector);
@@ -65,18 +65,17 @@ uint32_t MachineRun::nextOf(const CompiledTable& table, bool hit,
 }
 
 /// What a hit leads to before the entry's action runs.
-void MachineRun::noteHit(const CompiledTable& table, uint32_t slot, uint32_t handle) {
+void MachineRun::noteTableHit(const CompiledTable& table, uint32_t slot) {
+  const TableState& state = *table.state;
   if (table.direct_meter != kNoIndex) {
-    MeterArray& cells = settings_.meters[table.direct_meter];
-    const uint32_t index = handle - 1;
-    const Colour colour = index < cells.size() ? meter(table.direct_meter, index) : Colour::kGreen;
+    const uint32_t index = state.directIndexOf(slot);
+    const bool metered = index < settings_.meters[table.direct_meter].size();
+    const Colour colour = metered ? meter(table.direct_meter, index) : Colour::kGreen;
     if (table.meter_target != kNoIndex) {
       store64(table.meter_target, static_cast<uint64_t>(colour));
     }
   }
-  if (trace_ != nullptr) return;
-  if (table.direct_counter != nullptr) table.direct_counter->count(handle - 1, facts_.received);
-  if (table.state->table->idle_timeout) wake(*table.state, slot, now());
+  if (trace_ == nullptr) noteHit(state, slot, facts_.received, [this] { return now(); });
 }
 
 uint32_t MachineRun::runCall(const CompiledCall& call, const CompiledNode& node) {

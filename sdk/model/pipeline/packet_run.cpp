@@ -123,7 +123,9 @@ BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Ap
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
   if (trace_ == nullptr) {
-    if (applied.hit && apply.state->table->idle_timeout) wake(*apply.state, applied.slot, now());
+    if (applied.hit) {
+      noteHit(*apply.state, applied.slot, wire_size_, [this] { return now(); });
+    }
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }

@@ -75,9 +75,15 @@ class TableReader {
   std::atomic<uint64_t>& locked_lookups_;
 };
 
-/// Keeps an entry that a packet hit from ageing out.
-inline void wake(const TableState& state, uint32_t slot, uint64_t now) {
-  if (state.match->hit(slot, now) && state.aging != nullptr) state.aging->woken(slot);
+/// Counts the hit of an entry by a packet of `bytes` bytes, and keeps the entry from ageing out.
+/// `now()` is the packet's time.
+template <typename Now>
+void noteHit(const TableState& state, uint32_t slot, uint32_t bytes, Now now) {
+  if (state.direct_counters != nullptr) {
+    state.direct_counters->count(state.directIndexOf(slot), bytes);
+  }
+  if (!state.table->idle_timeout) return;
+  if (state.match->hit(slot, now()) && state.aging != nullptr) state.aging->woken(slot);
 }
 
 }  // namespace jxmodel

@@ -55,11 +55,10 @@ void readLearnFields(const Node& list, const Draft& draft, Learn* learn) {
 }
 
 void readLearns(const Node& list, Draft* draft) {
-  constexpr uint32_t kLearnMark = 0x8000;
   for (const Node& node : list.items(0, kMaxItems)) {
     node.expectObject("a learn object", {"name", "fields"});
     Learn learn;
-    learn.id = draft->idAt(draft->program.learns.size()) | kLearnMark;
+    learn.id = learnIdAt(draft->program.id, draft->program.learns.size());
     learn.name = draft->learns.declare(node);
     readLearnFields(node.at("fields"), *draft, &learn);
     draft->program.learns.push_back(std::move(learn));

@@ -1,8 +1,5 @@
 // Checked reading of a JSON document. A Node is a value with its place in the document; whatever is
 // asked of it and does not hold becomes a LoadFailure with that place.
-//
-// The reading functions report by exception, so that they can return what they read and nest as
-// the document does. None leaves parseProgramJson, which turns it into a LoadError.
 #pragma once
 
 #include <cstdint>
@@ -14,14 +11,12 @@
 #include <utility>
 #include <vector>
 
+#include "model/program/load_failure.h"
+
 namespace jxmodel {
 
 /// Keeps the order of members, so that the first error is the first one of the file.
 using Json = nlohmann::ordered_json;
-
-struct LoadFailure {
-  std::string place, reason;
-};
 
 inline constexpr uint32_t kMaxNesting = 64;      // levels of lists and objects
 inline constexpr uint32_t kMaxNameLength = 255;  // characters
