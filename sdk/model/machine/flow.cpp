@@ -43,7 +43,7 @@ uint32_t MachineRun::applyTable(const CompiledTable& table, const CompiledNode& 
   writeKey(table.key, key);
   for (size_t i = 0; i < table.mask.size(); ++i) key[i] &= table.mask[i];
   const MatchTable::Applied applied = machine_.reader.lookUp(*table.state->match, key);
-  if (applied.hit) noteTableHit(table, applied.slot);
+  if (applied.hit) noteTableHit(table, applied.slot, applied.handle);
   const TableReader::Found found =
       machine_.reader.actionOf(*table.state, applied, table.default_action, [&] {
         const uint64_t hash = table.selector == kNoIndex ? 0 : calculate(table.selector);
@@ -65,12 +65,13 @@ uint32_t MachineRun::nextOf(const CompiledTable& table, bool hit,
 }
 
 /// What a hit leads to before the entry's action runs.
-void MachineRun::noteTableHit(const CompiledTable& table, uint32_t slot) {
+void MachineRun::noteTableHit(const CompiledTable& table, uint32_t slot, uint32_t handle) {
   const TableState& state = *table.state;
   if (table.direct_meter != kNoIndex) {
-    const uint32_t index = state.directIndexOf(slot);
-    const bool metered = index < settings_.meters[table.direct_meter].size();
-    const Colour colour = metered ? meter(table.direct_meter, index) : Colour::kGreen;
+    // The cells of a direct meter are numbered like direct counters.
+    const uint32_t size = settings_.meters[table.direct_meter].size();
+    const Colour colour =
+        size == 0 ? Colour::kGreen : meter(table.direct_meter, (handle - 1) % size);
     if (table.meter_target != kNoIndex) {
       store64(table.meter_target, static_cast<uint64_t>(colour));
     }

@@ -170,7 +170,7 @@ class MachineRun {
   uint32_t nextOf(const CompiledTable& table, bool hit,
                   const CompiledTable::ActionOfTable* action) const;
   void writeKey(const std::vector<CompiledKeyPart>& parts, uint8_t* out);
-  void noteTableHit(const CompiledTable& table, uint32_t slot);
+  void noteTableHit(const CompiledTable& table, uint32_t slot, uint32_t handle);
   uint32_t runCall(const CompiledCall& call, const CompiledNode& node);
   bool holds(const CompiledCondition& condition, const CompiledNode& node);
 
