@@ -185,7 +185,8 @@ const RtInfo* Device::findInfo(const std::string& p4_name) const {
 
 const RtInfo* Device::forwarding() const {
   for (const auto& info : infos_) {
-    if (!info->program().control.empty()) return info.get();
+    const Program& program = info->program();
+    if (program.machine != nullptr || !program.control.empty()) return info.get();
   }
   return nullptr;
 }
