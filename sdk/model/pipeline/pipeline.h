@@ -24,6 +24,7 @@
 
 namespace jxmodel {
 
+class MachineSettings;
 class RtInfo;
 
 /// Where packets go.
@@ -57,6 +58,9 @@ class Pipeline {
   /// The program that packets run through; null if the device has none with a control flow: all
   /// packets are dropped.
   const Program* program() const { return compiled_ ? &compiled_->program : nullptr; }
+
+  /// What the program's machine keeps; null where the program has none.
+  MachineSettings* settings() const { return nullptr; }
 
   struct Packet {
     uint8_t* data = nullptr;  // rewritten in place; the length stays
