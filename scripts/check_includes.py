@@ -30,7 +30,7 @@ AREAS = {
     "sdk/include/jxmodel/": r"jxsdk/.*|jxmodel/.*",
     "sdk/model/": r"jxsdk/.*|jxmodel/.*|model/.*|nlohmann/.*|absl/.*|zlib\.h|grpc(pp)?/.*|"
                   r"google/protobuf/.*|switch(\.grpc)?\.pb\.h|pcap(/.*)?\.h|benchmark/.*|"
-                  r"urcu/.*|sanitizer/tsan_interface\.h",
+                  r"urcu/.*|sanitizer/tsan_interface\.h|boost/multiprecision/.*",
     "apps/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nlohmann/.*|zlib\.h|"
              r"readline/.*|grpc(pp)?/.*|google/protobuf/.*|(switch|health)(\.grpc)?\.pb\.h|"
              r"pcap(/.*)?\.h",
@@ -50,7 +50,7 @@ SHARED = {"apps/": ("apps/common",), "apps/slice-agent/": ("apps/common",)}
 # The rooms of the model from the lowest layer to the highest: each includes itself and those before
 # it, and nothing else of the model.
 ROOMS = ("base", "packet", "program", "program/json", "program/p4info", "program/v1model", "port", "tables", "notify", "placement",
-         "runtime", "machine", "pipeline", "switch", "device", "rpc", "api")
+         "runtime", "trace", "machine", "pipeline", "switch", "device", "rpc", "api")
 MODEL = "sdk/model/"
 
 

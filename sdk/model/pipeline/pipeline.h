@@ -18,8 +18,8 @@
 
 #include "model/notify/device_core.h"
 #include "model/pipeline/compiled.h"
-#include "model/pipeline/outcome.h"
-#include "model/pipeline/trace.h"
+#include "model/trace/outcome.h"
+#include "model/trace/trace.h"
 #include "model/port/packet_buffer.h"
 
 namespace jxmodel {

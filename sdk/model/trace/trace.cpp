@@ -1,4 +1,4 @@
-#include "model/pipeline/trace.h"
+#include "model/trace/trace.h"
 
 #include <nlohmann/json.hpp>
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "model/pipeline/outcome.h"
+#include "model/trace/outcome.h"
 #include "model/program/program.h"
 
 namespace jxmodel {
