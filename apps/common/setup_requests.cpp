@@ -355,6 +355,18 @@ pb::MeterRate rateOf(const SetMeter::Rate& rate) {
   return out;
 }
 
+// The words of commands that set nothing up.
+const char* wordOf(const PacketIn&) { return "packet"; }
+const char* wordOf(const Expect&) { return "expect"; }
+const char* wordOf(const Pause&) { return "no_packet"; }
+const char* wordOf(const Wait&) { return "wait"; }
+const char* wordOf(const RemoveAll&) { return "remove all"; }
+const char* wordOf(const CheckCounter&) { return "check_counter"; }
+const char* wordOf(const GetSession&) { return "mirroring_get"; }
+const char* wordOf(const ReadCounter&) { return "counter_read"; }
+const char* wordOf(const ReadRegister&) { return "register_read"; }
+const char* wordOf(const ReadMeter&) { return "meter_get_rates"; }
+
 }  // namespace
 
 std::string valueBytes(const std::string& text, uint32_t width, const std::string& what) {
@@ -545,7 +557,7 @@ Request Names::request(const Command& command) const {
         } else if constexpr (std::is_same_v<Given, ChangeValueSet>) {
           fill(given, out.mutable_change_value_set());
         } else {
-          throw Error("this command sets nothing up");
+          throw Error(std::string(wordOf(given)) + " belongs to packet tests: it sets nothing up");
         }
       },
       command);

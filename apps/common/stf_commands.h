@@ -72,8 +72,7 @@ struct Expect {
   std::optional<std::string> digits;  // empty: any packets
   bool whole = false;                 // nothing may follow
 };
-struct Pause {  // no_packet
-};
+struct Pause {};  // no_packet
 struct Wait {};
 struct RemoveAll {};
 struct Add {
