@@ -1,4 +1,5 @@
-# jex_grpc_library(NAME PROTO): messages and stubs of the services in PROTO, as a static library.
+# jex_grpc_library(NAME PROTO [LITE]): messages and stubs of the services in PROTO, as a static
+# library. LITE: messages without descriptors.
 # Generated code is compiled without warnings. jex_generated: all of it, not compiled.
 find_package(Protobuf REQUIRED)
 find_package(gRPC CONFIG REQUIRED)
@@ -11,13 +12,18 @@ function(jex_grpc_library name proto)
   get_filename_component(folder ${proto} ABSOLUTE)
   get_filename_component(folder ${folder} DIRECTORY)
   get_filename_component(stem ${proto} NAME_WE)
-  set(out ${CMAKE_CURRENT_BINARY_DIR}/generated)
+  cmake_parse_arguments(arg "LITE" "" "" ${ARGN})
+  set(out ${CMAKE_CURRENT_BINARY_DIR}/generated/${name})
+  set(options "")
+  if(arg_LITE)
+    set(options "lite:")
+  endif()
   set(generated ${out}/${stem}.pb.cc ${out}/${stem}.pb.h
                 ${out}/${stem}.grpc.pb.cc ${out}/${stem}.grpc.pb.h)
   file(MAKE_DIRECTORY ${out})
   add_custom_command(
     OUTPUT ${generated}
-    COMMAND protobuf::protoc --cpp_out=${out} --grpc_out=${out}
+    COMMAND protobuf::protoc --cpp_out=${options}${out} --grpc_out=${out}
             --plugin=protoc-gen-grpc=${JEX_GRPC_CPP_PLUGIN} -I ${folder} ${folder}/${stem}.proto
     DEPENDS ${folder}/${stem}.proto
     COMMENT "Generating the service of ${stem}.proto"

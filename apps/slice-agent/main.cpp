@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "agent.h"
+#include "configure.h"
 #include "host_port.h"
 #include "loop_probe.h"
 #include "registrations.h"
@@ -38,6 +39,7 @@ struct Options {
   int counter_update_ms = 1000;
   bool model_counter_update = false;
   std::string control = "127.0.0.1:50051";
+  std::string configure;
   std::vector<std::string> ports;
   std::string clock = "real";
 };
@@ -57,7 +59,7 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
       "Serves partners on ipc:///tmp/Partner0 until SIGINT, SIGTERM or SIGHUP.",
       "slice-agent"};
   app.set_version_flag("--version", "slice-agent " JEX_VERSION);
-  app.add_option("--program", options->programs, "P4 program description to load; repeatable")
+  app.add_option("--program", options->programs, "P4 program to load; repeatable")
       ->required()
       ->type_name("FILE")
       ->allow_extra_args(false);  // one file an option
@@ -83,6 +85,10 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
                  "Address of the control server, HOST:PORT (port 0: a free one), or off")
       ->check(CLI::Validator(checkControl, ""))
       ->capture_default_str();
+  app.add_option("--configure", options->configure,
+                 "Set-up file, carried out before partners connect and packets move: entries, "
+                 "registers, meters, multicast groups, clone sessions")
+      ->type_name("FILE");
   app.add_option("--port", options->ports,
                  "Attach a port: N=if:NAME or N=pcap:IN[,OUT]; repeatable")
       ->type_name("SPEC")
@@ -138,9 +144,12 @@ void awaitServing() {
 
 /// Ready when it returns.
 void serve(const Options& options) {
+  std::optional<SetupFile> setup;
+  if (!options.configure.empty()) setup.emplace(options.configure);
   takeSocket();
   addPhysicalDevice(options.device, options.programs);
   if (options.clock == "capture") followCaptureTime();
+  if (setup) setup->apply(options.device);
   if (!options.ports.empty()) attachPorts(options.device, options.ports);
   const size_t tables = countTables(options.device);
   const bool has_control = options.control != kNoControl;
@@ -165,10 +174,10 @@ void serve(const Options& options) {
   if (!options.ports.empty()) startCaptures(options.device);
 }
 
-[[noreturn]] void fail() {
+[[noreturn]] void fail(int status) {
   if (has_socket_file) removeAgentSocket();
   std::fflush(nullptr);
-  _exit(kExitFailure);
+  _exit(status);
 }
 
 int run(int argc, char** argv) {
@@ -189,9 +198,12 @@ int run(int argc, char** argv) {
 int main(int argc, char** argv) {
   try {
     return slice_agent::run(argc, argv);
+  } catch (const slice_agent::ConfigureError& error) {
+    std::fprintf(stderr, "slice-agent: %s\n", error.what());
+    slice_agent::fail(slice_agent::kExitUsage);
   } catch (const slice_agent::ProgramError&) {  // has been told
   } catch (const std::exception& error) {       // a StartError, or memory is out
     std::fprintf(stderr, "slice-agent: %s\n", error.what());
   }
-  slice_agent::fail();
+  slice_agent::fail(slice_agent::kExitFailure);
 }

@@ -6,10 +6,12 @@
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <system_error>
 #include <utility>
 
 #include "health.grpc.pb.h"
+#include "stf_commands.h"
 #include "switch.grpc.pb.h"
 
 namespace switchctl {
@@ -62,7 +64,7 @@ void setDevice(const Place& place, Request* request) {
 
 /// Sends a file piece by piece; stops when the server has heard enough, which says why at the end.
 template <typename Stream>
-void upload(std::ifstream& file, const std::string& name, uint32_t port, const Place& place,
+void upload(std::istream& file, const std::string& name, uint32_t port, const Place& place,
             Stream* stream) {
   constexpr size_t kPiece = size_t{256} * 1024;
   pb::CaptureUpload message;
@@ -91,13 +93,36 @@ std::ifstream openFile(const std::string& name) {
   return file;
 }
 
+/// A capture of one packet.
+std::string captureOf(const std::string& bytes) {
+  // Magic number, version 2.4, time zone and accuracy, longest packet, Ethernet.
+  const uint32_t header[] = {0xA1B2C3D4, 4U << 16 | 2U, 0, 0, 0x40000, 1};
+  const auto length = static_cast<uint32_t>(bytes.size());
+  const uint32_t record[] = {0, 0, length, length};  // time, bytes that are there, on the wire
+  std::string capture(reinterpret_cast<const char*>(header), sizeof header);
+  capture.append(reinterpret_cast<const char*>(record), sizeof record);
+  return capture + bytes;
+}
+
+template <typename Request, typename Reply, typename Stub>
+grpc::Status callStub(Stub* stub,
+                      grpc::Status (Stub::*method)(grpc::ClientContext*, const Request&, Reply*),
+                      const google::protobuf::MessageLite& request,
+                      google::protobuf::MessageLite* reply) {
+  grpc::ClientContext context;
+  setDeadline(&context);
+  return (stub->*method)(&context, static_cast<const Request&>(request),
+                         static_cast<Reply*>(reply));
+}
+
 }  // namespace
 
 struct Client::Stubs {
   explicit Stubs(const std::shared_ptr<grpc::Channel>& channel)
-      : control(channel), health(channel) {}
+      : control(channel), settings(channel), health(channel) {}
 
   pb::Switch::Stub control;
+  pb::Settings::Stub settings;
   grpc::health::v1::Health::Stub health;
 };
 
@@ -168,6 +193,28 @@ void Client::entries(const std::string& table, const Place& place,
   check(status, target_);
 }
 
+void Client::settings(const char* method, const google::protobuf::MessageLite& request,
+                      google::protobuf::MessageLite* reply) {
+  using Stub = pb::Settings::Stub;
+  const std::string name = method;
+  grpc::Status status(grpc::StatusCode::UNIMPLEMENTED, "there is no call " + name);
+  Stub* const stub = &stubs_->settings;
+  if (name == "Describe") status = callStub(stub, &Stub::Describe, request, reply);
+  if (name == "Apply") status = callStub(stub, &Stub::Apply, request, reply);
+  if (name == "ListSettings") status = callStub(stub, &Stub::ListSettings, request, reply);
+  if (name == "ReadCells") status = callStub(stub, &Stub::ReadCells, request, reply);
+  if (name == "Exchange") status = callStub(stub, &Stub::Exchange, request, reply);
+  switch (status.error_code()) {
+    case grpc::StatusCode::OK:
+    case grpc::StatusCode::UNAVAILABLE:
+    case grpc::StatusCode::DEADLINE_EXCEEDED:
+    case grpc::StatusCode::UNIMPLEMENTED:
+      return check(status, target_);
+    default:
+      throw stf::Error(status.error_message());
+  }
+}
+
 // --- ports and packets
 
 pb::Port Client::addPort(const std::string& spec, const Place& place) {
@@ -227,9 +274,21 @@ pb::InjectReply Client::inject(uint32_t port, const std::string& file, const Pla
 void Client::trace(uint32_t port, const std::string& file, const Place& place,
                    const std::function<void(const pb::TracedPacket&)>& consumer) {
   std::ifstream capture = openFile(file);
+  traceCapture(&capture, file, port, place, consumer);
+}
+
+void Client::tracePacket(uint32_t port, const std::string& bytes, const Place& place,
+                         const std::function<void(const pb::TracedPacket&)>& consumer) {
+  std::istringstream capture(captureOf(bytes));
+  traceCapture(&capture, "packet", port, place, consumer);
+}
+
+void Client::traceCapture(std::istream* capture, const std::string& name, uint32_t port,
+                          const Place& place,
+                          const std::function<void(const pb::TracedPacket&)>& consumer) {
   grpc::ClientContext context;
   const auto stream = stubs_->control.Trace(&context);
-  upload(capture, file, port, place, stream.get());
+  upload(*capture, name, port, place, stream.get());
   for (pb::TracedPacket packet; stream->Read(&packet);) consumer(packet);
   check(stream->Finish(), target_);
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,6 +15,9 @@
 
 namespace grpc {
 class ClientContext;
+}
+namespace google::protobuf {
+class MessageLite;
 }
 
 namespace switchctl {
@@ -48,6 +52,10 @@ class Client {
   void entries(const std::string& table, const Place& place,
                const std::function<void(const jx::control::v1::EntryChunk&)>& consumer);
 
+  /// A call of the service Settings by its name. Throws stf::Error where the service refuses.
+  void settings(const char* method, const google::protobuf::MessageLite& request,
+                google::protobuf::MessageLite* reply);
+
   // --- ports and packets; of `place` only the device counts
   jx::control::v1::Port addPort(const std::string& spec, const Place& place);
   jx::control::v1::Port deletePort(uint32_t port, const Place& place);
@@ -58,6 +66,9 @@ class Client {
   /// Sends a capture file and hands over what became of each packet.
   void trace(uint32_t port, const std::string& file, const Place& place,
              const std::function<void(const jx::control::v1::TracedPacket&)>& consumer);
+  /// The same for one packet.
+  void tracePacket(uint32_t port, const std::string& bytes, const Place& place,
+                   const std::function<void(const jx::control::v1::TracedPacket&)>& consumer);
   /// Hands over what passes at a port: first a message without packets, when the capture has begun.
   /// Ends after `count` packets (0: never), or when `stop` is called.
   void capture(const jx::control::v1::CaptureRequest& request,
@@ -72,6 +83,9 @@ class Client {
  private:
   struct Stubs;
 
+  void traceCapture(std::istream* capture, const std::string& name, uint32_t port,
+                    const Place& place,
+                    const std::function<void(const jx::control::v1::TracedPacket&)>& consumer);
   template <typename Message, typename Open>
   void readUntilStopped(Open open, const std::function<void(const Message&)>& consumer);
   void setStream(grpc::ClientContext* stream);

@@ -14,12 +14,16 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "capture_out.h"
 #include "client.h"
 #include "entry.h"
 #include "host_port.h"
 #include "render.h"
+#include "render_settings.h"
+#include "setup_commands.h"
+#include "stf_commands.h"
 
 namespace switchctl {
 namespace {
@@ -37,6 +41,8 @@ struct Options {
   std::string port_spec;
   uint32_t port = 0;
   std::string file;
+  std::string name;
+  std::vector<std::string> words;
   uint64_t count = 0;
   std::string direction = "both";
 
@@ -206,11 +212,69 @@ int runInject(const Options& options, Client& client) {
 }
 
 int runTrace(const Options& options, Client& client) {
-  client.trace(options.port, options.file, options.place,
-               [&](const jx::control::v1::TracedPacket& packet) {
-                 print(renderTraced(packet, options.format()));
-               });
+  const auto show = [&](const jx::control::v1::TracedPacket& packet) {
+    print(renderTraced(packet, options.format()));
+  };
+  std::string digits;
+  for (const std::string& word : options.words) digits += word;
+  const bool is_file = options.words.size() == 1 && std::filesystem::exists(digits);
+  const std::string bytes = is_file ? std::string() : packetBytes(digits);
+  if (!bytes.empty()) {
+    client.tracePacket(options.port, bytes, options.place, show);
+  } else {
+    client.trace(options.port, options.words.size() == 1 ? digits : options.words.front(),
+                 options.place, show);
+  }
   return EXIT_SUCCESS;
+}
+
+// --- set-up and packet tests
+
+int runSet(const Options& options, Client& client) {
+  applyWords(options.words, options.place, client);
+  return EXIT_SUCCESS;
+}
+
+int runConfigure(const Options& options, Client& client) {
+  applyFile(options.file, options.place, client);
+  return EXIT_SUCCESS;
+}
+
+int runRegisters(const Options& options, Client& client) {
+  print(showRegisters(options.name, options.non_zero, options.place, client, options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runMeters(const Options& options, Client& client) {
+  print(showMeters(options.name, options.non_zero, options.place, client, options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runValueSets(const Options& options, Client& client) {
+  print(renderValueSets(readSettings(options.place, client), options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runMulticast(const Options& options, Client& client) {
+  print(renderMulticast(readSettings(options.place, client), options.format()));
+  return EXIT_SUCCESS;
+}
+
+int runClones(const Options& options, Client& client) {
+  print(renderClones(readSettings(options.place, client), options.format()));
+  return EXIT_SUCCESS;
+}
+
+/// 1 says that something differed; that the test could not be run is another thing.
+int runStf(const Options& options, Client& client) {
+  try {
+    const Outcome outcome = runPacketTest(options.file, options.place, client, options.format());
+    print(outcome.text);
+    return outcome.status;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "switchctl: %s\n", error.what());
+    return kExitUsage;
+  }
 }
 
 sigset_t endSignals() {
@@ -310,8 +374,8 @@ int run(int argc, char** argv) {
   Command command = nullptr;
   CLI::App app{
       "Looks into the devices of a slice agent, or of a partner in test mode, over gRPC;\n"
-      "attaches ports to an agent's device and follows packets through it; tells what happens on "
-      "it.",
+      "attaches ports to an agent's device, sets it up and follows packets through it; tells what "
+      "happens on it; runs packet tests.",
       "switchctl"};
   app.set_version_flag("--version", "switchctl " JEX_VERSION);
   app.require_subcommand(0, 1);  // a missing one is reported below, after an unknown one
@@ -360,7 +424,17 @@ int run(int argc, char** argv) {
   addPortCommand("port-up", "Set a port up", runPortUp);
   addPortCommand("port-down", "Set a port down: it drops what comes in and goes out", runPortDown);
   addPacketCommand("inject", "Let the packets of a capture come in at a port", runInject);
-  addPacketCommand("trace", "Tell the way of each packet of a capture, sending none", runTrace);
+  CLI::App* const trace =
+      addCommand(&app, "trace", "Tell the way of each packet of a capture, or of one, sending none",
+                 runTrace, &command);
+  trace->add_option("--port", options.port, "Number of the port")
+      ->required()
+      ->check(CLI::Range(0, kLastPort));
+  trace
+      ->add_option("FILE", options.words,
+                   "Capture file, or the bytes of a packet as hexadecimal digits")
+      ->type_name("FILE|HEX")
+      ->required();
   CLI::App* const capture =
       addPacketCommand("capture", "Write what passes at a port to a capture", runCapture);
   capture->add_option("--count", options.count, "End after so many packets; 0: at SIGINT")
@@ -372,6 +446,28 @@ int run(int argc, char** argv) {
              &command)
       ->add_option("--count", options.count, "End after so many events; 0: at SIGINT")
       ->capture_default_str();
+  addCommand(&app, "set", "Set up one thing: a command of packet tests, see the manual page",
+             runSet, &command)
+      ->add_option("COMMAND", options.words, "The command and what belongs to it")
+      ->required();
+  addCommand(&app, "configure", "Carry out the set-up commands of a file", runConfigure, &command)
+      ->add_option("FILE", options.file, "Set-up file")
+      ->required();
+  const auto addCellsCommand = [&](const char* name, const char* help, Command run) {
+    CLI::App* const sub = addCommand(&app, name, help, run, &command);
+    sub->add_option("NAME", options.name, "Print its cells");
+    sub->add_flag("--non-zero", options.non_zero, "Leave out cells that are 0 or not set");
+  };
+  addCellsCommand("registers", "List registers, or print one", runRegisters);
+  addCellsCommand("meters", "List meters, or print the rates of one", runMeters);
+  addCommand(&app, "value-sets", "List value sets and their members", runValueSets, &command);
+  addCommand(&app, "multicast", "List multicast groups and nodes", runMulticast, &command);
+  addCommand(&app, "clones", "List clone sessions", runClones, &command);
+  addCommand(&app, "stf",
+             "Run a packet test; with --program FILE on a device of its own with that program",
+             runStf, &command)
+      ->add_option("FILE", options.file, "Packet test")
+      ->required();
   try {
     app.parse(argc, argv);
     if (command == nullptr) throw CLI::RequiredError("A command");

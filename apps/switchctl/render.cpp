@@ -30,22 +30,6 @@ const char* kindName(pb::TableKind kind) {
   }
 }
 
-/// Columns of text, as wide as their widest cell; the first row is the heading.
-std::string renderColumns(const std::vector<std::vector<std::string>>& rows) {
-  std::vector<size_t> widths(rows.front().size());
-  for (const auto& row : rows) {
-    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-  }
-  std::string out;
-  for (const auto& row : rows) {
-    for (size_t i = 0; i + 1 < row.size(); ++i) {
-      out += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
-    }
-    out += row.back() + '\n';
-  }
-  return out;
-}
-
 std::string hex(uint32_t value) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%08x", value);
@@ -136,6 +120,21 @@ std::string summaryOf(const pb::PacketCounts& counts) {
 }
 
 }  // namespace
+
+std::string renderColumns(const std::vector<std::vector<std::string>>& rows) {
+  std::vector<size_t> widths(rows.front().size());
+  for (const auto& row : rows) {
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  }
+  std::string out;
+  for (const auto& row : rows) {
+    for (size_t i = 0; i + 1 < row.size(); ++i) {
+      out += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+    }
+    out += row.back() + '\n';
+  }
+  return out;
+}
 
 std::string jsonLine(const Json& json) {
   // Names of files need not be UTF-8, which JSON is: what is not is replaced.

@@ -15,6 +15,9 @@ enum class Format { kText, kJson };
 /// What is printed of an object or an array. Bytes that are no UTF-8 are replaced by U+FFFD.
 std::string jsonLine(const nlohmann::ordered_json& json);
 
+/// Columns of text, as wide as their widest cell; the first row is the heading.
+std::string renderColumns(const std::vector<std::vector<std::string>>& rows);
+
 // Whole outputs, each ending with an end of line. Lists in JSON are an array of objects.
 std::string renderHealth(const std::string& status, Format format);
 std::string renderPrograms(const std::vector<jx::control::v1::Program>& programs, Format format);

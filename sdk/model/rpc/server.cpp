@@ -17,6 +17,7 @@
 #include "model/base/faults.h"
 #include "model/base/mutex.h"
 #include "model/rpc/service.h"
+#include "model/rpc/settings_service.h"
 
 namespace jxmodel::control {
 namespace {
@@ -28,6 +29,7 @@ struct ControlServer {
       : service(std::move(session)) {}
 
   SwitchService service;
+  SettingsService settings;
   std::unique_ptr<grpc::Server> server;
   int port = 0;
   pid_t owner = 0;  // a forked child has the object, but not the threads
@@ -101,6 +103,7 @@ jx_status_t start(const char* address) {
   // Two processes on one address would each get some of the calls.
   builder.AddChannelArgument(GRPC_ARG_ALLOW_REUSEPORT, 0);
   builder.RegisterService(&control->service);
+  builder.RegisterService(&control->settings);
   control->server = builder.BuildAndStart();
   if (control->server == nullptr) return JX_IO_ERROR;
   control->owner = getpid();

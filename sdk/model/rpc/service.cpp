@@ -3,6 +3,7 @@
 #include <google/protobuf/arena.h>
 
 #include "model/rpc/entry_reader.h"
+#include "model/rpc/table_kind.h"
 #include "model/runtime/rt_learn.h"
 
 namespace jxmodel::control {
@@ -27,24 +28,6 @@ grpc::Status unexpected(const std::string& where, jx_status_t status) {
 }
 
 jx_rt_target_t wholeDevice(jx_dev_id_t device) { return {device, JX_PIPE_ALL, 0, 0}; }
-
-pb::TableKind kindOf(jx_rt_table_type_t type) {
-  switch (type) {
-    case JX_RT_TABLE_MATCH_DIRECT:
-      return pb::TABLE_KIND_MATCH_DIRECT;
-    case JX_RT_TABLE_MATCH_ACTION_DATA:
-      return pb::TABLE_KIND_MATCH_ACTION_DATA;
-    case JX_RT_TABLE_MATCH_SELECTOR:
-      return pb::TABLE_KIND_MATCH_SELECTOR;
-    case JX_RT_TABLE_ACTION_DATA:
-      return pb::TABLE_KIND_ACTION_DATA;
-    case JX_RT_TABLE_SELECTOR:
-      return pb::TABLE_KIND_SELECTOR;
-    case JX_RT_TABLE_COUNTER:
-      return pb::TABLE_KIND_COUNTER;
-  }
-  return pb::TABLE_KIND_UNSPECIFIED;
-}
 
 template <typename Request>
 std::optional<jx_dev_id_t> deviceOf(const Request& request) {

@@ -57,6 +57,18 @@ bool Switch::inject(uint32_t port, std::vector<PacketBuffer> packets) {
   return runOnIoThread([] {});
 }
 
+bool Switch::exchange(uint32_t port, PacketBuffer packet, std::vector<Sent>* sent) {
+  const bool done = runOnIoThread([&] {
+    injecting_ = true;
+    sent_ = sent;
+    ports_.inject(port, std::move(packet));
+    sent_ = nullptr;
+    injecting_ = false;
+  });
+  // As in `inject`.
+  return done && runOnIoThread([] {});
+}
+
 Trace Switch::trace(uint32_t port, PacketBuffer packet) const {
   Trace trace;
   pipeline_.run({packet.data(), static_cast<uint32_t>(packet.size()),
@@ -135,6 +147,7 @@ void Switch::showLinks() {
 }
 
 void Switch::send(uint32_t port, PacketBuffer&& packet) {
+  if (sent_ != nullptr) sent_->push_back({port, packet.copy()});
   if (tapped_.load(std::memory_order_acquire)) {
     const std::optional<PortStatus> status = ports_.status(port);
     if (status && status->linkUp()) showTaps(port, packet, true);

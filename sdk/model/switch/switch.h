@@ -50,6 +50,15 @@ class Switch final : private Egress {
   /// The port need not be attached. False if the switch ended before.
   bool inject(uint32_t port, std::vector<PacketBuffer> packets);
 
+  struct Sent {
+    uint32_t port = 0;
+    PacketBuffer packet;
+  };
+  /// Lets one packet come in as `inject` does and hands over copies of those that it led to, in the
+  /// order in which they left, also to ports that are not attached. False if the switch ended
+  /// before.
+  bool exchange(uint32_t port, PacketBuffer packet, std::vector<Sent>* sent);
+
   /// Runs a packet through the tables and says what would become of it. Nothing is sent or counted,
   /// no entry is hit, and nothing is learned.
   Trace trace(uint32_t port, PacketBuffer packet) const;
@@ -79,6 +88,7 @@ class Switch final : private Egress {
   std::vector<LearnChannel*> channels_;  // as Program::learns of the pipeline's program
   std::vector<Digest> digests_;          // of one packet; the I/O thread's
   bool injecting_ = false;               // the I/O thread's
+  std::vector<Sent>* sent_ = nullptr;    // of an exchange; the I/O thread's
   std::bitset<kMaxPorts> links_;         // that are up; the I/O thread's
   std::atomic<uint64_t> sent_nowhere_{0};
   std::vector<uint32_t> flood_ports_;  // the I/O thread's
