@@ -1,0 +1,54 @@
+"""The packet tests of compiled P4 programs, one function per case.
+
+A module of this package holds the cases of one subject. A function with @case returns (program,
+packet test) or (program, packet test, P4Info text); one with @refusal("words") returns a program
+that a loader refuses with an error line that contains these words. The function's name is the
+case's name. Expected bytes come from calculations in the test's own Python.
+"""
+import importlib
+import pkgutil
+
+CASES = {}
+
+
+class Case:
+    """What one function describes; a case with `refusal` has a program only."""
+
+    def __init__(self, function, refusal=None):
+        self.name = function.__name__
+        self.refusal = refusal
+        result = function()
+        if not isinstance(result, tuple):
+            result = (result,)
+        program, *texts = result
+        self.json = program if isinstance(program, dict) else program.build()
+        self.stf = str(texts[0]) if texts else None
+        self.p4info = texts[1] if len(texts) > 1 else None
+
+
+def register(function, refusal=None):
+    if function.__name__ in CASES:
+        raise ValueError(f"case {function.__name__} exists twice")
+    CASES[function.__name__] = (function, refusal)
+    return function
+
+
+def case(function):
+    """Marks a function that returns a program and its packet test."""
+    return register(function)
+
+
+def refusal(words):
+    """Marks a function whose program a loader refuses with an error line that contains `words`."""
+    return lambda function: register(function, words)
+
+
+def load():
+    """Imports every module of the package and returns the names of all cases."""
+    for module in pkgutil.iter_modules(__path__):
+        importlib.import_module(f"{__name__}.{module.name}")
+    return sorted(CASES)
+
+
+def make(name):
+    return Case(*CASES[name])
