@@ -22,6 +22,7 @@ STF_LINES = [re.compile(form + "$") for form in (
     rf"register_read {NAME} \d+", rf"register_write {NAME} \d+ {NUMBER}", rf"register_reset {NAME}",
     rf"meter_get_rates {NAME} \d+", rf"meter_set_rates {NAME} \d+( {RATE})+",
     rf"meter_array_set_rates {NAME}( {RATE})+",
+    rf"vset_add {NAME} {NUMBER}( &&& {NUMBER})?",
     rf"member {NAME} \d+ {ACTION}", rf"group {NAME} \d+( \d+)+")]
 
 NAMED_ARRAYS = {"register_array": "register_arrays", "counter_array": "counter_arrays",
@@ -44,7 +45,8 @@ def defects_of(case):
         return [] if case.refusal.strip() else ["the refusal has no words"]
     if case.stf is None:
         return ["the case has no packet test"]
-    return References(root).defects() + stf_defects(case.stf)
+    defects = References(root).defects()
+    return defects if case.difference is not None else defects + stf_defects(case.stf)
 
 
 def stf_defects(text):

@@ -2,7 +2,8 @@
 """Writes the packet tests of compiled P4 programs: make_cases.py OUT_DIR [NAME...]
 
 Per case NAME: NAME.json and NAME.stf, and NAME.p4info.txtpb where the case has one; a case that
-must be refused has NAME.json and NAME.refused, whose first line is text of the error line.
+must be refused has NAME.json and NAME.refused, whose first line is text of the error line. A packet
+test that must fail is NAME.fails.stf; its line "# fails: TEXT" says which difference it shows.
 
     --list    prints the names of all cases
     --check   writes nothing, and checks the references in every program and the form of every test
@@ -30,7 +31,7 @@ def write_case(folder, name):
     if case.refusal is not None:
         write(path + ".refused", case.refusal + "\n")
     if case.stf is not None:
-        write(path + ".stf", case.stf)
+        write(path + (".stf" if case.difference is None else ".fails.stf"), case.stf)
     if case.p4info is not None:
         write(path + ".p4info.txtpb", case.p4info)
 

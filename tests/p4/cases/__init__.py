@@ -2,8 +2,10 @@
 
 A module of this package holds the cases of one subject. A function with @case returns (program,
 packet test) or (program, packet test, P4Info text); one with @refusal("words") returns a program
-that a loader refuses with an error line that contains these words. The function's name is the
-case's name. Expected bytes come from calculations in the test's own Python.
+that a loader refuses with an error line that contains these words; one with @fails("difference")
+returns a case whose packet test must fail, and `difference` says what the runner has to report. The
+function's name is the case's name, its description opens the packet test. Expected bytes come from
+calculations in the test's own Python.
 """
 import importlib
 import pkgutil
@@ -12,24 +14,35 @@ CASES = {}
 
 
 class Case:
-    """What one function describes; a case with `refusal` has a program only."""
+    """What one function describes; a case with `refusal` has no packet test.
 
-    def __init__(self, function, refusal=None):
+    difference: what a packet test that must fail shows, None where it must pass.
+    """
+
+    def __init__(self, function, refusal=None, difference=None):
         self.name = function.__name__
         self.refusal = refusal
+        self.difference = difference
         result = function()
         if not isinstance(result, tuple):
             result = (result,)
         program, *texts = result
         self.json = program if isinstance(program, dict) else program.build()
-        self.stf = str(texts[0]) if texts else None
+        self.stf = self.described(function, texts[0]) if texts and texts[0] is not None else None
         self.p4info = texts[1] if len(texts) > 1 else None
 
 
-def register(function, refusal=None):
+    def described(self, function, test):
+        """The packet test, with the function's description and the difference as comments above it."""
+        words = (function.__doc__ or "").splitlines()
+        words += [] if self.difference is None else [f"fails: {self.difference}"]
+        return "".join(f"# {line.strip()}\n" for line in words if line.strip()) + str(test)
+
+
+def register(function, *more):
     if function.__name__ in CASES:
         raise ValueError(f"case {function.__name__} exists twice")
-    CASES[function.__name__] = (function, refusal)
+    CASES[function.__name__] = (function, *more)
     return function
 
 
@@ -41,6 +54,11 @@ def case(function):
 def refusal(words):
     """Marks a function whose program a loader refuses with an error line that contains `words`."""
     return lambda function: register(function, words)
+
+
+def fails(difference):
+    """Marks a function whose packet test must fail; a runner reports this difference."""
+    return lambda function: register(function, None, difference)
 
 
 def load():
