@@ -11,8 +11,8 @@ KEY = rf"{NAME}:({PATTERN}(/\d+)?|{NUMBER}->{NUMBER})"
 ACTION = rf"({NAME}\(({NAME}:{NUMBER}(\s*,\s*{NAME}:{NUMBER})*)?\)|(member|group)\({NUMBER}\))"
 RATE = r"[\d.]+:\d+"
 
-STF_LINES = [re.compile(form + "$") for form in (
-    rf"packet \d+ ({HEX}{HEX})*", rf"expect \d+( (({HEX}|\*)({HEX}|\*))* ?\$?)?",
+STF_LINES = [re.compile(form + "$", re.IGNORECASE) for form in (
+    rf"packet \d+ ({HEX}| )*", rf"expect \d+( ({HEX}|\*| )*\$?)?",
     r"(no_packet|wait|remove all)",
     rf"add {NAME}( {NUMBER})?( {KEY})* {ACTION}( = \w+)?", rf"setdefault {NAME} {ACTION}",
     rf"check_counter {NAME}\(\d+\)( (packets|bytes) (==|!=|<|<=|>|>=) \d+)?",
@@ -54,7 +54,7 @@ def stf_defects(text):
     expects = 0
     for number, line in enumerate(text.splitlines(), 1):
         line = line.split("#", 1)[0].strip()
-        expects += line.startswith(("expect", "packet", "check_counter"))
+        expects += line.lower().startswith(("expect", "packet", "check_counter"))
         if line and not any(form.match(line) for form in STF_LINES):
             defects.append(f"line {number} of the packet test has no known form: {line}")
     return defects if expects else defects + ["the packet test observes nothing"]
