@@ -44,6 +44,16 @@ def packed(fields, **values):
     return number_.to_bytes(bits // 8, "big").hex()
 
 
+def crc16(data):
+    """The algorithm crc16: polynomial 0x8005 reflected, which starts at 0."""
+    crc = 0
+    for byte in data:
+        crc ^= byte
+        for _ in range(8):
+            crc = crc >> 1 ^ 0xa001 if crc & 1 else crc >> 1
+    return crc
+
+
 def out(port):
     """Sends the packet to a port. 511 is no port: it drops."""
     return assign(f("egress_spec"), port)

@@ -278,10 +278,9 @@ def union_add_takes_the_other_away():
     p.header("spare", "one_t")
     p.parse("t", "u.one")
     p.when(f("t.op") == 1, "add_two", "copy_one")
-    p.node("add_two", [], [p.action("add_two_body", add_header(Header("u.two")))], next="leave")
-    p.node("copy_one", [], [p.action(
-        "copy_one_body", add_header(Header("u.two")), add_header(Header("spare")),
-        assign(f("spare.x"), 0x66), assign_header(Header("u.one"), Header("spare")))])
+    p.do(add_header(Header("u.two")), name="add_two", next="leave")
+    p.do(add_header(Header("u.two")), add_header(Header("spare")),
+        assign(f("spare.x"), 0x66), assign_header(Header("u.one"), Header("spare")), name="copy_one")
     p.do(assign(f("t.a"), f("u.one.$valid$")), assign(f("t.b"), f("u.two.$valid$")),
          assign(f("t.c"), b2d(op("valid_union", None, Union("u")))),
          out(1), name="leave")
@@ -312,7 +311,7 @@ def mark_to_drop_and_revival():
     p = Lab()
     p.do(out(1), mark_to_drop())
     p.when(f("t.op") == 1, "revive")
-    p.node("revive", [], [p.action("revive_body", out(3))])
+    p.do(out(3), name="revive")
     return p.test(packet(1, t(op=0)), packet(1, t(op=1)), expect(3, t(op=1)))
 
 
@@ -336,8 +335,7 @@ def mark_to_drop_on_a_copy():
     p.metadata("smeta_0", "standard_metadata")
     p.do(out(4), mark_to_drop(Header("smeta_0")))
     p.when(f("t.op") == 1, "copy_back")
-    p.node("copy_back", [], [p.action("copy_back_body", assign_header(p.standard, Header("smeta_0")))],
-            next=None)
+    p.do(assign_header(p.standard, Header("smeta_0")), name="copy_back", next=None)
     return p.test(packet(1, t(op=0)), expect(4, t(op=0)), packet(1, t(op=1)))
 
 
@@ -368,7 +366,7 @@ def drop_taken_back_in_egress():
     p.do(out(5))
     p.do(mark_to_drop(), pipe="egress")
     p.when(f("t.op") == 1, "revive", pipe="egress")
-    p.node("revive", [], [p.action("revive_body", out(8))], next=None, pipe="egress")
+    p.do(out(8), name="revive", next=None, pipe="egress")
     return p.test(packet(1, t(op=0)), packet(1, t(op=1)), expect(5, t(op=1)))
 
 
@@ -456,19 +454,10 @@ def exit_in_egress():
     p = Lab()
     p.do(out(1))
     p.when(f("t.op") == 1, "drops", "leaves", pipe="egress")
-    p.node("drops", [], [p.action("drop_and_exit", mark_to_drop(), exit_pipeline())], pipe="egress", next="after")
-    p.node("leaves", [], [p.action("just_exit", exit_pipeline())], pipe="egress", next="after")
+    p.do(mark_to_drop(), exit_pipeline(), name="drops", pipe="egress", next="after")
+    p.do(exit_pipeline(), name="leaves", pipe="egress", next="after")
     p.do(assign(f("t.a"), 0x77), out(1), pipe="egress", name="after")
     return p.test(packet(1, t(op=1)), packet(1, t(op=2)), expect(1, t(op=2)))
-
-
-def crc16(data):
-    crc = 0
-    for byte in data:
-        crc ^= byte
-        for _ in range(8):
-            crc = (crc >> 1) ^ 0xa001 if crc & 1 else crc >> 1
-    return crc
 
 
 @case
@@ -611,7 +600,7 @@ def digest_does_not_hold_the_packet():
     second = p.learn_list("tuple_0", [user("d0"), f("t.c")])
     p.do(assign(user("d0"), f("t.a")), generate_digest(first), generate_digest(second), out(1))
     p.when(f("t.op") == 1, "drop_it")
-    p.node("drop_it", [], [p.action("drop_body", mark_to_drop())])
+    p.do(mark_to_drop(), name="drop_it")
     p.do(generate_digest(first), assign(f("t.b"), 0x22), pipe="egress")
     return p.test(packet(1, t(a=9)), expect(1, t(a=9, b=0x22)), packet(1, t(op=1)))
 

@@ -331,6 +331,15 @@ def next_node_of_the_default_by_its_name():
 
 
 @case
+def next_node_when_nothing_else_applies():
+    """An action that next_tables does not name goes to base_default_next, after a hit and after a miss."""
+    p = Lab()
+    adds = two_ways(p, {"one": "way_10"}, "way_30")
+    return p.test(adds, packet(1, t(op=1)), expect(1, t(op=1, a=1, b=0x10)),
+                  packet(1, t(op=2)), expect(1, t(op=2, a=2, b=0x30)), packet(1, t(op=4)), expect(1, t(op=4, b=0x30)))
+
+
+@case
 def ids_run_over_both_pipelines():
     """Tables and conditionals of egress have ids that go on from those of ingress."""
     p = Lab()
@@ -512,10 +521,11 @@ def keyless_indirect_table():
 
 @case
 def one_profile_for_two_tables():
-    """A member serves both tables; its next node depends on the table."""
+    """A member serves both tables; next node and body of the action are those of the table's own copy."""
     p = Lab()
     p.ingress.action_profile("set")
-    first, second = marker(p, "mark"), marker(p, "mark")
+    first = marker(p, "mark")
+    second = p.action("mark", assign(f("t.c"), Data(0)), data=[("v", 8)])
     p.node("one", [key("exact", f("t.op"))], [first], kind="indirect", profile="set",
            next_tables={"mark": "way_10"}, base="two")
     p.node("two", [key("lpm", f("t.d"))], [second], kind="indirect", profile="set",
@@ -525,17 +535,8 @@ def one_profile_for_two_tables():
     p.do(out(1), name="leave")
     return p.test("member set 1 mark(v:1)", "add one t.op:1 member(1)", "add two t.d:0x0a000000/8 member(1)",
                   packet(1, t(op=1)), expect(1, t(op=1, a=1, b=0x10)),
-                  packet(1, t(op=2, d=0x0a111111)), expect(1, t(op=2, d=0x0a111111, a=1, b=0x20)),
+                  packet(1, t(op=2, d=0x0a111111)), expect(1, t(op=2, d=0x0a111111, b=0x20, c=1)),
                   packet(1, t(op=2, d=0x0b111111)), expect(1, t(op=2, d=0x0b111111)))
-
-
-def crc16_of(data):
-    crc = 0
-    for byte in data:
-        crc ^= byte
-        for _ in range(8):
-            crc = (crc >> 1) ^ 0xa001 if crc & 1 else crc >> 1
-    return crc
 
 
 @case
@@ -549,7 +550,7 @@ def selector_takes_the_member_by_its_hash():
              "group set 1 11 12 13", "group set 2 12", "add pick t.op:1 group(1)", "add pick t.op:2 group(2)",
              "add pick t.op:3 member(13)"]
     for c, d in ((1, 2), (3, 4), (0xffff, 5), (77, 0x0a0b0c0d), (78, 0x0a0b0c0d), (79, 0x0a0b0c0d)):
-        value = crc16_of(c.to_bytes(2, "big") + d.to_bytes(4, "big"))
+        value = crc16(c.to_bytes(2, "big") + d.to_bytes(4, "big"))
         lines += hits(11 + value % 3, "", op=1, c=c, d=d)
     return p.test(lines, hits(12, "", op=2, c=1, d=2), hits(13, "", op=3, c=1, d=2))
 
@@ -595,8 +596,8 @@ def selector_leaves_invalid_headers_out():
     p.do(out(1))
     lines = [f"member set {i} mark(v:{i})" for i in range(7)] + ["group set 1 0 1 2 3 4 5 6", "setdefault pick group(1)"]
     for d in (1, 2, 3, 0x0a000001):
-        first = crc16_of(d.to_bytes(4, "big") + bytes([0, 0, 0, 9]))
-        alone = crc16_of(d.to_bytes(4, "big"))
+        first = crc16(d.to_bytes(4, "big") + bytes([0, 0, 0, 9]))
+        alone = crc16(d.to_bytes(4, "big"))
         lines += hits(first % 7, "00000009", op=1, d=d) + hits(alone % 7, "00000009", op=2, d=d)
     return p.test(lines)
 

@@ -122,7 +122,7 @@ def p4info_unknown_fields():
 future_thing {{ a: 1 b {{ c: "}}" d: [1, 2, {{ e: 'x' }}] }} f < g: -1 > h: 1.5e3 i: some_name }}
 tables {{ {preamble(PICK, "C.pick")} {match(1, "t.b", 8, "EXACT")} future: [ "a", "b" ]
   action_refs {{ id: {MARK} }} action_refs {{ id: {NO_ACTION} new_field: true }} size: 1024
-  other_properties {{ [type.googleapis.com/some.Name] {{ x: 1 y {{ z: "]" }} }} }} }}
+  other_properties {{ [type.url/some.Name] {{ x: 1 y {{ z: "]" }} }} }} }}
 {ACTIONS}
 another: "text" ' more' ;
 """)

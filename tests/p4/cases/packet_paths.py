@@ -337,8 +337,9 @@ def drop_goes_before_recirculation():
     """Egress drops a packet that was to be recirculated."""
     p = Lab()
     p.field_list("fl", [])
-    p.do(assign(f("t.a"), f("t.a") + 1), out(5))
-    p.do(recirculate(1), mark_to_drop(), pipe="egress")
+    p.do(assign(f("t.a"), f("instance_type")), out(5))
+    p.when(f("instance_type") == 0, "first", None, pipe="egress")
+    p.do(recirculate(1), mark_to_drop(), pipe="egress", name="first", next=None)
     return p.test(packet(1, t()))
 
 
@@ -371,7 +372,7 @@ def counters_of_recirculated_packets():
 
 
 def rounds_lab(again, pipe):
-    """A program that goes round until t.a (which it counts up) equals t.b."""
+    """The case of a packet that goes round t.b times; t.a is the count of rounds."""
     p = Lab()
     p.scalar("round", 8)
     p.field_list("fl", [user("round")])
@@ -381,7 +382,7 @@ def rounds_lab(again, pipe):
     p.do(assign(f("t.a"), user("round")), pipe=pipe, name="leave", next=None)
     return p.test(packet(1, t(b=3)), expect(5, t(a=3, b=3)), packet(1, t(b=8)), expect(5, t(a=8, b=8)),
                   # More rounds than are allowed: the packet is cut off, and the next one passes.
-                  packet(1, t(b=255)), packet(1, t(b=0)), expect(5, t()))
+                  packet(1, t(b=9)), packet(1, t(b=255)), packet(1, t(b=0)), expect(5, t()))
 
 
 @case
@@ -405,6 +406,18 @@ def egress_clones_are_bounded():
     p.do(assign(f("t.a"), f("t.a") + 1), clone_egress(f("t.a"), 1), pipe="egress")
     return p.test([f"mirroring_add {session} {session + 10}" for session in range(1, 13)], packet(1, t()),
                   expect(5, t(a=1)), [expect(session + 10, t(a=session + 1)) for session in range(1, 9)])
+
+
+@case
+def timestamps_do_not_go_back():
+    """Egress is not before ingress, and a packet is not before the one that came in earlier."""
+    p = Lab()
+    p.register("last", 1, 48)
+    p.scalar("before", 48)
+    p.do(register_read(user("before"), "last", 0), register_write("last", 0, f("ingress_global_timestamp")),
+         assign(f("t.a"), b2d(f("ingress_global_timestamp") >= user("before"))), out(1))
+    p.do(assign(f("t.b"), b2d(f("egress_global_timestamp") >= f("ingress_global_timestamp"))), pipe="egress")
+    return p.test([packet(1, t()), expect(1, t(a=1, b=1))] * 3)
 
 
 @case

@@ -169,7 +169,7 @@ def header_of_thirteen_bits():
     return p.refused()
 
 
-@refusal("twice_t")
+@refusal("twice")
 def header_with_two_varbits():
     p = plain()
     p.header_type("twice_t", [("x", "*"), ("y", "*")], max_length=8)
@@ -177,7 +177,7 @@ def header_with_two_varbits():
     return p.refused()
 
 
-@refusal("length_exp")
+@refusal("old")
 def header_with_a_length_expression():
     p = plain()
     p.header_type("old_t", [("x", "*")], max_length=8)
