@@ -12,7 +12,7 @@ ACTION = rf"({NAME}\(({NAME}:{NUMBER}(\s*,\s*{NAME}:{NUMBER})*)?\)|(member|group
 RATE = r"[\d.]+:\d+"
 
 STF_LINES = [re.compile(form + "$") for form in (
-    rf"packet \d+ ({HEX}{HEX})*", rf"expect \d+( (({HEX}|\*)({HEX}|\*))* ?\$?)?",
+    rf"packet \d+( ({HEX}{HEX})+)+", rf"expect \d+( (({HEX}|\*)({HEX}|\*))+ ?\$?)?",
     r"(no_packet|wait|remove all)",
     rf"add {NAME}( {NUMBER})?( {KEY})* {ACTION}( = \w+)?", rf"setdefault {NAME} {ACTION}",
     rf"check_counter {NAME}\(\d+\)( (packets|bytes) (==|!=|<|<=|>|>=) \d+)?",

@@ -65,13 +65,13 @@ def run():
 
 def main():
     """Runs on a thread with a stack for programs whose JSON is nested some 10,000 levels deep."""
-    status = []
+    status = [1]
     sys.setrecursionlimit(200_000)
     threading.stack_size(STACK_BYTES)
     thread = threading.Thread(target=lambda: status.append(exit_status()))
     thread.start()
     thread.join()
-    return status[0]
+    return status[-1]
 
 
 def exit_status():

@@ -23,10 +23,10 @@ def result_header(program, results):
     return [add_header(res)] + [assign(res[each[0]], each[2]) for each in results]
 
 
-def report(program, results, before=()):
-    """The ingress runs `before`, writes `results` into the header `res`, and sends to OUT_PORT."""
+def report(program, results, before=(), port=OUT_PORT):
+    """The ingress runs `before`, writes `results` into the header `res`, and sends to `port`."""
     fill = result_header(program, results)
-    program.ingress.run("report", *before, *fill, to_port(program))
+    program.ingress.run("report", *before, *fill, to_port(program, port))
 
 
 class Computation:
