@@ -39,12 +39,11 @@ def report(cases):
 
 
 def defects_of(case):
-    root = json.loads(json.dumps(case.json))
     if case.refusal is not None:
         return [] if case.refusal.strip() else ["the refusal has no words"]
     if case.stf is None:
         return ["the case has no packet test"]
-    return References(root).defects() + stf_defects(case.stf)
+    return References(json.loads(case.text)).defects() + stf_defects(case.stf)
 
 
 def stf_defects(text):

@@ -8,7 +8,6 @@ must be refused has NAME.json and NAME.refused, whose first line is text of the 
     --check   writes nothing, and checks the references in every program and the form of every test
 """
 import argparse
-import json
 import os
 import sys
 import threading
@@ -29,7 +28,7 @@ def write(path, text):
 def write_case(folder, name):
     case = cases.make(name)
     path = os.path.join(folder, name)
-    write(path + ".json", json.dumps(case.json) + "\n")
+    write(path + ".json", case.text + "\n")
     if case.refusal is not None:
         write(path + ".refused", case.refusal + "\n")
     if case.stf is not None:

@@ -1,11 +1,13 @@
 """The packet tests of compiled P4 programs, one function per case.
 
 A module of this package holds the cases of one subject. A function with @case returns (program,
-packet test) or (program, packet test, P4Info text); one with @refusal("words") returns a program
-that a loader refuses with an error line that contains these words. The function's name is the
-case's name. Expected bytes come from calculations in the test's own Python.
+packet test) or (program, packet test, P4Info text). A function with @refusal("words") returns a
+program that a loader refuses with an error line that contains these words. A program is a Program,
+the root object of its JSON, or the JSON's text. The function's name is the case's name. Expected
+bytes come from calculations in the test's own Python.
 """
 import importlib
+import json
 import pkgutil
 
 CASES = {}
@@ -21,9 +23,15 @@ class Case:
         if not isinstance(result, tuple):
             result = (result,)
         program, *texts = result
-        self.json = program if isinstance(program, dict) else program.build()
+        self.text = json_text(program)
         self.stf = str(texts[0]) if texts else None
         self.p4info = texts[1] if len(texts) > 1 else None
+
+
+def json_text(program):
+    if isinstance(program, str):
+        return program
+    return json.dumps(program if isinstance(program, dict) else program.build())
 
 
 def register(function, refusal=None):

@@ -2,6 +2,8 @@
 
 The words of a refusal are the parts of the error line that name the thing and the reason.
 """
+import json
+
 from cases import refusal
 from compiled import *
 from observe import *
@@ -354,9 +356,9 @@ def refuses_a_transition_mask_longer_than_the_key():
 
 @refusal("nest")
 def refuses_an_expression_nested_beyond_all_use():
-    def nested(one):
-        value = one["v"]
-        for _ in range(60_000):
-            value = ~value
-        return value
-    return with_assignment(nested)
+    levels = 100_000
+    text = json.dumps(with_assignment(lambda one: Expr("innermost", "")).build())
+    inner = '{"type": "innermost", "value": ""}'
+    assert text.count(inner) == 1
+    opening = '{"type": "expression", "value": {"op": "~", "left": null, "right": '
+    return text.replace(inner, opening * levels + '{"type": "hexstr", "value": "0x1"}' + "}}" * levels)
