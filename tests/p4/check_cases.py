@@ -40,10 +40,17 @@ def report(cases):
 
 def defects_of(case):
     if case.refusal is not None:
-        return [] if case.refusal.strip() else ["the refusal has no words"]
+        return refusal_defects(case)
     if case.stf is None:
         return ["the case has no packet test"]
     return References(json.loads(case.text)).defects() + stf_defects(case.stf)
+
+
+def refusal_defects(case):
+    if not case.refusal.strip():
+        return ["the refusal has no words"]
+    # An error line that names the file would contain such words whatever the reason is.
+    return ["the words of the refusal stand in the name"] if case.refusal in case.name else []
 
 
 def stf_defects(text):

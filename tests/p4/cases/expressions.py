@@ -458,6 +458,19 @@ def register_cell_operand_out_of_range_reads_zero():
 
 
 @case
+def vectors_of_parameters_may_be_empty():
+    program = Program("vectors_of_parameters")
+    program.header_type("in_t", A_B)
+    given = program.header("in", "in_t")
+    program.state("start", [extract(given)])
+    null_vector = primitive("log_msg", Expr("string", "three"), Expr("parameters_vector", None))
+    program.ingress.run("log", log_msg("one {} {}", given["a"], given["a"] + 1), log_msg("two"),
+                        null_vector, assign(given["b"], given["a"]), to_port(program))
+    return program, (Stf("log_msg with two values, with {} and with null changes nothing")
+                     .packet(2, "0102ee").expect(1, "0101ee"))
+
+
+@case
 def conditions_of_pipelines_are_expressions():
     program = Program("conditions_of_pipelines")
     program.header_type("in_t", A_B)

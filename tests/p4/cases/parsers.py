@@ -171,6 +171,26 @@ def value_sets_are_empty_at_load():
                      .packet(2, "0000ee").expect(1, "090000ee"))
 
 
+@case
+def field_of_an_invalid_header_as_key_is_zero():
+    program = Program("invalid_header_as_key")
+    program.header_type("byte_t", [("v", 8)])
+    one, two = program.header("one", "byte_t"), program.header("two", "byte_t")
+    path = program.scalar("path", 8)
+    program.state("start", [extract(one)], [one["v"]],
+                  [on(2, "both", digits=2), otherwise("key")])
+    program.state("both", [extract(two)], [], [otherwise("key")])
+    program.state("key", [], [two["v"], two.valid],
+                  [on("0x0000", "one_path"), on("0x0001", "two_path"), otherwise(None)])
+    program.state("one_path", [set_field(path, 1)])
+    program.state("two_path", [set_field(path, 2)])
+    report(program, [("path", 8, path)])
+    return program, (Stf("0 of an invalid header, 0 of a valid one, and 77 before an invalid one")
+                     .packet(2, "027700").expect(1, "00" "027700")
+                     .packet(2, "017700").expect(1, "01" "017700")
+                     .packet(2, "020077").expect(1, "02" "020077"))
+
+
 # Operations
 
 
@@ -196,6 +216,22 @@ def set_stores_fields_constants_lookaheads_and_expressions():
                       (0b0010111, 16), ((0x20 + 0xf0) % 256, 16), (0, 16), (-16, 16))
     return program, (Stf("a lookahead reads without moving; one.a becomes 55")
                      .packet(2, "20f0a5ff31").expect(1, expected + bytes.fromhex("55f0a5ff31")))
+
+
+@case
+def lookahead_of_more_than_64_bits():
+    program = Program("lookahead_of_more_than_64_bits")
+    program.header_type("byte_t", [("v", 8)])
+    one = program.header("one", "byte_t")
+    whole, part = program.scalar("whole", 160), program.scalar("part", 128)
+    program.state("start", [extract(one), set_field(whole, lookahead(0, 160)),
+                            set_field(part, lookahead(12, 128))])
+    report(program, [("whole", 160, whole), ("part", 128, part)])
+    data = bytes(range(0x10, 0x10 + 21))
+    ahead = int.from_bytes(data[1:], "big")
+    part_value = ahead >> (160 - 12 - 128) & ((1 << 128) - 1)
+    return program, (Stf("160 bits, and 128 bits from bit 12 on")
+                     .packet(2, data).expect(1, packed((ahead, 160), (part_value, 128)) + data))
 
 
 @case
