@@ -153,20 +153,23 @@ class References:
         if place["type"] == "union_stack":
             self.need(place["value"][0], self.union_stacks, where)
         else:
-            self.need(place["value"], self.stacks if place["type"] == "stack" else self.headers, where)
+            known = self.stacks if place["type"] == "stack" else self.headers
+            self.need(place["value"], known, where)
 
     def check_pipelines(self):
         ids = [node["id"] for each in self.pipelines.values() for node in each["tables"]]
         if sorted(ids) != list(range(len(ids))):
             self.found.append("the ids of tables do not count over both pipelines")
         for pipeline in self.pipelines.values():
-            nodes = {node["name"] for node in pipeline["tables"] + pipeline["conditionals"]} | {None}
+            nodes = {node["name"] for kind in ("tables", "conditionals") for node in pipeline[kind]}
+            nodes.add(None)
             self.need(pipeline["init_table"], nodes, pipeline["name"])
             for each in pipeline["conditionals"]:
                 self.need(each["true_next"], nodes, each["name"])
                 self.need(each["false_next"], nodes, each["name"])
             for each in pipeline["tables"]:
-                self.check_table(each, nodes, {each["name"] for each in pipeline["action_profiles"]})
+                profiles = {profile["name"] for profile in pipeline["action_profiles"]}
+                self.check_table(each, nodes, profiles)
 
     def check_table(self, table, nodes, profiles):
         where = f"table {table['name']}"

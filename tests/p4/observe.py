@@ -12,7 +12,7 @@ def to_port(program, port=OUT_PORT):
 
 
 def result_header(program, results):
-    """Adds the header `res`, emitted before all packet headers, and returns primitives that fill it.
+    """Adds the header `res`, emitted before all packet headers; returns primitives that fill it.
 
     `results` are (name, width, expression) or (name, width, expression, signed).
     """

@@ -76,7 +76,8 @@ def hashes_pad_zero_bits_on_the_right():
 @case
 def hashes_of_one_bit_and_of_signed_fields():
     fields = [("flag", 1), ("rest", 7), ("s", 8, True)]
-    rows = [((1, 0x55, -2), packed_right((1, 1), (-2, 8))), ((0, 0, -128), packed_right((0, 1), (-128, 8)))]
+    rows = [((1, 0x55, -2), packed_right((1, 1), (-2, 8))),
+            ((0, 0, -128), packed_right((0, 1), (-128, 8)))]
     return hashing("hashes_of_one_bit", fields, lambda h, program: [h["flag"], h["s"]], rows,
                    "a bit, then the two's complement of a signed field: 9 bits")
 
@@ -84,9 +85,11 @@ def hashes_of_one_bit_and_of_signed_fields():
 @case
 def hashes_take_constants_with_their_width():
     fields = [("a", 8)]
-    rows = [((value,), packed((0x0800, 16), (value, 8), (5, 4), (0xb, 4), (0, 32))) for value in (0, 0x77)]
+    rows = [((value,), packed((0x0800, 16), (value, 8), (5, 4), (0xb, 4), (0, 32)))
+            for value in (0, 0x77)]
     return hashing("hashes_take_constants", fields,
-                   lambda h, program: [constant(0x0800, 16), h["a"], constant(5, 4), constant(0xb, 4),
+                   lambda h, program: [constant(0x0800, 16), h["a"], constant(5, 4),
+                                       constant(0xb, 4),
                                        constant(0, 32)], rows)
 
 
@@ -103,7 +106,7 @@ def hashes_take_metadata():
 
 
 def two_addresses(name, inputs):
-    """A kind byte; bit 0 says that `short` (4 bytes) follows, bit 1 that `long` (16 bytes) follows."""
+    """A kind byte. Bit 0: `short` (4 bytes) follows. Bit 1: `long` (16 bytes) follows."""
     program = Program(name)
     program.header_type("kind_t", [("k", 8)])
     program.header_type("short_t", [("a", 32)])
@@ -181,7 +184,8 @@ def identity_takes_the_first_bytes():
     data = "20010db80000000000000000000000ff" "123456"
     return program, (Stf("16 bytes give the first 8; three bytes give all three")
                      .packet(2, data + "ee")
-                     .expect(1, "20010db800000000" "0000000000000000" "0000000000123456" + data + "ee"))
+                     .expect(1, "20010db800000000" "0000000000000000" "0000000000123456"
+                             + data + "ee"))
 
 
 @case
@@ -202,7 +206,8 @@ def hash_adds_the_base_to_the_rest():
         ((0xffffffff, 0, 0xffff), (0, 0, 105)),
         ((77, 300, 0), (300, 44, 107)),
         ((77, 0, 1), (0, 0, 107)),
-        ((5, 0xffff, 6), (0x10004, 4, 105))], "base + (hash mod maximum), maximum 0 acts as 1, then cut")
+        ((5, 0xffff, 6), (0x10004, 4, 105))],
+        "base + (hash mod maximum), maximum 0 acts as 1, then cut")
 
 
 @case
@@ -228,7 +233,8 @@ def custom_crcs_are_the_usual_ones_at_load():
     program.calculation("calc_16", "crc16_custom", [h["text"]])
     program.calculation("calc_32", "crc32_custom", [h["text"]])
     report(program, [("short", 16, short), ("long", 32, long)],
-           before=[hash_into(short, 0, "calc_16", GREATEST), hash_into(long, 0, "calc_32", GREATEST)])
+           before=[hash_into(short, 0, "calc_16", GREATEST),
+                   hash_into(long, 0, "calc_32", GREATEST)])
     return program, Stf().packet(2, CHECK_TEXT).expect(
         1, packed((crc16(CHECK_TEXT), 16), (crc32(CHECK_TEXT), 32)) + CHECK_TEXT)
 
@@ -258,7 +264,8 @@ def checksum_is_updated():
     program.ingress.run("send", assign(one["v"], one["v"] + 1), to_port(program))
     test = Stf("a sum of all ones gives 0")
     for value in (0x45000028, 0xfffefffe, 0xffff0000, 0, 0xfffffffe, 0x0000fffe, 0xffffffff):
-        test.packet(2, summed(value, 0xaaaa) + b"\xee").expect(1, summed((value + 1) % 2**32) + b"\xee")
+        test.packet(2, summed(value, 0xaaaa) + b"\xee")
+        test.expect(1, summed((value + 1) % 2**32) + b"\xee")
     return program, test
 
 
@@ -338,7 +345,8 @@ def verification_runs_after_a_parser_error():
     report(program, [("bad", 8, program.standard["checksum_error"]),
                      ("error", 8, program.standard["parser_error"])])
     return program, (Stf("two is cut short: PacketTooShort and a bad checksum of one")
-                     .packet(2, summed(5, 1) + b"\x77").expect(1, b"\x01\x01" + summed(5, 1) + b"\x77")
+                     .packet(2, summed(5, 1) + b"\x77")
+                     .expect(1, b"\x01\x01" + summed(5, 1) + b"\x77")
                      .packet(2, summed(5) + b"\x77").expect(1, b"\x00\x01" + summed(5) + b"\x77"))
 
 
@@ -388,7 +396,8 @@ def update_condition_is_evaluated_at_the_end():
     program.checksum(one["sum"], "calc_one", update=True, condition=two.is_valid())
     program.calculation("calc_two", "csum16", [two["v"]])
     program.checksum(two["sum"], "calc_two", update=True, condition=d2b(flag))
-    program.ingress.condition("node_2", one["v"] == 1, true_next="tbl_remove", false_next="tbl_send")
+    program.ingress.condition("node_2", one["v"] == 1, true_next="tbl_remove",
+                              false_next="tbl_send")
     program.ingress.run("remove", remove_header(two), next="tbl_send")
     program.ingress.run("send", to_port(program))
     program.egress.run("set_flag", assign(flag, 1))
@@ -423,7 +432,8 @@ def update_of_an_invalid_target_is_lost():
     program.ingress.run("send", to_port(program))
     good = csum16(summed(5)[:4])
     return program, (Stf("two takes the sum of one where it is there")
-                     .packet(2, summed(5, 1) + summed(6, 1)).expect(1, summed(5, 1) + summed(6, good))
+                     .packet(2, summed(5, 1) + summed(6, 1))
+                     .expect(1, summed(5, 1) + summed(6, good))
                      .packet(2, summed(5, 1)).expect(1, summed(5, 1)))
 
 
@@ -503,7 +513,8 @@ def checksum_with_other_algorithms():
             calculation = program.calculation(f"{kind}_{field}", algorithm, [h["v"]])
             program.checksum(h[field], calculation, **{kind: True})
     report(program, [("bad", 8, program.standard["checksum_error"])])
-    good = CHECK_TEXT + packed((crc16(CHECK_TEXT), 16), (crc32(CHECK_TEXT), 32), (xor16(CHECK_TEXT), 16))
+    good = CHECK_TEXT + packed((crc16(CHECK_TEXT), 16), (crc32(CHECK_TEXT), 32),
+                               (xor16(CHECK_TEXT), 16))
     bad = good[:14] + bytes([good[14] ^ 1]) + good[15:]
     return program, (Stf("crc16, crc32 and xor16 of 123456789 in the packet")
                      .packet(2, good + b"\xee").expect(1, b"\x00" + good + b"\xee")

@@ -352,7 +352,8 @@ def constants_with_and_without_leading_zeros():
     sut.result("padded", 16, Expr("hexstr", "0x000000000000000000000000000000000000000007"))
     sut.result("short", 16, Expr("hexstr", "0x7"))
     sut.result("upper_case", 16, Expr("hexstr", "0xAB"))
-    sut.result("equal", 8, b2d(sut["a"] == Expr("hexstr", "0x0000000000000000000000000000000000007")))
+    long_seven = Expr("hexstr", "0x0000000000000000000000000000000000007")
+    sut.result("equal", 8, b2d(sut["a"] == long_seven))
     return sut.case([((7,), (7, 7, 0xab, 1))])
 
 

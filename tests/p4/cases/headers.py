@@ -133,7 +133,8 @@ def key_of_an_invalid_header_is_zero():
     program.header_type("kind_t", [("kind", 8)])
     program.header_type("address_t", [("a", 32)])
     kind, address = program.header("kind", "kind_t"), program.header("address", "address_t")
-    program.state("start", [extract(kind)], [kind["kind"]], [on(4, "read", digits=2), otherwise(None)])
+    program.state("start", [extract(kind)], [kind["kind"]],
+                  [on(4, "read", digits=2), otherwise(None)])
     program.state("read", [extract(address)])
     send = program.action("send", assign(program.standard["egress_spec"], Data(0)),
                           data=[("port", 9)])
@@ -217,6 +218,18 @@ def assign_header_to_itself_changes_nothing():
 
 
 @case
+def assign_header_copies_metadata():
+    program, one, _ = two_bytes("assign_header_copies_metadata")
+    program.header_type("own_t", [("a", 5), ("s", 11, True)])
+    source, copy_of = program.metadata("source", "own_t"), program.metadata("copy", "own_t")
+    program.state("start", [extract(one), set_field(source["a"], one["v"]),
+                            set_field(source["s"], 0 - one["v"])])
+    report(program, [("a", 8, copy_of["a"]), ("s", 16, copy_of["s"], True)],
+           before=[assign_header(copy_of, source), assign(source["a"], 0)])
+    return program, Stf("a struct of metadata").packet(2, "09ee").expect(1, "09fff709ee")
+
+
+@case
 def headers_are_equal_by_all_fields():
     program = Program("headers_are_equal_by_all_fields")
     program.header_type("pair_t", [("a", 8), ("b", 8)])
@@ -243,7 +256,7 @@ def two_invalid_headers_are_equal():
 
 
 def blob_program(name, *headers, maximum=4):
-    """Headers of a length byte and a varbit of at most `maximum` bytes, parsed one after another."""
+    """Headers of a length byte and a varbit of at most `maximum` bytes, parsed in this order."""
     program = Program(name)
     program.header_type("blob_t", [("n", 8), ("body", "*")], max_length=1 + maximum)
     length = program.scalar("length", 32)

@@ -295,7 +295,8 @@ def varbit_length_errors():
 def varbit_length_errors_come_in_order():
     program = varbit_program("varbit_length_errors_in_order", 8, lambda n: n)
     return program, varbit_test([
-        ("19 5a5a", INVALID_ARGUMENT), ("11 5a", INVALID_ARGUMENT), ("19 5a5a5a5a", INVALID_ARGUMENT),
+        ("19 5a5a", INVALID_ARGUMENT), ("11 5a", INVALID_ARGUMENT),
+        ("19 5a5a5a5a", INVALID_ARGUMENT),
         ("18 5a5a", TOO_SHORT), ("f8 5a", TOO_SHORT)],
         "not whole bytes, then past the packet's end, then past the greatest length")
 

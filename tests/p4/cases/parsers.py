@@ -36,7 +36,8 @@ def paths(rows, comment=None):
 @case
 def select_takes_the_first_transition_that_matches():
     program = selecting("first_transition", [("v", 8)], [
-        on(0x10, "one", digits=2), on(0x10, "two", mask=0xf0, digits=2), on(0x10, "three", digits=2),
+        on(0x10, "one", digits=2), on(0x10, "two", mask=0xf0, digits=2),
+        on(0x10, "three", digits=2),
         otherwise("other")])
     return program, paths([("10ee", 1, 0), ("15ee", 2, 0), ("20ee", 9, 0)])
 
@@ -101,6 +102,14 @@ def short_values_are_padded_on_the_left():
 
 
 @case
+def signed_fields_as_key_are_bit_patterns():
+    program = selecting("signed_fields_as_key", [("a", 4, True), ("b", 12, True)], [
+        on("0x0f" "0ffe", "one"), on("0x08" "0800", "two"), otherwise("other")])
+    return program, paths([("fffeee", 1, 0), ("8800ee", 2, 0), ("7ffeee", 9, 0)],
+                          "-1 of 4 bits is 0f, -2 of 12 bits is 0ffe: the padding is zeros")
+
+
+@case
 def keys_of_other_kinds():
     program = Program("keys_of_other_kinds")
     program.header_type("byte_t", [("v", 8)])
@@ -108,7 +117,8 @@ def keys_of_other_kinds():
     flag, path = program.scalar("flag", 1, 0), program.scalar("path", 8)
     program.state("start", [extract(one), set_field(flag, one["v"])],
                   [lookahead(0, 8), lookahead(4, 12)], [
-                      on("0xab" "0bcd", "by_flag"), on("0x12" "0000", "by_flag", mask="0xff" "0000"),
+                      on("0xab" "0bcd", "by_flag"),
+                      on("0x12" "0000", "by_flag", mask="0xff" "0000"),
                       otherwise(None)])
     program.state("by_flag", [set_field(path, 1)],
                   [flag, one.valid, two.valid, program.standard["ingress_port"]],
@@ -204,11 +214,13 @@ def set_stores_fields_constants_lookaheads_and_expressions():
     kept = {name: program.scalar(name, width) for name, width in names}
     signed = program.scalar("signed", 8, True)
     program.state("start", [
-        extract(one), set_field(kept["copy"], one["b"]), set_field(kept["constant"], number(0xbeef)),
+        extract(one), set_field(kept["copy"], one["b"]),
+        set_field(kept["constant"], number(0xbeef)),
         set_field(kept["cut"], number(0x1ff)), set_field(kept["ahead"], lookahead(0, 8)),
         set_field(kept["ahead_wide"], lookahead(0, 24)),
         set_field(kept["ahead_shifted"], lookahead(3, 7)),
-        set_field(kept["sum"], one["a"] + one["b"]), set_field(kept["ahead_sum"], lookahead(8, 8) + 1),
+        set_field(kept["sum"], one["a"] + one["b"]),
+        set_field(kept["ahead_sum"], lookahead(8, 8) + 1),
         set_field(signed, one["b"]), set_field(one["a"], wrapped(0x155)), extract(two)])
     report(program, [(name, 24 if name == "ahead_wide" else 16, kept[name]) for name, _ in names]
            + [("signed", 16, signed, True)])

@@ -365,4 +365,5 @@ def refuses_an_expression_of_100000_levels():
     inner = '{"type": "innermost", "value": ""}'
     assert text.count(inner) == 1
     opening = '{"type": "expression", "value": {"op": "~", "left": null, "right": '
-    return text.replace(inner, opening * levels + '{"type": "hexstr", "value": "0x1"}' + "}}" * levels)
+    middle = '{"type": "hexstr", "value": "0x1"}'
+    return text.replace(inner, opening * levels + middle + "}}" * levels)

@@ -83,8 +83,10 @@ def pop_beyond_the_size_empties_the_stack():
 
 @case
 def push_moves_invalid_elements_too():
-    return changed("push_with_hole", lambda pile: [remove_header(pile[0]), push(pile, 1),
-                                                   add_header(pile[0]), assign(pile[0]["v"], 0x99)], [
+    def change(pile):
+        return [remove_header(pile[0]), push(pile, 1), add_header(pile[0]),
+                assign(pile[0]["v"], 0x99)]
+    return changed("push_with_hole", change, [
         ("aabb", ("03010001", "99bb")), ("aa", ("02010000", "99"))])
 
 
@@ -260,6 +262,16 @@ def assigning_a_member_invalidates_the_others():
     return program, (Stf("u.h2 = other, which is valid")
                      .packet(2, "0111ee").expect(1, "015566ee")
                      .packet(2, "00ee").expect(1, "005566ee"))
+
+
+@case
+def assigning_an_invalid_header_keeps_the_other_member():
+    program, union = union_program("assigning_an_invalid_header")
+    other = program.header("other", "h2_t")
+    program.ingress.run("assign", assign_header(union["h2"], other), to_port(program))
+    return program, (Stf("u.h2 = other, which is invalid: u.h1 stays, u.h2 does not")
+                     .packet(2, "0111ee").expect(1, "0111ee")
+                     .packet(2, "021122ee").expect(1, "02ee"))
 
 
 @case
