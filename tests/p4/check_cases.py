@@ -12,7 +12,7 @@ ACTION = rf"({NAME}\(({NAME}:{NUMBER}(\s*,\s*{NAME}:{NUMBER})*)?\)|(member|group
 RATE = r"[\d.]+:\d+"
 
 STF_LINES = [re.compile(form + "$", re.IGNORECASE) for form in (
-    rf"packet \d+ ({HEX}| )*", rf"expect \d+( ({HEX}|\*| )*\$?)?",
+    rf"packet \d+ ({HEX}| )+", rf"expect \d+( ({HEX}|\*| )*\$?)?",
     r"(no_packet|wait|remove all)",
     rf"add {NAME}( {NUMBER})?( {KEY})* {ACTION}( = \w+)?", rf"setdefault {NAME} {ACTION}",
     rf"check_counter {NAME}\(\d+\)( (packets|bytes) (==|!=|<|<=|>|>=) \d+)?",
@@ -40,13 +40,19 @@ def report(cases):
 
 
 def defects_of(case):
-    root = json.loads(json.dumps(case.json))
     if case.refusal is not None:
-        return [] if case.refusal.strip() else ["the refusal has no words"]
+        return refusal_defects(case)
     if case.stf is None:
         return ["the case has no packet test"]
-    defects = References(root).defects()
+    defects = References(json.loads(case.text)).defects()
     return defects if case.difference is not None else defects + stf_defects(case.stf)
+
+
+def refusal_defects(case):
+    if not case.refusal.strip():
+        return ["the refusal has no words"]
+    # An error line that names the file would contain such words whatever the reason is.
+    return ["the words of the refusal stand in the name"] if case.refusal in case.name else []
 
 
 def stf_defects(text):
@@ -149,20 +155,23 @@ class References:
         if place["type"] == "union_stack":
             self.need(place["value"][0], self.union_stacks, where)
         else:
-            self.need(place["value"], self.stacks if place["type"] == "stack" else self.headers, where)
+            known = self.stacks if place["type"] == "stack" else self.headers
+            self.need(place["value"], known, where)
 
     def check_pipelines(self):
         ids = [node["id"] for each in self.pipelines.values() for node in each["tables"]]
         if sorted(ids) != list(range(len(ids))):
             self.found.append("the ids of tables do not count over both pipelines")
         for pipeline in self.pipelines.values():
-            nodes = {node["name"] for node in pipeline["tables"] + pipeline["conditionals"]} | {None}
+            nodes = {node["name"] for kind in ("tables", "conditionals") for node in pipeline[kind]}
+            nodes.add(None)
             self.need(pipeline["init_table"], nodes, pipeline["name"])
             for each in pipeline["conditionals"]:
                 self.need(each["true_next"], nodes, each["name"])
                 self.need(each["false_next"], nodes, each["name"])
             for each in pipeline["tables"]:
-                self.check_table(each, nodes, {each["name"] for each in pipeline["action_profiles"]})
+                profiles = {profile["name"] for profile in pipeline["action_profiles"]}
+                self.check_table(each, nodes, profiles)
 
     def check_table(self, table, nodes, profiles):
         where = f"table {table['name']}"

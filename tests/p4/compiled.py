@@ -208,7 +208,7 @@ def boolean(value):
 
 
 def lookahead(offset, width):
-    """`width` bits of the packet, `offset` bits after the parser's place. For parser states only."""
+    """`width` bits of the packet, `offset` bits after the parser's place. In parser states only."""
     return Expr("lookahead", [offset, width])
 
 
@@ -322,7 +322,10 @@ def generate_digest(list_id, receiver=0):
     return primitive("generate_digest", number(receiver, 32), list_id)
 
 
-def clone_ingress(session, list_id): return primitive("clone_ingress_pkt_to_egress", session, list_id)
+def clone_ingress(session, list_id):
+    return primitive("clone_ingress_pkt_to_egress", session, list_id)
+
+
 def clone_egress(session, list_id): return primitive("clone_egress_pkt_to_egress", session, list_id)
 def resubmit(list_id): return primitive("resubmit", list_id)
 def recirculate(list_id): return primitive("recirculate", list_id)
@@ -411,8 +414,16 @@ def key(match_type, target, name=None, mask=None):
 
 
 def exact_key(value): return {"match_type": "exact", "key": hexstr(value)}
-def lpm_key(value, length): return {"match_type": "lpm", "key": hexstr(value), "prefix_length": length}
-def ternary_key(value, mask): return {"match_type": "ternary", "key": hexstr(value), "mask": hexstr(mask)}
+
+
+def lpm_key(value, length):
+    return {"match_type": "lpm", "key": hexstr(value), "prefix_length": length}
+
+
+def ternary_key(value, mask):
+    return {"match_type": "ternary", "key": hexstr(value), "mask": hexstr(mask)}
+
+
 def range_key(low, high): return {"match_type": "range", "start": hexstr(low), "end": hexstr(high)}
 def valid_key(value): return {"match_type": "valid", "key": value}
 
@@ -443,7 +454,8 @@ class Pipeline:
     def run(self, name, *primitives, next=None):
         """A keyless helper table `tbl_NAME` that runs these primitives; returns its name."""
         action = self.program.action(name, *primitives)
-        return self.table(f"tbl_{name}", [], [action], next=next, default=action, const_default=True)
+        return self.table(f"tbl_{name}", [], [action], next=next, default=action,
+                          const_default=True)
 
     def sequence(self, *steps):
         """Keyless helper tables in a row; a step is (name, primitive, ...)."""
@@ -474,7 +486,7 @@ class Pipeline:
             "with_counters": with_counters, "support_timeout": support_timeout,
             "direct_meters": direct_meters, "action_ids": [each["id"] for each in actions],
             "actions": names, "base_default_next": next,
-            "next_tables": next_tables if next_tables is not None else {each: next for each in names}})
+            "next_tables": {each: next for each in names} if next_tables is None else next_tables})
         if default is not None:
             table["default_entry"] = {
                 "action_id": self.program.action_of(default)["id"], "action_const": const_default,
@@ -714,7 +726,8 @@ class Program:
         root = copy.deepcopy(self.root)
         root["header_types"][0]["fields"] = padded(self.scalars)
         root["parsers"] = [copy.deepcopy(self.parser)]
-        root["deparsers"] = [{"name": "deparser", "id": 0, "order": self._order(), "primitives": []}]
+        root["deparsers"] = [{"name": "deparser", "id": 0, "order": self._order(),
+                              "primitives": []}]
         root["actions"] = copy.deepcopy(self.actions)
         root["pipelines"] = copy.deepcopy([self.ingress.json, self.egress.json])
         return root
@@ -736,7 +749,8 @@ def constant(value, width):
 def entry(match_keys, action_id, data=(), priority=1):
     """A const entry of a table; the smaller priority wins."""
     return {"match_key": list(match_keys),
-            "action_entry": {"action_id": action_id, "action_data": [hexstr(each) for each in data]},
+            "action_entry": {"action_id": action_id,
+                             "action_data": [hexstr(each) for each in data]},
             "priority": priority}
 
 

@@ -1,13 +1,15 @@
 """The packet tests of compiled P4 programs, one function per case.
 
 A module of this package holds the cases of one subject. A function with @case returns (program,
-packet test) or (program, packet test, P4Info text); one with @refusal("words") returns a program
-that a loader refuses with an error line that contains these words; one with @fails("difference")
-returns a case whose packet test must fail, and `difference` says what the runner has to report. The
+packet test) or (program, packet test, P4Info text). A function with @refusal("words") returns a
+program that a loader refuses with an error line that contains these words; one with
+@fails("difference") returns a case whose packet test must fail, and `difference` says what the
+runner has to report. A program is a Program, the root object of its JSON, or the JSON's text. The
 function's name is the case's name, its description opens the packet test. Expected bytes come from
 calculations in the test's own Python.
 """
 import importlib
+import json
 import pkgutil
 
 CASES = {}
@@ -27,16 +29,21 @@ class Case:
         if not isinstance(result, tuple):
             result = (result,)
         program, *texts = result
-        self.json = program if isinstance(program, dict) else program.build()
+        self.text = json_text(program)
         self.stf = self.described(function, texts[0]) if texts and texts[0] is not None else None
         self.p4info = texts[1] if len(texts) > 1 else None
 
-
     def described(self, function, test):
-        """The packet test, with the function's description and the difference as comments above it."""
+        """The packet test, with the function's description and the difference as comments on top."""
         words = (function.__doc__ or "").splitlines()
         words += [] if self.difference is None else [f"fails: {self.difference}"]
         return "".join(f"# {line.strip()}\n" for line in words if line.strip()) + str(test)
+
+
+def json_text(program):
+    if isinstance(program, str):
+        return program
+    return json.dumps(program if isinstance(program, dict) else program.build())
 
 
 def register(function, *more):

@@ -199,7 +199,7 @@ def assign_header_stack_copies_elements():
 
 
 @case
-def push_moves_elements_up():
+def push_lifts_the_elements():
     """push 1 moves contents and validity up by one, and the lowest element becomes invalid."""
     p = stack_lab()
     p.do(push(Stack("s"), 1), assign(f("t.a"), f("s[0].$valid$")),
@@ -229,7 +229,7 @@ def push_beyond_the_size():
 
 
 @case
-def pop_moves_elements_down():
+def pop_lowers_the_elements():
     """pop 1 moves contents and validity down, and the top element becomes invalid."""
     p = stack_lab()
     p.do(pop(Stack("s"), 1), assign(f("t.a"), f("s[2].$valid$")),

@@ -32,77 +32,10 @@ def version_of_another_major():
     return changed(plain(), lambda root: root["__meta__"].update(version=[3, 0]))
 
 
-@refusal("version 2.25 is not supported: this loader reads bmv2 JSON 2.0 to 2.24")
-def version_of_a_later_minor():
-    return changed(plain(), lambda root: root["__meta__"].update(version=[2, 25]))
-
-
-@refusal("version")
-def version_is_missing():
-    return changed(plain(), lambda root: root["__meta__"].pop("version"))
-
-
-@refusal("architecture is not v1model: pipeline third")
-def third_pipeline():
-    return changed(plain(), lambda root: root["pipelines"].append(
-        {**root["pipelines"][1], "name": "third", "id": 2}))
-
-
-@refusal("architecture is not v1model")
-def two_parsers():
-    return changed(plain(), lambda root: root["parsers"].append({**root["parsers"][0], "name": "more", "id": 1}))
-
-
-@refusal("architecture is not v1model")
-def deparser_with_primitives():
-    return changed(plain(), lambda root: root["deparsers"][0].update(primitives=[primitive("exit")]))
-
-
-@refusal("extern C.box of type Box has no implementation")
-def extern_instance():
-    return changed(plain(), lambda root: root["extern_instances"].append(
-        {"name": "C.box", "id": 0, "type": "Box", "attribute_values": []}))
-
-
-@refusal("action do_it: primitive frobnicate is not known")
-def unknown_primitive():
-    p = plain()
-    p.node("pick", [key("exact", f("t.b"))], [p.action("do_it", primitive("frobnicate", f("t.a")))])
-    return p.refused()
-
-
-@refusal("<=>")
-def unknown_operator():
-    p = plain()
-    p.do(assign(f("t.a"), op("<=>", f("t.b"), 1)))
-    return p.refused()
-
-
-@refusal("pointer")
-def unknown_operand_type():
-    p = plain()
-    p.do(assign(f("t.a"), Expr("pointer", "t")))
-    return p.refused()
-
-
-@refusal("unextract")
-def unknown_parser_operation():
-    p = plain()
-    p.state("start", [parser_op("unextract", place(p.t))])
-    return p.refused()
-
-
 @refusal("table pick: next node nowhere does not exist")
 def next_node_does_not_exist():
     p = Lab()
     p.node("pick", [key("exact", f("t.b"))], [mark(p)], next="nowhere")
-    return p.refused()
-
-
-@refusal("nowhere")
-def state_does_not_exist():
-    p = plain()
-    p.state("start", [extract(p.t)], [f("t.op")], [on("0x01", "nowhere"), otherwise(None)])
     return p.refused()
 
 
@@ -119,20 +52,6 @@ def next_node_of_the_other_pipeline():
     p = Lab()
     p.do(out(1), next="late")
     p.do(assign(f("t.a"), 1), pipe="egress", name="late")
-    return p.refused()
-
-
-@refusal("no_header")
-def header_does_not_exist():
-    p = plain()
-    p.do(add_header(Header("no_header")))
-    return p.refused()
-
-
-@refusal("no_field")
-def field_does_not_exist():
-    p = plain()
-    p.do(assign(f("t.no_field"), 1))
     return p.refused()
 
 
@@ -161,39 +80,8 @@ def table_weaker_than_its_key():
     return keyed(key("ternary", f("t.b")), match_type="exact").refused()
 
 
-@refusal("13 bits, not whole bytes")
-def header_of_thirteen_bits():
-    p = plain()
-    p.header_type("odd_t", [("x", 13)])
-    p.header("odd", "odd_t")
-    return p.refused()
-
-
-@refusal("twice")
-def header_with_two_varbits():
-    p = plain()
-    p.header_type("twice_t", [("x", "*"), ("y", "*")], max_length=8)
-    p.header("twice", "twice_t")
-    return p.refused()
-
-
-@refusal("old")
-def header_with_a_length_expression():
-    p = plain()
-    p.header_type("old_t", [("x", "*")], max_length=8)
-    p.header("old", "old_t")
-    return changed(p, lambda root: root["header_types"][-1].update(length_exp={"type": "hexstr", "value": "0x8"}))
-
-
-@refusal("calculation calc: algorithm md5 is not available")
-def unknown_hash_algorithm():
-    p = plain()
-    p.calculation("calc", "md5", [f("t.d")])
-    p.do(hash_into(f("t.a"), 0, "calc", 10))
-    return p.refused()
-
-
 def with_entries(keys, *entries):
+    """A table `pick` over these keys with entries of these match keys."""
     p = Lab()
     action = mark(p)
     p.node("pick", list(keys), [action],
