@@ -131,8 +131,10 @@ def run_time_index_out_of_range():
     p = stack_lab()
     p.do(assign(element(f("t.a")), 0xee), assign(f("t.c"), element(f("t.b"))), out(1))
     return p.test(
-        packet(1, t(op=3, a=3, b=3, c=0x99) + "112233"), expect(1, t(op=3, a=3, b=3, c=0) + "112233"),
-        packet(1, t(op=3, a=255, b=254, c=0x99) + "112233"), expect(1, t(op=3, a=255, b=254, c=0) + "112233"))
+        packet(1, t(op=3, a=3, b=3, c=0x99) + "112233"),
+        expect(1, t(op=3, a=3, b=3, c=0) + "112233"),
+        packet(1, t(op=3, a=255, b=254, c=0x99) + "112233"),
+        expect(1, t(op=3, a=255, b=254, c=0) + "112233"))
 
 
 @case
@@ -140,7 +142,8 @@ def run_time_index_of_an_invalid_element():
     """An element inside the stack that is not valid reads as 0 and loses what is written."""
     p = stack_lab()
     p.do(assign(element(f("t.a")), 0xee), assign(f("t.c"), element(f("t.a"))), out(1))
-    return p.test(packet(1, t(op=1, a=2, c=0x99) + "11" + "7777"), expect(1, t(op=1, a=2) + "11" + "7777"))
+    return p.test(packet(1, t(op=1, a=2, c=0x99) + "11" + "7777"),
+                  expect(1, t(op=1, a=2) + "11" + "7777"))
 
 
 @case
@@ -167,8 +170,10 @@ def varbit_assignment_copies_its_length():
     p.deparse("t", "v", "w")
     p.do(assign_varbit(f("w.var"), f("v.var")), out(1))
     return p.test(
-        packet(1, t(a=3, b=1) + "a1" + "010203" + "b2" + "09" + "ee"), expect(1, t(a=3, b=1) + "a1" + "010203" + "b2" + "010203" + "ee"),
-        packet(1, t(a=0, b=2) + "a1" + "b2" + "0908" + "ee"), expect(1, t(a=0, b=2) + "a1" + "b2" + "ee"))
+        packet(1, t(a=3, b=1) + "a1" + "010203" + "b2" + "09" + "ee"),
+        expect(1, t(a=3, b=1) + "a1" + "010203" + "b2" + "010203" + "ee"),
+        packet(1, t(a=0, b=2) + "a1" + "b2" + "0908" + "ee"),
+        expect(1, t(a=0, b=2) + "a1" + "b2" + "ee"))
 
 
 @case
@@ -182,7 +187,8 @@ def assign_header_copies_a_varbit():
     p.deparse("t", "w", "n", "v")
     p.do(assign_header(Header("w"), Header("v")), add_header(Header("n")),
          remove_header(Header("v")), add_header(Header("v")), out(1))
-    return p.test(packet(1, t(a=2) + "c3" + "0506" + "ee"), expect(1, t(a=2) + "c3" + "0506" + "00" + "00" + "ee"))
+    return p.test(packet(1, t(a=2) + "c3" + "0506" + "ee"),
+                  expect(1, t(a=2) + "c3" + "0506" + "00" + "00" + "ee"))
 
 
 @case
@@ -280,7 +286,8 @@ def union_add_takes_the_other_away():
     p.when(f("t.op") == 1, "add_two", "copy_one")
     p.do(add_header(Header("u.two")), name="add_two", next="leave")
     p.do(add_header(Header("u.two")), add_header(Header("spare")),
-        assign(f("spare.x"), 0x66), assign_header(Header("u.one"), Header("spare")), name="copy_one")
+        assign(f("spare.x"), 0x66), assign_header(Header("u.one"), Header("spare")),
+        name="copy_one")
     p.do(assign(f("t.a"), f("u.one.$valid$")), assign(f("t.b"), f("u.two.$valid$")),
          assign(f("t.c"), b2d(op("valid_union", None, Union("u")))),
          out(1), name="leave")
@@ -294,7 +301,8 @@ def assign_union_copies_the_valid_member():
     """assign_union copies members with their validity."""
     p = union_lab()
     p.union("w", "u_t")
-    p.state("start", [extract(p.t)], [f("t.op")], [on("0x01", "has_one"), on("0x02", "has_two"), otherwise(None)])
+    p.state("start", [extract(p.t)], [f("t.op")],
+            [on("0x01", "has_one"), on("0x02", "has_two"), otherwise(None)])
     p.state("has_one", [extract(Header("u.one"))])
     p.state("has_two", [extract(Header("u.two"))])
     p.deparse("t", "w.one", "w.two")
@@ -345,7 +353,8 @@ def port_511_by_assignment_drops():
     p = Lab()
     p.do(assign(f("egress_spec"), f("t.c")))
     p.do(assign(f("egress_spec"), f("t.d")), pipe="egress")
-    return p.test(packet(1, t(c=511)), packet(1, t(c=2, d=511)), packet(1, t(c=510, d=3)), expect(510, t(c=510, d=3)),
+    return p.test(packet(1, t(c=511)), packet(1, t(c=2, d=511)), packet(1, t(c=510, d=3)),
+                  expect(510, t(c=510, d=3)),
                           packet(1, t(c=0x2ff, d=0)), expect(255, t(c=0x2ff, d=0)))
 
 
@@ -397,7 +406,8 @@ def jump_if_zero_takes_both_ways():
          jump_if_zero(f("t.op") - 3, 7),          # 5
          assign(f("t.b"), 3))                                      # 6
     return p.test(
-        packet(1, t(op=0)), expect(1, t(op=0, a=2, b=3)), packet(1, t(op=1)), expect(1, t(op=1, a=1, b=3)),
+        packet(1, t(op=0)), expect(1, t(op=0, a=2, b=3)), packet(1, t(op=1)),
+        expect(1, t(op=1, a=1, b=3)),
         packet(1, t(op=3)), expect(1, t(op=3, a=1)))
 
 
@@ -412,7 +422,8 @@ def jump_backwards_makes_a_loop():
          assign(user("left"), user("left") - 1),                  # 4
          jump(2),                                           # 5
          assign(f("t.a"), 0xaa))                                   # 6
-    return p.test(packet(1, t(op=10)), expect(1, t(op=10, b=55, a=0xaa)), packet(1, t(op=0)), expect(1, t(op=0, a=0xaa)))
+    return p.test(packet(1, t(op=10)), expect(1, t(op=10, b=55, a=0xaa)), packet(1, t(op=0)),
+                  expect(1, t(op=0, a=0xaa)))
 
 
 @case
@@ -436,7 +447,8 @@ def exit_stops_at_once():
     p.do(assign(f("t.b"), 0x22), out(3))
     p.do(assign(f("t.c"), f("t.c") + 1), pipe="egress")
     return p.test("add act t.op:1 leave()", "add act t.op:2 stay()",
-                      packet(1, t(op=1)), expect(2, "00" + t(op=1, c=1)), packet(1, t(op=2)), expect(3, t(op=2, a=0x11, b=0x22, c=1)))
+                      packet(1, t(op=1)), expect(2, "00" + t(op=1, c=1)), packet(1, t(op=2)),
+                      expect(3, t(op=2, a=0x11, b=0x22, c=1)))
 
 
 @case
@@ -445,7 +457,8 @@ def exit_in_a_branch_of_an_action():
     p = Lab()
     p.do(out(1), jump_if_zero(f("t.op"), 3), exit_pipeline(), assign(f("t.a"), 7))
     p.do(assign(f("t.b"), 8))
-    return p.test(packet(1, t(op=1)), expect(1, t(op=1)), packet(1, t(op=0)), expect(1, t(op=0, a=7, b=8)))
+    return p.test(packet(1, t(op=1)), expect(1, t(op=1)), packet(1, t(op=0)),
+                  expect(1, t(op=0, a=7, b=8)))
 
 
 @case
@@ -469,7 +482,8 @@ def hash_with_base_and_max():
     lines = []
     for d, base, most in ((0x01020304, 10, 7), (0xdeadbeef, 0, 255), (0x01020304, 200, 1), (0x01020304, 33, 0)):
         value = crc16(d.to_bytes(4, "big"))
-        lines += [packet(1, t(a=base, b=most, d=d)), expect(1, t(a=base, b=most, c=base + value % max(most, 1), d=d))]
+        lines += [packet(1, t(a=base, b=most, d=d)),
+                  expect(1, t(a=base, b=most, c=base + value % max(most, 1), d=d))]
     return p.test(*lines)
 
 
@@ -502,7 +516,8 @@ def random_takes_every_value():
     p.scalar("coin", 8)
     p.do(random_into(user("coin"), 0, 1), register_write("seen", user("coin"), 1), mark_to_drop())
     p.when(f("t.op") == 1, "answer")
-    p.do(register_read(f("t.a"), "seen", 0), register_read(f("t.b"), "seen", 1), out(1), name="answer")
+    p.do(register_read(f("t.a"), "seen", 0), register_read(f("t.b"), "seen", 1), out(1),
+         name="answer")
     return p.test(*[packet(1, t())] * 64, packet(1, t(op=1)), expect(1, t(op=1, a=1, b=1)))
 
 
@@ -557,8 +572,10 @@ def register_through_the_control_plane():
     """register_write and register_reset of the test file act on what packets read."""
     p, adds = register_lab()
     return p.test(
-        *adds, "register_write cells 2 0x345", packet(1, t(op=2, a=2)), expect(1, t(op=2, a=2, c=0x345)),
-        "register_read cells 2", "register_reset cells", packet(1, t(op=2, a=2, c=9)), expect(1, t(op=2, a=2, c=0)))
+        *adds, "register_write cells 2 0x345", packet(1, t(op=2, a=2)),
+        expect(1, t(op=2, a=2, c=0x345)),
+        "register_read cells 2", "register_reset cells", packet(1, t(op=2, a=2, c=9)),
+        expect(1, t(op=2, a=2, c=0)))
 
 
 @case
@@ -588,7 +605,8 @@ def meter_without_rates_is_green():
     p = Lab()
     p.meter("police", 2, "packets")
     p.do(execute_meter("police", f("t.a"), f("t.c")), out(1))
-    return p.test(packet(1, t(a=1, c=7)), expect(1, t(a=1, c=0)), packet(1, t(a=2, c=7)), expect(1, t(a=2, c=7)))
+    return p.test(packet(1, t(a=1, c=7)), expect(1, t(a=1, c=0)), packet(1, t(a=2, c=7)),
+                  expect(1, t(a=2, c=7)))
 
 
 @case
@@ -638,7 +656,8 @@ def assertions_never_stop():
     p.do(primitive("assert", f("t.a") == 1), assign(f("t.b"), 1),
          assert_true(f("t.a") == 2), assign(f("t.c"), 2),
          primitive("assume", f("t.a") != f("t.a")), assign(f("t.d"), 3), out(1))
-    return p.test(packet(1, t(a=1)), expect(1, t(a=1, b=1, c=2, d=3)), packet(1, t(a=5)), expect(1, t(a=5, b=1, c=2, d=3)))
+    return p.test(packet(1, t(a=1)), expect(1, t(a=1, b=1, c=2, d=3)), packet(1, t(a=5)),
+                  expect(1, t(a=5, b=1, c=2, d=3)))
 
 
 @case
@@ -651,4 +670,5 @@ def copies_of_an_action_have_their_own_bodies():
     p.node("two", [key("exact", f("t.op"))], [second])
     p.do(out(1))
     return p.test("add one t.op:1 mark()", "add two t.op:1 C.mark()", "add two t.op:2 mark()",
-                      packet(1, t(op=1)), expect(1, t(op=1, a=0x33)), packet(1, t(op=2)), expect(1, t(op=2, a=0x22)))
+                      packet(1, t(op=1)), expect(1, t(op=1, a=0x33)), packet(1, t(op=2)),
+                      expect(1, t(op=2, a=0x22)))

@@ -45,9 +45,11 @@ def longest_prefix_wins():
 def longest_prefix_among_equal_exact_keys():
     """A longer prefix of another exact key does not win."""
     p = one_table(key("exact", f("t.b")), key("lpm", f("t.d")))
-    return p.test("add pick t.b:1 t.d:0x0a000000/8 mark(v:1)", "add pick t.b:2 t.d:0x0a010000/16 mark(v:2)",
+    return p.test("add pick t.b:1 t.d:0x0a000000/8 mark(v:1)",
+                  "add pick t.b:2 t.d:0x0a010000/16 mark(v:2)",
                   "add pick t.b:1 t.d:0x0a000000/7 mark(v:3)",
-                  hits(1, "", b=1, d=0x0a010000), hits(2, "", b=2, d=0x0a010000), hits(3, "", b=1, d=0x0b000000),
+                  hits(1, "", b=1, d=0x0a010000), hits(2, "", b=2, d=0x0a010000),
+                  hits(3, "", b=1, d=0x0b000000),
                   hits(255, "", b=2, d=0x0a020000), hits(255, "", b=3, d=0x0a010000))
 
 
@@ -57,7 +59,8 @@ def ternary_priority_of_the_control_plane():
     p = one_table(key("ternary", f("t.c")), key("ternary", f("t.b")))
     return p.test("add pick 10 t.c:0x12** mark(v:10)", "add pick 20 t.c:0x**34 mark(v:20)",
                   "add pick 15 t.b:0x7* mark(v:15)",
-                  hits(20, "", c=0x1234, b=0x70), hits(15, "", c=0x1235, b=0x7f), hits(10, "", c=0x1235, b=0x80),
+                  hits(20, "", c=0x1234, b=0x70), hits(15, "", c=0x1235, b=0x7f),
+                  hits(10, "", c=0x1235, b=0x80),
                   hits(255, "", c=0x2235))
 
 
@@ -74,7 +77,8 @@ def ternary_equal_priorities():
 def ternary_same_key_at_two_priorities():
     """Equal value and mask at another priority is another entry."""
     p = one_table(key("ternary", f("t.c")))
-    return p.test("add pick 10 t.c:0x12** mark(v:1)", "add pick 11 t.c:0x12** mark(v:2)", hits(2, "", c=0x1200))
+    return p.test("add pick 10 t.c:0x12** mark(v:1)", "add pick 11 t.c:0x12** mark(v:2)",
+                  hits(2, "", c=0x1200))
 
 
 @case
@@ -91,13 +95,17 @@ def range_bounds_are_inclusive():
 @case
 def all_kinds_in_a_range_table():
     """Exact, lpm, ternary and range keys in one table: the priority wins, not the longer prefix."""
-    p = one_table(key("exact", f("t.op")), key("lpm", f("t.d")), key("ternary", f("t.b")), key("range", f("t.c")))
+    p = one_table(key("exact", f("t.op")), key("lpm", f("t.d")), key("ternary", f("t.b")),
+                  key("range", f("t.c")))
     return p.test("add pick 20 t.op:1 t.d:0x0a000000/8 t.b:0x0* t.c:0->100 mark(v:1)",
                   "add pick 10 t.op:1 t.d:0x0a010000/16 t.b:0x0* t.c:0->200 mark(v:2)",
                   "add pick 30 t.op:2 mark(v:3)",
-                  hits(1, "", op=1, d=0x0a010000, b=5, c=100), hits(2, "", op=1, d=0x0a010000, b=5, c=101),
-                  hits(255, "", op=1, d=0x0a020000, b=5, c=101), hits(255, "", op=1, d=0x0a010000, b=0x10, c=1),
-                  hits(3, "", op=2, d=0xffffffff, b=0xff, c=0xffff), hits(255, "", op=3, d=0x0a010000, b=5, c=1))
+                  hits(1, "", op=1, d=0x0a010000, b=5, c=100),
+                  hits(2, "", op=1, d=0x0a010000, b=5, c=101),
+                  hits(255, "", op=1, d=0x0a020000, b=5, c=101),
+                  hits(255, "", op=1, d=0x0a010000, b=0x10, c=1),
+                  hits(3, "", op=2, d=0xffffffff, b=0xff, c=0xffff),
+                  hits(255, "", op=3, d=0x0a010000, b=5, c=1))
 
 
 @case
@@ -106,7 +114,8 @@ def lpm_beside_ternary_is_a_mask():
     p = one_table(key("lpm", f("t.d")), key("ternary", f("t.b")))
     return p.test("add pick 1 t.d:0x0a010200/24 mark(v:1)", "add pick 2 t.d:0x0a000000/8 mark(v:2)",
                   "add pick 3 t.b:0x55 mark(v:3)",
-                  hits(2, "", d=0x0a010203), hits(3, "", d=0x0a010203, b=0x55), hits(255, "", d=0x0b000000))
+                  hits(2, "", d=0x0a010203), hits(3, "", d=0x0a010203, b=0x55),
+                  hits(255, "", d=0x0b000000))
 
 
 @case
@@ -116,9 +125,11 @@ def static_key_mask():
     p = Lab()
     action = marker(p)
     p.node("pick", action_keys, [action], default=action, default_data=[0xff],
-           entries=[entry([exact_key(0x0102)], action, [1], 1), entry([exact_key(0xf3f4)], action, [2], 2)])
+           entries=[entry([exact_key(0x0102)], action, [1], 1),
+                    entry([exact_key(0xf3f4)], action, [2], 2)])
     p.do(out(1))
-    return p.test(hits(1, "", c=0xa1b2), hits(1, "", c=0x0102), hits(2, "", c=0x0304), hits(2, "", c=0xf3f4),
+    return p.test(hits(1, "", c=0xa1b2), hits(1, "", c=0x0102), hits(2, "", c=0x0304),
+                  hits(2, "", c=0xf3f4),
                   hits(255, "", c=0x0103))
 
 
@@ -127,7 +138,8 @@ def static_mask_of_a_ternary_key():
     """A static mask and an entry's mask both apply."""
     p = Lab()
     action = marker(p)
-    p.node("pick", [key("ternary", f("t.c"), mask=0x0ff0)], [action], default=action, default_data=[0xff],
+    p.node("pick", [key("ternary", f("t.c"), mask=0x0ff0)], [action], default=action,
+           default_data=[0xff],
            entries=[entry([ternary_key(0x0120, 0x0ff0)], action, [1], 1),
                     entry([ternary_key(0x0030, 0x00ff)], action, [2], 2)])
     p.do(out(1))
@@ -148,7 +160,8 @@ def two_keys_on_one_field():
     p = one_table(key("ternary", f("t.b"), "icmp_type"), key("ternary", f("t.b"), "icmpv6_type"))
     return p.test("add pick 10 icmp_type:0x08 mark(v:1)", "add pick 9 icmpv6_type:0x87 mark(v:2)",
                   "add pick 8 icmp_type:0x4* icmpv6_type:0x*2 mark(v:3)",
-                  hits(1, "", b=8), hits(2, "", b=135), hits(3, "", b=0x42), hits(255, "", b=0x43), hits(255, "", b=0x52))
+                  hits(1, "", b=8), hits(2, "", b=135), hits(3, "", b=0x42), hits(255, "", b=0x43),
+                  hits(255, "", b=0x52))
 
 
 @case
@@ -161,7 +174,8 @@ def entry_priorities_in_any_order():
                     entry([ternary_key(0x1200, 0xff00)], action, [2], 2),
                     entry([ternary_key(0x0004, 0x000f)], action, [1], 1)])
     p.do(out(1))
-    return p.test(hits(1, "", c=0x1234), hits(2, "", c=0x1235), hits(3, "", c=0x1335), hits(255, "", c=0x2335))
+    return p.test(hits(1, "", c=0x1234), hits(2, "", c=0x1235), hits(3, "", c=0x1335),
+                  hits(255, "", c=0x2335))
 
 
 @case
@@ -194,7 +208,8 @@ def prefix_entry_bits_outside_the_prefix():
     p = Lab()
     action = marker(p)
     p.node("pick", [key("lpm", f("t.d"))], [action], default=action, default_data=[0xff],
-           entries=[entry([lpm_key(0x0a0b0c0d, 16)], action, [1], 1), entry([lpm_key(0x0a0b0c0d, 8)], action, [2], 2)])
+           entries=[entry([lpm_key(0x0a0b0c0d, 16)], action, [1], 1),
+                    entry([lpm_key(0x0a0b0c0d, 8)], action, [2], 2)])
     p.do(out(1))
     return p.test(hits(1, "", d=0x0a0bffff), hits(2, "", d=0x0affffff), hits(255, "", d=0x0b0b0c0d))
 
@@ -205,7 +220,8 @@ def priorities_of_exact_and_prefix_entries_mean_nothing():
     p = Lab()
     action = marker(p)
     p.node("pick", [key("lpm", f("t.d"))], [action], default=action, default_data=[0xff],
-           entries=[entry([lpm_key(0x0a000000, 8)], action, [1], 1), entry([lpm_key(0x0a0b0000, 16)], action, [2], 2)])
+           entries=[entry([lpm_key(0x0a000000, 8)], action, [1], 1),
+                    entry([lpm_key(0x0a0b0000, 16)], action, [2], 2)])
     q = p.action("other", assign(f("t.b"), Data(0)), data=[("v", 8)])
     p.node("exactly", [key("exact", f("t.c"))], [q],
            entries=[entry([exact_key(2)], q, [0x20], 9), entry([exact_key(1)], q, [0x10], 3)])
@@ -220,8 +236,10 @@ def range_entries_of_the_program():
     p = Lab()
     action = marker(p)
     p.node("pick", [key("range", f("t.c"))], [action], default=action, default_data=[0xff],
-           entries=[entry([range_key(0, 1000)], action, [4], 4), entry([range_key(150, 400)], action, [3], 3),
-                    entry([range_key(160, 160)], action, [1], 1), entry([range_key(100, 199)], action, [2], 2)])
+           entries=[entry([range_key(0, 1000)], action, [4], 4),
+                    entry([range_key(150, 400)], action, [3], 3),
+                    entry([range_key(160, 160)], action, [1], 1),
+                    entry([range_key(100, 199)], action, [2], 2)])
     p.do(out(1))
     return p.test(hits(1, "", c=160), hits(2, "", c=199), hits(3, "", c=200), hits(4, "", c=99),
                   hits(4, "", c=401), hits(255, "", c=1001))
@@ -232,8 +250,10 @@ def entry_data_is_not_padded():
     """0x7 for 48 bits is 7."""
     p = Lab()
     p.scalar("mac", 48)
-    action = p.action("take", assign(user("mac"), Data(0)), assign(f("t.d"), Data(1)), data=[("m", 48), ("n", 32)])
-    p.node("pick", [key("exact", f("t.op"))], [action], entries=[entry([exact_key(1)], action, [7, 0x10], 1)])
+    action = p.action("take", assign(user("mac"), Data(0)), assign(f("t.d"), Data(1)),
+                      data=[("m", 48), ("n", 32)])
+    p.node("pick", [key("exact", f("t.op"))], [action],
+           entries=[entry([exact_key(1)], action, [7, 0x10], 1)])
     p.do(assign(f("t.c"), user("mac")), out(1))
     return p.test(packet(1, t(op=1)), expect(1, t(op=1, c=7, d=0x10)))
 
@@ -252,9 +272,11 @@ def empty_array_of_entries():
 def default_action_with_data():
     """A default action has data; setdefault replaces both."""
     p = Lab()
-    action = p.action("mark_two", assign(f("t.a"), Data(0)), assign(f("t.c"), Data(1)), data=[("x", 8), ("y", 16)])
+    action = p.action("mark_two", assign(f("t.a"), Data(0)), assign(f("t.c"), Data(1)),
+                      data=[("x", 8), ("y", 16)])
     other = p.action("other", assign(f("t.d"), 0x99))
-    p.node("pick", [key("exact", f("t.op"))], [action, other], default=action, default_data=[0x12, 0x3456])
+    p.node("pick", [key("exact", f("t.op"))], [action, other], default=action,
+           default_data=[0x12, 0x3456])
     p.do(out(1))
     return p.test(packet(1, t()), expect(1, t(a=0x12, c=0x3456)),
                   "setdefault pick mark_two(y:0x5, x:0x6)", packet(1, t()), expect(1, t(a=6, c=5)),
@@ -268,14 +290,16 @@ def keyless_table_of_the_author():
     action, other = marker(p), p.action("other", assign(f("t.b"), 0x77))
     p.node("pick", [], [action, other], default=action, default_data=[3])
     p.do(out(1))
-    return p.test(packet(1, t()), expect(1, t(a=3)), "setdefault pick mark(v:4)", packet(1, t()), expect(1, t(a=4)),
+    return p.test(packet(1, t()), expect(1, t(a=3)), "setdefault pick mark(v:4)", packet(1, t()),
+                  expect(1, t(a=4)),
                   "setdefault pick other()", packet(1, t()), expect(1, t(b=0x77)))
 
 
 def two_ways(lab, next_tables, base):
     """A table `pick` on t.op with the actions one and two, and two nodes that mark t.b."""
     lab.node("pick", [key("exact", f("t.op"))],
-             [lab.action("one", assign(f("t.a"), 1)), lab.action("two", assign(f("t.a"), 2)), lab.no_action()],
+             [lab.action("one", assign(f("t.a"), 1)), lab.action("two", assign(f("t.a"), 2)),
+              lab.no_action()],
              default="NoAction", next_tables=next_tables, base=base)
     for mark in (0x10, 0x20, 0x30):
         lab.do(assign(f("t.b"), mark), name=f"way_{mark:x}", next="leave")
@@ -290,7 +314,8 @@ def next_node_by_action():
     adds = two_ways(p, {"one": "way_10", "two": "way_20", "NoAction": "way_30"}, "leave")
     return p.test(adds, packet(1, t(op=1)), expect(1, t(op=1, a=1, b=0x10)),
                   packet(1, t(op=2)), expect(1, t(op=2, a=2, b=0x20)),
-                  packet(1, t(op=3)), expect(1, t(op=3, b=0x30)), packet(1, t(op=4)), expect(1, t(op=4, b=0x30)),
+                  packet(1, t(op=3)), expect(1, t(op=3, b=0x30)), packet(1, t(op=4)),
+                  expect(1, t(op=4, b=0x30)),
                   "setdefault pick two()", packet(1, t(op=4)), expect(1, t(op=4, a=2, b=0x20)))
 
 
@@ -300,7 +325,8 @@ def next_node_by_hit_and_miss():
     p = Lab()
     adds = two_ways(p, {"__HIT__": "way_10", "__MISS__": "way_20"}, "way_30")
     return p.test(adds, packet(1, t(op=2)), expect(1, t(op=2, a=2, b=0x10)),
-                  packet(1, t(op=3)), expect(1, t(op=3, b=0x10)), packet(1, t(op=4)), expect(1, t(op=4, b=0x20)),
+                  packet(1, t(op=3)), expect(1, t(op=3, b=0x10)), packet(1, t(op=4)),
+                  expect(1, t(op=4, b=0x20)),
                   "setdefault pick one()", packet(1, t(op=4)), expect(1, t(op=4, a=1, b=0x20)))
 
 
@@ -336,7 +362,8 @@ def next_node_when_nothing_else_applies():
     p = Lab()
     adds = two_ways(p, {"one": "way_10"}, "way_30")
     return p.test(adds, packet(1, t(op=1)), expect(1, t(op=1, a=1, b=0x10)),
-                  packet(1, t(op=2)), expect(1, t(op=2, a=2, b=0x30)), packet(1, t(op=4)), expect(1, t(op=4, b=0x30)))
+                  packet(1, t(op=2)), expect(1, t(op=2, a=2, b=0x30)), packet(1, t(op=4)),
+                  expect(1, t(op=4, b=0x30)))
 
 
 @case
@@ -352,7 +379,8 @@ def ids_run_over_both_pipelines():
     p.do(assign(f("t.d"), 9), pipe="egress")
     p.when(f("t.op") == 8, None, "eg", pipe="egress")
     p.node("eg", [key("exact", f("t.op"))], [late], pipe="egress")
-    return p.test("add in_0 t.op:1 mark(v:0x10)", "add in_4 t.op:1 mark(v:0x40)", "add eg t.op:1 late(v:0xe0)",
+    return p.test("add in_0 t.op:1 mark(v:0x10)", "add in_4 t.op:1 mark(v:0x40)",
+                  "add eg t.op:1 late(v:0xe0)",
                   "add eg t.op:8 late(v:0xe8)",
                   packet(1, t(op=1, c=9)), expect(2, t(op=1, c=9, a=0x40, b=0xe0, d=9)),
                   packet(1, t(op=8, c=9)), expect(2, t(op=8, c=9, d=9)),
@@ -369,7 +397,8 @@ def key_from_a_computed_element():
     p.parse_some(stack)
     p.deparse("t", "s[0]", "s[1]", "s[2]")
     mark = marker(p)
-    p.node("pick", [key("exact", access(stack.at(f("t.b")), 0), "s.v")], [mark], default=mark, default_data=[0xff])
+    p.node("pick", [key("exact", access(stack.at(f("t.b")), 0), "s.v")], [mark], default=mark,
+           default_data=[0xff])
     p.do(out(1))
     return p.test('add pick s.v:0x22 mark(v:2)', "add pick s.v:0 mark(v:0x80)",
                   hits(2, "112233", op=3, b=1), hits(0xff, "112233", op=3, b=0),
@@ -390,9 +419,11 @@ def key_on_validity():
     p.node("pick", [key("exact", f("x.$valid$"), "x.$valid$"), key("ternary", f("x.x"))], [mark],
            default=mark, default_data=[0xff])
     p.do(out(1))
-    return p.test("add pick 10 x.$valid$:1 x.x:0x05 mark(v:1)", "add pick 9 x.$valid$:0 x.x:0x00 mark(v:2)",
+    return p.test("add pick 10 x.$valid$:1 x.x:0x05 mark(v:1)",
+                  "add pick 9 x.$valid$:0 x.x:0x00 mark(v:2)",
                   "add pick 8 x.$valid$:1 mark(v:3)",
-                  hits(1, "05", op=1), hits(3, "06", op=1), hits(3, "00", op=1), hits(2, "05", op=0))
+                  hits(1, "05", op=1), hits(3, "06", op=1), hits(3, "00", op=1),
+                  hits(2, "05", op=0))
 
 
 @case
@@ -424,7 +455,8 @@ def old_kind_of_validity_key():
     mark = marker(p)
     p.node("pick", [{"match_type": "valid", "name": "x", "target": "x", "mask": None}], [mark],
            default=mark, default_data=[0xff], match_type="exact",
-           entries=[entry([valid_key(True)], mark, [1], 1), entry([valid_key(False)], mark, [2], 2)])
+           entries=[entry([valid_key(True)], mark, [1], 1),
+                    entry([valid_key(False)], mark, [2], 2)])
     p.do(out(1))
     return p.test(hits(1, "05", op=1), hits(2, "05", op=0))
 
@@ -445,7 +477,8 @@ def direct_counter_counts_hits():
                   packet(1, t(op=1) + rest), expect(1, "00" * 50 + t(op=1) + rest),
                   packet(1, t(op=2) + rest), expect(1, t(op=2) + rest),
                   packet(1, t(op=3) + rest), expect(1, t(op=3) + rest),
-                  "check_counter pick_hits(0) packets == 1", "check_counter pick_hits(0) bytes == 64")
+                  "check_counter pick_hits(0) packets == 1",
+                  "check_counter pick_hits(0) bytes == 64")
 
 
 @case
@@ -464,7 +497,8 @@ def direct_meter_without_rates():
 
 def profile_table(lab, name="pick", keys=None, kind="indirect", profile="set", **more):
     """An indirect table whose action mark(v) writes t.a."""
-    return lab.node(name, [key("exact", f("t.op"))] if keys is None else keys, [marker(lab), lab.no_action()],
+    return lab.node(name, [key("exact", f("t.op"))] if keys is None else keys,
+                    [marker(lab), lab.no_action()],
                     kind=kind, profile=profile, **more)
 
 
@@ -475,7 +509,8 @@ def action_profile_members():
     p.ingress.action_profile("set")
     profile_table(p)
     p.do(out(1))
-    return p.test("member set 7 mark(v:0x77)", "member set 3 mark(v:0x33)", "add pick t.op:1 member(7)",
+    return p.test("member set 7 mark(v:0x77)", "member set 3 mark(v:0x33)",
+                  "add pick t.op:1 member(7)",
                   "add pick t.op:2 member(3)", "add pick t.op:3 member(7)",
                   hits(0x77, "", op=1), hits(0x33, "", op=2), hits(0x77, "", op=3),
                   packet(1, t(op=4, a=5)), expect(1, t(op=4, a=5)))
@@ -504,7 +539,8 @@ def action_profile_miss_node():
     p.do(assign(f("t.b"), 0x20), name="missed", next="leave")
     p.do(out(1), name="leave")
     return p.test("member set 1 mark(v:1)", "add pick t.op:1 member(1)",
-                  packet(1, t(op=1)), expect(1, t(op=1, a=1)), packet(1, t(op=2)), expect(1, t(op=2, b=0x20)))
+                  packet(1, t(op=1)), expect(1, t(op=1, a=1)), packet(1, t(op=2)),
+                  expect(1, t(op=2, b=0x20)))
 
 
 @case
@@ -514,7 +550,8 @@ def keyless_indirect_table():
     p.ingress.action_profile("set")
     profile_table(p, keys=[])
     p.do(out(1))
-    return p.test("member set 1 mark(v:1)", "member set 2 mark(v:2)", packet(1, t()), expect(1, t()),
+    return p.test("member set 1 mark(v:1)", "member set 2 mark(v:2)", packet(1, t()),
+                  expect(1, t()),
                   "setdefault pick member(2)", packet(1, t()), expect(1, t(a=2)),
                   "setdefault pick member(1)", packet(1, t()), expect(1, t(a=1)))
 
@@ -533,7 +570,8 @@ def one_profile_for_two_tables():
     p.do(assign(f("t.b"), 0x10), name="way_10", next="leave")
     p.do(assign(f("t.b"), 0x20), name="way_20", next="leave")
     p.do(out(1), name="leave")
-    return p.test("member set 1 mark(v:1)", "add one t.op:1 member(1)", "add two t.d:0x0a000000/8 member(1)",
+    return p.test("member set 1 mark(v:1)", "add one t.op:1 member(1)",
+                  "add two t.d:0x0a000000/8 member(1)",
                   packet(1, t(op=1)), expect(1, t(op=1, a=1, b=0x10)),
                   packet(1, t(op=2, d=0x0a111111)), expect(1, t(op=2, d=0x0a111111, b=0x20, c=1)),
                   packet(1, t(op=2, d=0x0b111111)), expect(1, t(op=2, d=0x0b111111)))
@@ -547,7 +585,8 @@ def selector_takes_the_member_by_its_hash():
     profile_table(p, kind="indirect_ws")
     p.do(out(1))
     lines = ["member set 11 mark(v:11)", "member set 12 mark(v:12)", "member set 13 mark(v:13)",
-             "group set 1 11 12 13", "group set 2 12", "add pick t.op:1 group(1)", "add pick t.op:2 group(2)",
+             "group set 1 11 12 13", "group set 2 12", "add pick t.op:1 group(1)",
+             "add pick t.op:2 group(2)",
              "add pick t.op:3 member(13)"]
     for c, d in ((1, 2), (3, 4), (0xffff, 5), (77, 0x0a0b0c0d), (78, 0x0a0b0c0d), (79, 0x0a0b0c0d)):
         value = crc16(c.to_bytes(2, "big") + d.to_bytes(4, "big"))
@@ -564,18 +603,22 @@ def selector_by_identity():
     p.parse("t", "x")
     p.deparse("t", "x")
     p.ingress.action_profile("set", algorithm="identity", fields=[f("x.x")])
-    p.ingress.action_profile("wide", algorithm="identity", fields=[f("t.d"), f("t.c"), f("t.op"), f("t.a"), f("t.b")])
+    p.ingress.action_profile("wide", algorithm="identity",
+                             fields=[f("t.d"), f("t.c"), f("t.op"), f("t.a"), f("t.b")])
     keys = [key("exact", f("t.op"))]
     profile_table(p, kind="indirect_ws", keys=keys)
     p.node("pick_wide", keys, [p.action("mark_wide", assign(f("t.b"), Data(0)), data=[("v", 8)])],
            kind="indirect_ws", profile="wide")
     p.do(out(1))
-    lines = [f"member set {i} mark(v:{i})" for i in range(5)] + ["group set 1 0 1 2 3 4", "add pick t.op:1 group(1)"]
-    lines += [f"member wide {i} mark_wide(v:{i})" for i in range(5)] + ["group wide 1 0 1 2 3 4", "add pick_wide t.op:1 group(1)"]
+    lines = [f"member set {i} mark(v:{i})" for i in range(5)] + ["group set 1 0 1 2 3 4",
+                                                                 "add pick t.op:1 group(1)"]
+    lines += [f"member wide {i} mark_wide(v:{i})" for i in range(5)] + ["group wide 1 0 1 2 3 4",
+                                                                        "add pick_wide t.op:1 group(1)"]
     for x, b, d in ((0x123, 7, 1), (0x124, 8, 0x01020304), (0xfff, 9, 0xfffffffe)):
         first = (x << 4) % 5
         # t.a was written by the table before; t.b is byte 9 and does not count.
-        value = int.from_bytes(d.to_bytes(4, "big") + (0x55).to_bytes(2, "big") + bytes([1, first]), "big")
+        value = int.from_bytes(d.to_bytes(4, "big") + (0x55).to_bytes(2, "big") + bytes([1, first]),
+                               "big")
         tail = f"{x:03x}7"
         lines += [packet(1, t(op=1, a=9, b=b, c=0x55, d=d) + tail),
                   expect(1, t(op=1, a=first, b=value % 5, c=0x55, d=d) + tail)]
@@ -594,7 +637,8 @@ def selector_leaves_invalid_headers_out():
     p.ingress.action_profile("set", algorithm="crc16", fields=[f("t.d"), f("x.x")])
     profile_table(p, kind="indirect_ws", keys=[])
     p.do(out(1))
-    lines = [f"member set {i} mark(v:{i})" for i in range(7)] + ["group set 1 0 1 2 3 4 5 6", "setdefault pick group(1)"]
+    lines = [f"member set {i} mark(v:{i})" for i in range(7)] + ["group set 1 0 1 2 3 4 5 6",
+                                                                 "setdefault pick group(1)"]
     for d in (1, 2, 3, 0x0a000001):
         first = crc16(d.to_bytes(4, "big") + bytes([0, 0, 0, 9]))
         alone = crc16(d.to_bytes(4, "big"))
@@ -644,9 +688,13 @@ def wide_key():
     p.do(out(1))
     address = 0x20010db8000000010000000000000001
     text = f"{address:032x}"
-    return p.test(f"add pick w.w:0x{text} mark(v:1)", f"add route w.w:0x{address >> 63 << 63:032x}/65 other(v:65)",
+    return p.test(f"add pick w.w:0x{text} mark(v:1)",
+                  f"add route w.w:0x{address >> 63 << 63:032x}/65 other(v:65)",
                   f"add route w.w:0x{address >> 96 << 96:032x}/32 other(v:32)",
-                  "add acl 5 w.w:0x" + "*" * 31 + "1 third(v:0x111)", "add acl 9 w.w:0xa" + "*" * 31 + " third(v:0x888)",
+                  "add acl 5 w.w:0x" + "*" * 31 + "1 third(v:0x111)",
+                  "add acl 9 w.w:0xa" + "*" * 31 + " third(v:0x888)",
                   packet(1, t() + text), expect(1, t(a=1, b=65, c=0x111) + text),
-                  packet(1, t() + f"{address | 1 << 63:032x}"), expect(1, t(b=32, c=0x111) + f"{address | 1 << 63:032x}"),
-                  packet(1, t() + f"{address | 1 << 127:032x}"), expect(1, t(c=0x888) + f"{address | 1 << 127:032x}"))
+                  packet(1, t() + f"{address | 1 << 63:032x}"),
+                  expect(1, t(b=32, c=0x111) + f"{address | 1 << 63:032x}"),
+                  packet(1, t() + f"{address | 1 << 127:032x}"),
+                  expect(1, t(c=0x888) + f"{address | 1 << 127:032x}"))

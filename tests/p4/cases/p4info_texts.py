@@ -73,12 +73,14 @@ def p4info_lists():
     p.ingress.action_profile("C.set")
     action = p.action("C.mark", assign(f("t.a"), Data(0)), data=[("v", 8)])
     for name in ("C.pick", "C.second"):
-        p.node(name, [key("exact", f("t.b"))], [action, p.no_action()], kind="indirect", profile="C.set")
+        p.node(name, [key("exact", f("t.b"))], [action, p.no_action()], kind="indirect",
+               profile="C.set")
     p.do(out(1))
     second, members = PICK + 1, PROFILE << 24 | 5
     fields = f'match_fields: [ {{ id: 1 name: "t.b" bitwidth: 8 match_type: EXACT }} ]'
     refs = f"action_refs: [ {{ id: {MARK} }}, < id: {NO_ACTION} > ] implementation_id: {members} size: 1024"
-    return p.test("member set 1 mark(v:7)", "add C.pick t.b:1 member(1)", packet(1, t(b=1)), expect(1, t(a=7, b=1)),
+    return p.test("member set 1 mark(v:7)", "add C.pick t.b:1 member(1)", packet(1, t(b=1)),
+                  expect(1, t(a=7, b=1)),
                   "add second t.b:2 member(1)", packet(1, t(b=2)), expect(1, t(a=7, b=2)), p4info=f"""
 tables: [
   {{ {preamble(PICK, "C.pick")} {fields} {refs} }},
@@ -141,25 +143,31 @@ def p4info_optional_key():
     """A key that only P4Info calls optional: left out it matches everything, else one value."""
     p = pick_lab(key("ternary", f("t.b")), key("exact", f("t.c")))
     return p.test("add pick 10 t.b:0x05 t.c:1 mark(v:1)", "add pick 5 t.c:1 mark(v:2)",
-                  packet(1, t(b=5, c=1)), expect(1, t(a=1, b=5, c=1)), packet(1, t(b=6, c=1)), expect(1, t(a=2, b=6, c=1)),
+                  packet(1, t(b=5, c=1)), expect(1, t(a=1, b=5, c=1)), packet(1, t(b=6, c=1)),
+                  expect(1, t(a=2, b=6, c=1)),
                   same(1, t(b=5, c=2), 1),
-                  p4info=table(match(1, "t.b", 8, "OPTIONAL"), match(2, "t.c", 16, "EXACT")) + ACTIONS)
+                  p4info=table(match(1, "t.b", 8, "OPTIONAL"),
+                               match(2, "t.c", 16, "EXACT")) + ACTIONS)
 
 
 @case
 def p4info_optional_key_by_number():
     """OPTIONAL as the number 6."""
     p = pick_lab(key("ternary", f("t.b")))
-    return p.test("add pick 10 t.b:0x05 mark(v:1)", "add pick 5 mark(v:2)", packet(1, t(b=5)), expect(1, t(a=1, b=5)),
-                  packet(1, t(b=6)), expect(1, t(a=2, b=6)), p4info=table(match(1, "t.b", 8, 6)) + ACTIONS)
+    return p.test("add pick 10 t.b:0x05 mark(v:1)", "add pick 5 mark(v:2)", packet(1, t(b=5)),
+                  expect(1, t(a=1, b=5)),
+                  packet(1, t(b=6)), expect(1, t(a=2, b=6)),
+                  p4info=table(match(1, "t.b", 8, 6)) + ACTIONS)
 
 
 @case
 def p4info_ids_that_are_not_positions():
     """Ids of keys need not count from 1, nor need those of parameters."""
     p = Lab()
-    action = p.action("C.mark", assign(f("t.a"), Data(0)), assign(f("t.c"), Data(1)), data=[("v", 8), ("w", 16)])
-    p.node("C.pick", [key("exact", f("t.b")), key("exact", f("t.d")), key("exact", f("t.op"))], [action])
+    action = p.action("C.mark", assign(f("t.a"), Data(0)), assign(f("t.c"), Data(1)),
+                      data=[("v", 8), ("w", 16)])
+    p.node("C.pick", [key("exact", f("t.b")), key("exact", f("t.d")), key("exact", f("t.op"))],
+           [action])
     p.do(out(1))
     return p.test("add pick t.op:3 t.b:1 t.d:2 mark(w:0x222, v:0x11)", packet(1, t(op=3, b=1, d=2)),
                   expect(1, t(op=3, a=0x11, b=1, c=0x222, d=2)), p4info=f"""
@@ -187,7 +195,8 @@ def p4info_entries_that_may_change():
     """has_initial_entries without is_const_table: entries of the program to which more are added."""
     p = pick_lab(key("exact", f("t.b")), entries=[([[exact_key(1)]], 0x11)])
     text = table(size=1024).replace("size:", "has_initial_entries: true size:")
-    return p.test(packet(1, t(b=1)), expect(1, t(a=0x11, b=1)), same(1, t(b=2), 1), "add pick t.b:2 mark(v:0x22)",
+    return p.test(packet(1, t(b=1)), expect(1, t(a=0x11, b=1)), same(1, t(b=2), 1),
+                  "add pick t.b:2 mark(v:0x22)",
                   packet(1, t(b=2)), expect(1, t(a=0x22, b=2)), p4info=text + ACTIONS)
 
 
@@ -195,7 +204,8 @@ def p4info_entries_that_may_change():
 def p4info_constant_entries():
     p = pick_lab(key("exact", f("t.b")), entries=[([[exact_key(1)]], 0x11)])
     text = table(size=1024).replace("size:", "is_const_table: true has_initial_entries: true size:")
-    return p.test("add pick t.b:2 mark(v:0x22)", packet(1, t()), expect(1, t()), p4info=text + ACTIONS)
+    return p.test("add pick t.b:2 mark(v:0x22)", packet(1, t()), expect(1, t()),
+                  p4info=text + ACTIONS)
 
 
 @case
@@ -231,9 +241,12 @@ type_info {{ structs {{ key: "learn_t" value {{
 @case
 def p4info_size_with_entries_of_the_program():
     """A table with entries has their number as its size in the program, and another one in P4Info."""
-    p = pick_lab(key("ternary", f("t.b")), entries=[([[ternary_key(1, 0xff)]], 1), ([[ternary_key(0, 0)]], 2)])
-    text = table(match(1, "t.b", 8, "TERNARY"), size=64).replace("size:", "is_const_table: true has_initial_entries: true size:")
-    return p.test(packet(1, t(b=1)), expect(1, t(a=1, b=1)), packet(1, t(b=3)), expect(1, t(a=2, b=3)), p4info=text + ACTIONS)
+    p = pick_lab(key("ternary", f("t.b")), entries=[([[ternary_key(1, 0xff)]], 1),
+                                                    ([[ternary_key(0, 0)]], 2)])
+    text = table(match(1, "t.b", 8, "TERNARY"), size=64).replace("size:",
+                                                                 "is_const_table: true has_initial_entries: true size:")
+    return p.test(packet(1, t(b=1)), expect(1, t(a=1, b=1)), packet(1, t(b=3)),
+                  expect(1, t(a=2, b=3)), p4info=text + ACTIONS)
 
 
 def exact_lab():
@@ -265,7 +278,8 @@ def p4info_action_reference_to_nothing():
 
 @refusal("C.pick")
 def p4info_profile_reference_to_nothing():
-    return exact_lab().refused(p4info=table().replace("size:", f"implementation_id: {PROFILE << 24 | 3} size:") + ACTIONS)
+    return exact_lab().refused(p4info=table().replace("size:",
+                                                      f"implementation_id: {PROFILE << 24 | 3} size:") + ACTIONS)
 
 
 @refusal("t.b")

@@ -27,7 +27,8 @@ def ports_in_egress():
     p = Lab()
     p.do(out(6))
     p.do(assign(f("t.a"), f("egress_port")), assign(f("t.b"), f("egress_spec")),
-         assign(f("t.c"), f("ingress_port")), assign(f("egress_port"), 9), assign(f("egress_spec"), 3),
+         assign(f("t.c"), f("ingress_port")), assign(f("egress_port"), 9),
+         assign(f("egress_spec"), 3),
          assign(f("t.d"), f("egress_rid")), pipe="egress")
     return p.test(packet(300, t(a=1, b=1, c=1, d=1)), expect(6, t(a=6, c=300)))
 
@@ -73,11 +74,14 @@ def multicast_copies():
     """One copy per node in the order of association and per port in ascending order, with its rid."""
     p = Lab()
     p.scalar("kept", 8)
-    p.do(assign(user("kept"), 0x5a), assign(f("t.b"), f("egress_rid")), assign(f("mcast_grp"), f("t.c")), out(9))
-    p.do(assign(f("t.c"), f("egress_rid")), assign(f("t.op"), f("instance_type")), assign(f("t.a"), user("kept")),
+    p.do(assign(user("kept"), 0x5a), assign(f("t.b"), f("egress_rid")),
+         assign(f("mcast_grp"), f("t.c")), out(9))
+    p.do(assign(f("t.c"), f("egress_rid")), assign(f("t.op"), f("instance_type")),
+         assign(f("t.a"), user("kept")),
          assign(f("t.d"), f("ingress_port")), pipe="egress")
     copy = lambda port, rid: expect(port, t(op=REPLICA, a=0x5a, c=rid, d=7) + "ee")
-    return p.test("mc_mgrp_create 5", "mc_node_create 20 4 2", "mc_node_create 10 2 3", "mc_node_create 30 3 2",
+    return p.test("mc_mgrp_create 5", "mc_node_create 20 4 2", "mc_node_create 10 2 3",
+                  "mc_node_create 30 3 2",
                   "mc_node_associate 5 2", "mc_node_associate 5 0", "mc_node_associate 5 1",
                   packet(7, t(b=1, c=5) + "ee"),
                   copy(2, 30), copy(2, 20), copy(2, 10), copy(3, 30), copy(3, 10), copy(4, 20))
@@ -96,7 +100,8 @@ def multicast_node_is_updated():
     """mc_node_update replaces the ports of a node; a node serves each group it is associated with."""
     p = Lab()
     p.do(assign(f("mcast_grp"), f("t.c")))
-    return p.test("mc_mgrp_create 1", "mc_mgrp_create 2", "mc_node_create 1 3", "mc_node_associate 1 0",
+    return p.test("mc_mgrp_create 1", "mc_mgrp_create 2", "mc_node_create 1 3",
+                  "mc_node_associate 1 0",
                   "mc_node_associate 2 0", same(9, t(c=1), 3), same(9, t(c=2), 3),
                   "mc_node_update 0 5 4", packet(9, t(c=1)), expect(4, t(c=1)), expect(5, t(c=1)))
 
@@ -109,7 +114,8 @@ def copies_are_independent():
     p.when(f("egress_rid") == 2, "drops", "counts", pipe="egress")
     p.do(mark_to_drop(), pipe="egress", name="drops", next=None)
     p.do(assign(f("t.a"), f("t.a") + 1), pipe="egress", name="counts", next=None)
-    return p.test(group(1, (1, 2), (2, 3), (3, 4)), packet(1, t(a=5)), expect(2, t(a=6)), expect(4, t(a=6)))
+    return p.test(group(1, (1, 2), (2, 3), (3, 4)), packet(1, t(a=5)), expect(2, t(a=6)),
+                  expect(4, t(a=6)))
 
 
 def clone_lab(kind, fields=("kept",)):
@@ -127,8 +133,10 @@ def clone_lab(kind, fields=("kept",)):
 def ingress_clone():
     """An ingress clone is the packet as it came in, parsed again; its metadata are 0 but for the field list."""
     p, clone = clone_lab(INGRESS_CLONE)
-    p.do(assign(user("lost"), 9), assign(user("kept"), 7), clone, assign(f("t.b"), 0xbb), assign(user("kept"), 8), out(2))
-    p.do(assign(f("t.a"), user("kept")), assign(f("t.d"), (user("lost") << 16) | (user("parsed") << 8) | f("instance_type")),
+    p.do(assign(user("lost"), 9), assign(user("kept"), 7), clone, assign(f("t.b"), 0xbb),
+         assign(user("kept"), 8), out(2))
+    p.do(assign(f("t.a"), user("kept")), assign(f("t.d"),
+                                                (user("lost") << 16) | (user("parsed") << 8) | f("instance_type")),
          pipe="egress")
     return p.test("mirroring_add 4 5", packet(1, t(c=4) + "ee"),
                   expect(2, t(a=8, b=0xbb, c=4, d=0x094400) + "ee"),
@@ -143,7 +151,8 @@ def ingress_clone_keeps_its_port():
     p.do(clone, out(2))
     p.do(assign(f("t.a"), f("ingress_port")), assign(f("t.b"), f("egress_port")),
          assign(f("t.d"), f("egress_rid") + f("mcast_grp") + f("egress_spec")), pipe="egress")
-    return p.test("mirroring_add 4 5", packet(77, t(c=4)), expect(2, t(a=77, b=2, c=4)), expect(5, t(a=77, b=5, c=4)))
+    return p.test("mirroring_add 4 5", packet(77, t(c=4)), expect(2, t(a=77, b=2, c=4)),
+                  expect(5, t(a=77, b=5, c=4)))
 
 
 @case
@@ -162,12 +171,14 @@ def last_clone_wins():
     p.scalar("y", 8)
     first = p.field_list("fl1", [user("x")])
     second = p.field_list("fl2", [user("y")])
-    mirror = p.action("mirror", clone_ingress(1, first), clone_ingress(Data(0), second), assign(user("x"), 1),
+    mirror = p.action("mirror", clone_ingress(1, first), clone_ingress(Data(0), second),
+                      assign(user("x"), 1),
                       assign(user("y"), 2), data=[("session", 32)])
     p.node("pick", [key("exact", f("t.op"))], [mirror])
     p.do(out(9))
     p.do(assign(f("t.a"), user("x")), assign(f("t.b"), user("y")), pipe="egress")
-    return p.test("mirroring_add 1 3", "mirroring_add 2 4", "add pick t.op:1 mirror(session:2)", packet(1, t(op=1)),
+    return p.test("mirroring_add 1 3", "mirroring_add 2 4", "add pick t.op:1 mirror(session:2)",
+                  packet(1, t(op=1)),
                   expect(9, t(op=1, a=1, b=2)), expect(4, t(op=1, b=2)))
 
 
@@ -176,8 +187,10 @@ def sessions_of_clones():
     """Session 0 and session 32767 work; an unknown and a deleted one make no copy."""
     p, clone = clone_lab(INGRESS_CLONE)
     p.do(clone, out(1))
-    both_ = lambda session, port: [packet(9, t(c=session)), expect(1, t(c=session)), expect(port, t(c=session))]
-    return p.test("mirroring_add 0 3", "mirroring_add 32767 4", both_(0, 3), both_(32767, 4), same(9, t(c=5), 1),
+    both_ = lambda session, port: [packet(9, t(c=session)), expect(1, t(c=session)),
+                                   expect(port, t(c=session))]
+    return p.test("mirroring_add 0 3", "mirroring_add 32767 4", both_(0, 3), both_(32767, 4),
+                  same(9, t(c=5), 1),
                   "mirroring_get 0", "mirroring_delete 0", same(9, t(c=0), 1), both_(32767, 4))
 
 
@@ -187,7 +200,8 @@ def clone_to_a_group():
     p, clone = clone_lab(INGRESS_CLONE)
     p.do(clone, out(1))
     p.do(assign(f("t.a"), f("instance_type")), pipe="egress")
-    return p.test(group(3, (1, 5, 6), (2, 7)), "mirroring_add_mc 8 3", packet(9, t(c=8)), expect(1, t(c=8)),
+    return p.test(group(3, (1, 5, 6), (2, 7)), "mirroring_add_mc 8 3", packet(9, t(c=8)),
+                  expect(1, t(c=8)),
                   [expect(port, t(a=INGRESS_CLONE, c=8)) for port in (5, 6, 7)])
 
 
@@ -217,8 +231,10 @@ def egress_clone():
     p, clone = clone_lab(EGRESS_CLONE)
     p.do(assign(user("lost"), 9), out(2))
     p.when(f("instance_type") == 0, "first", "second", pipe="egress")
-    p.do(assign(user("kept"), 0x5e), clone, assign(f("t.b"), 0xcc), pipe="egress", name="first", next=None)
-    p.do(assign(f("t.a"), user("kept")), assign(f("t.d"), (user("lost") << 16) | (user("parsed") << 8) | f("instance_type")),
+    p.do(assign(user("kept"), 0x5e), clone, assign(f("t.b"), 0xcc), pipe="egress", name="first",
+         next=None)
+    p.do(assign(f("t.a"), user("kept")), assign(f("t.d"),
+                                                (user("lost") << 16) | (user("parsed") << 8) | f("instance_type")),
          pipe="egress", name="second", next=None)
     return p.test("mirroring_add 4 5", packet(1, t(c=4) + "ee"), expect(2, t(b=0xcc, c=4) + "ee"),
                   expect(5, t(a=0x5e, b=0xcc, c=4, d=EGRESS_CLONE) + "ee"))
@@ -259,10 +275,12 @@ def resubmit_starts_again():
     p.state("start", [extract(p.t), set_field(user("type"), f("instance_type"))])
     listed = p.field_list("fl", [user("x")])
     p.when(f("instance_type") == 0, "first", "second")
-    p.do(assign(user("x"), 7), assign(user("y"), 9), resubmit(listed), assign(f("t.d"), 0x99), out(3),
+    p.do(assign(user("x"), 7), assign(user("y"), 9), resubmit(listed), assign(f("t.d"), 0x99),
+         out(3),
          name="first", next=None)
     p.do(assign(f("t.a"), user("x")), assign(f("t.b"), user("y")), assign(f("t.c"), user("type")),
-         assign(f("t.op"), f("egress_spec")), assign(f("egress_spec"), f("ingress_port")), name="second", next=None)
+         assign(f("t.op"), f("egress_spec")), assign(f("egress_spec"), f("ingress_port")),
+         name="second", next=None)
     return p.test(packet(8, t() + "ee"), expect(8, t(a=7, c=RESUBMITTED) + "ee"))
 
 
@@ -272,9 +290,11 @@ def resubmit_goes_before_group_and_drop():
     p = Lab()
     p.field_list("fl", [])
     p.when(f("instance_type") == RESUBMITTED, "second", "first")
-    p.do(clone_ingress(1, 1), resubmit(1), assign(f("mcast_grp"), 2), assign(f("egress_spec"), 511), name="first", next=None)
+    p.do(clone_ingress(1, 1), resubmit(1), assign(f("mcast_grp"), 2), assign(f("egress_spec"), 511),
+         name="first", next=None)
     p.do(assign(f("t.a"), f("mcast_grp")), out(3), name="second", next=None)
-    return p.test(group(2, (1, 5, 6)), "mirroring_add 1 7", packet(1, t(a=9)), expect(3, t()), expect(7, t(a=9)))
+    return p.test(group(2, (1, 5, 6)), "mirroring_add 1 7", packet(1, t(a=9)), expect(3, t()),
+                  expect(7, t(a=9)))
 
 
 @case
@@ -285,7 +305,8 @@ def last_resubmit_wins():
     p.scalar("y", 8)
     first, second = p.field_list("fl1", [user("x")]), p.field_list("fl2", [user("y")])
     p.when(f("instance_type") == 0, "first", "second")
-    p.do(assign(user("x"), 1), assign(user("y"), 2), resubmit(first), resubmit(second), assign(user("y"), 3),
+    p.do(assign(user("x"), 1), assign(user("y"), 2), resubmit(first), resubmit(second),
+         assign(user("y"), 3),
          name="first", next=None)
     p.do(assign(f("t.a"), user("x")), assign(f("t.b"), user("y")), out(1), name="second", next=None)
     return p.test(packet(1, t()), expect(1, t(b=3)))
@@ -314,11 +335,15 @@ def recirculate_parses_the_output():
     listed = p.field_list("fl", [user("x")])
     p.do(assign(f("t.c"), f("packet_length")), assign(f("t.b"), user("y")), out(5))
     p.when(f("instance_type") == 0, "first", "second", pipe="egress")
-    p.do(assign(user("x"), 7), assign(user("y"), 9), add_header(Header("x")), assign(f("x.x"), 0x33),
+    p.do(assign(user("x"), 7), assign(user("y"), 9), add_header(Header("x")),
+         assign(f("x.x"), 0x33),
          recirculate(listed), assign(f("t.d"), 0xd0d0), pipe="egress", name="first", next=None)
-    p.do(assign(f("t.a"), user("x")), assign(f("t.op"), user("type")), pipe="egress", name="second", next=None)
+    p.do(assign(f("t.a"), user("x")), assign(f("t.op"), user("type")), pipe="egress", name="second",
+         next=None)
     # The first round puts 33 before the payload; the second does not parse it.
-    return p.test(packet(1, t(b=1) + "ee"), expect(5, t(op=RECIRCULATED, a=7, c=11, d=0xd0d0) + "33ee"))
+    return p.test(packet(1, t(b=1) + "ee"), expect(5,
+                                                   t(op=RECIRCULATED, a=7, c=11,
+                                                     d=0xd0d0) + "33ee"))
 
 
 @case
@@ -380,7 +405,8 @@ def rounds_lab(again, pipe):
     p.when(user("round") < f("t.b"), "go_round", "leave", pipe=pipe)
     p.do(assign(user("round"), user("round") + 1), again(1), pipe=pipe, name="go_round", next=None)
     p.do(assign(f("t.a"), user("round")), pipe=pipe, name="leave", next=None)
-    return p.test(packet(1, t(b=3)), expect(5, t(a=3, b=3)), packet(1, t(b=8)), expect(5, t(a=8, b=8)),
+    return p.test(packet(1, t(b=3)), expect(5, t(a=3, b=3)), packet(1, t(b=8)),
+                  expect(5, t(a=8, b=8)),
                   # More rounds than are allowed: the packet is cut off, and the next one passes.
                   packet(1, t(b=9)), packet(1, t(b=255)), packet(1, t(b=0)), expect(5, t()))
 
@@ -404,8 +430,10 @@ def egress_clones_are_bounded():
     p.field_list("fl", [])
     p.do(out(5))
     p.do(assign(f("t.a"), f("t.a") + 1), clone_egress(f("t.a"), 1), pipe="egress")
-    return p.test([f"mirroring_add {session} {session + 10}" for session in range(1, 13)], packet(1, t()),
-                  expect(5, t(a=1)), [expect(session + 10, t(a=session + 1)) for session in range(1, 9)])
+    return p.test([f"mirroring_add {session} {session + 10}" for session in range(1, 13)],
+                  packet(1, t()),
+                  expect(5, t(a=1)), [expect(session + 10, t(a=session + 1))
+                   for session in range(1, 9)])
 
 
 @case
@@ -414,9 +442,11 @@ def timestamps_do_not_go_back():
     p = Lab()
     p.register("last", 1, 48)
     p.scalar("before", 48)
-    p.do(register_read(user("before"), "last", 0), register_write("last", 0, f("ingress_global_timestamp")),
+    p.do(register_read(user("before"), "last", 0),
+         register_write("last", 0, f("ingress_global_timestamp")),
          assign(f("t.a"), b2d(f("ingress_global_timestamp") >= user("before"))), out(1))
-    p.do(assign(f("t.b"), b2d(f("egress_global_timestamp") >= f("ingress_global_timestamp"))), pipe="egress")
+    p.do(assign(f("t.b"), b2d(f("egress_global_timestamp") >= f("ingress_global_timestamp"))),
+         pipe="egress")
     return p.test([packet(1, t()), expect(1, t(a=1, b=1))] * 3)
 
 
@@ -443,6 +473,7 @@ def two_copies_of_the_standard_metadata():
 def field_alias_names_are_not_headers():
     """The aliases of the queue and group fields exist beside the names of the standard metadata."""
     p = Lab()
-    p.root["field_aliases"].append(["intrinsic_metadata.mcast_grp", ["standard_metadata", "mcast_grp"]])
+    p.root["field_aliases"].append(["intrinsic_metadata.mcast_grp",
+                                    ["standard_metadata", "mcast_grp"]])
     p.do(assign(f("mcast_grp"), 1))
     return p.test(group(1, (4, 2)), same(1, t(), 2))

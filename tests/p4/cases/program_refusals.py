@@ -122,7 +122,8 @@ def entry_that_exists_already():
 @refusal("table pick: action take_two takes 2 values, not 1")
 def default_action_with_one_value_of_two():
     p = Lab()
-    action = p.action("take_two", assign(f("t.a"), Data(0)), assign(f("t.b"), Data(1)), data=[("v", 8), ("w", 8)])
+    action = p.action("take_two", assign(f("t.a"), Data(0)), assign(f("t.b"), Data(1)),
+                      data=[("v", 8), ("w", 8)])
     p.node("pick", [key("exact", f("t.c"))], [action], default=action, default_data=[1])
     return p.refused()
 
@@ -131,7 +132,8 @@ def default_action_with_one_value_of_two():
 def entry_with_an_action_of_another_table():
     p = Lab()
     first, second = mark(p), p.action("other")
-    p.node("pick", [key("exact", f("t.b"))], [first], entries=[entry([exact_key(1)], second, [], 1)])
+    p.node("pick", [key("exact", f("t.b"))], [first],
+           entries=[entry([exact_key(1)], second, [], 1)])
     p.node("more", [key("exact", f("t.b"))], [second])
     return p.refused()
 
@@ -147,7 +149,8 @@ def default_action_of_another_table():
 @refusal("action leap: jump to 9, but it has 6 steps")
 def jump_behind_the_action():
     p = plain()
-    p.node("pick", [key("exact", f("t.b"))], [p.action("leap", jump(9), *[assign(f("t.a"), 1)] * 5)])
+    p.node("pick", [key("exact", f("t.b"))], [p.action("leap", jump(9),
+                                                       *[assign(f("t.a"), 1)] * 5)])
     return p.refused()
 
 
