@@ -345,6 +345,6 @@ def p4info_braces_of_two_kinds():
     return exact_lab().refused(p4info="pkg_info { name: \"lab\" >\n" + table() + ACTIONS)
 
 
-@refusal("p4info.txtpb")
+@refusal("EXACTLY")
 def p4info_unknown_enum_name():
     return exact_lab().refused(p4info=table(match(1, "t.b", 8, "EXACTLY")) + ACTIONS)

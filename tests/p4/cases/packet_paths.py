@@ -431,9 +431,8 @@ def egress_clones_are_bounded():
     p.do(out(5))
     p.do(assign(f("t.a"), f("t.a") + 1), clone_egress(f("t.a"), 1), pipe="egress")
     return p.test([f"mirroring_add {session} {session + 10}" for session in range(1, 13)],
-                  packet(1, t()),
-                  expect(5, t(a=1)), [expect(session + 10, t(a=session + 1))
-                   for session in range(1, 9)])
+                  packet(1, t()), expect(5, t(a=1)),
+                  [expect(session + 10, t(a=session + 1)) for session in range(1, 9)])
 
 
 @case
