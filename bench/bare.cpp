@@ -10,12 +10,12 @@
 
 #include "child.h"
 #include "clock.h"
+#include "switch_side.h"
 
 namespace bench {
 namespace {
 
 constexpr char kAddress[] = "ipc:///tmp/jex-bench-bare";
-constexpr int kReceiveTimeoutMs = 100;  // the agent's default
 
 [[noreturn]] void fail(const char* what) {
   std::fprintf(stderr, "replicate: bare loop: %s: %s\n", what, nn_strerror(nn_errno()));

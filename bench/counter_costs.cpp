@@ -21,7 +21,7 @@ namespace {
 
 using PartnerLib::CounterShm;
 
-constexpr char kProgram[] = "counter_costs";
+constexpr char kCountersProgram[] = "counter_costs";
 constexpr uint32_t kSmall = 64 * 1024;
 constexpr uint32_t kLarge = 1024 * 1024;
 
@@ -36,7 +36,7 @@ std::string writeProgram() {
 
 const jx_rt_table_hdl* tableOf(const char* name, uint32_t* id) {
   const jx_rt_info_hdl* info = nullptr;
-  check(jx_rt_info_get(kPhysical, kProgram, &info), kProgram);
+  check(jx_rt_info_get(kPhysical, kCountersProgram, &info), kCountersProgram);
   const jx_rt_table_hdl* table = nullptr;
   check(jx_rt_table_from_name_get(info, name, &table), name);
   check(jx_rt_table_id_get(table, id), name);
@@ -59,7 +59,8 @@ struct Counters {
         CounterShm::blockName(id).c_str())[sizeof(PartnerLib::CounterBlockHeader_t) +
                                            size * sizeof(PartnerCounterEntry)](
         static_cast<unsigned char>(0));
-    PartnerLib::setCountersSync({kPhysical, JX_PIPE_ALL, 0, 0}, kProgram, id, session, -1, 0, true);
+    PartnerLib::setCountersSync({kPhysical, JX_PIPE_ALL, 0, 0}, kCountersProgram, id, session, -1,
+                                0, true);
     record = PartnerLib::countersCallbackMap.at(PartnerLib::counterKey(id));
   }
 

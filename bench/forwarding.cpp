@@ -49,7 +49,6 @@ using Updates = std::function<uint64_t()>;
 
 constexpr char kAgentSocketFile[] = "/tmp/Partner0";
 constexpr jx_dev_id_t kPhysical = 0;
-constexpr int kReceiveTimeoutMs = 100;
 
 uint64_t arrived() { return operations_processed.load(std::memory_order_acquire); }
 

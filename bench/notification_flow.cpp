@@ -20,6 +20,7 @@
 #include "JexHybridSlice/JexPartnerLib.h"
 #include "JexHybridSlice/JexPartnerLibDigest.h"
 #include "JexHybridSlice/JexPartnerLibServer.h"
+#include "bare_failure.h"
 #include "child.h"
 #include "clock.h"
 #include "partner_process.h"
@@ -104,11 +105,6 @@ void reportDequeued(PartnerNotificationQueueHandle queue, uint64_t count) {
   for (;;) reportDequeued(queue, std::stoull(awaitLine()));
 }
 
-[[noreturn]] void fail(const char* what) {
-  std::fprintf(stderr, "answers: bare: %s: %s\n", what, nn_strerror(nn_errno()));
-  std::exit(EXIT_FAILURE);
-}
-
 }  // namespace
 
 void notifyPartner(int pid, uint32_t learn_id, uint64_t count, bool paced) {
@@ -149,7 +145,7 @@ void notifiedPartner(const char* program) {
 
 void bareNotifies() {
   const int sock = nn_socket(AF_SP, NN_PAIR);
-  if (sock < 0 || nn_connect(sock, kAddress) < 0) fail("connect");
+  if (sock < 0 || nn_connect(sock, kAddress) < 0) failBare("connect");
   report({{"ready", true}});
   for (;;) {
     std::istringstream line(awaitLine());
@@ -164,7 +160,7 @@ void bareNotifies() {
     for (uint64_t i = 0; i < count; ++i) {
       const uint64_t time = now();
       std::memcpy(record.value, &time, sizeof(time));
-      if (nn_send(sock, &record, sizeof(record), 0) < 0) fail("send");
+      if (nn_send(sock, &record, sizeof(record), 0) < 0) failBare("send");
       if (what == "paced") pauseBetween();
     }
     report({{"sent", count}});
@@ -173,7 +169,7 @@ void bareNotifies() {
 
 void bareNotified() {
   const int sock = nn_socket(AF_SP, NN_PAIR);
-  if (sock < 0 || nn_bind(sock, kAddress) < 0) fail("bind");
+  if (sock < 0 || nn_bind(sock, kAddress) < 0) failBare("bind");
   PartnerNotificationQueueHandle queue = nullptr;
   PartnerNotificationQueueCreate("bare", 1 << 16, &queue);
   std::thread([=] {
@@ -182,7 +178,7 @@ void bareNotified() {
     for (;;) {
       void* message = nullptr;
       const int bytes = nn_recv(sock, &message, NN_MSG, 0);
-      if (bytes < 0) fail("receive");
+      if (bytes < 0) failBare("receive");
       auto* const copy = new uint8_t[static_cast<size_t>(bytes)];
       std::memcpy(copy, message, static_cast<size_t>(bytes));
       nn_freemsg(message);

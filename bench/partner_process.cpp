@@ -18,7 +18,6 @@ PartnerProcess::PartnerProcess(const std::string& program)
 
 void serveAsAgent(const std::string& program) {
   constexpr char kAgentSocketFile[] = "/tmp/Partner0";
-  constexpr int kReceiveTimeoutMs = 100;
   unlink(kAgentSocketFile);
   bringUpSdk();
   Profile profile(program);

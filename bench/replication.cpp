@@ -18,7 +18,6 @@ constexpr char kAgentSocketFile[] = "/tmp/Partner0";
 constexpr jx_dev_id_t kPhysical = 0;
 constexpr jx_dev_id_t kVirtual = 1;
 constexpr uint32_t kMemberCount = 64;
-constexpr int kReceiveTimeoutMs = 100;
 
 template <typename Condition>
 void await(Condition condition) {

@@ -14,6 +14,7 @@
 
 #include "JexHybridSlice/JexPartnerLib.h"
 #include "JexHybridSlice/JexPartnerLibWire.h"
+#include "bare_failure.h"
 #include "child.h"
 #include "clock.h"
 #include "notification_flow.h"
@@ -26,14 +27,9 @@ constexpr char kRequests[] = "ipc:///tmp/jex-bench-requests";
 constexpr char kReplies[] = "ipc:///tmp/jex-bench-replies";
 constexpr uint64_t kWarmUp = 100;
 
-[[noreturn]] void fail(const char* what) {
-  std::fprintf(stderr, "answers: bare: %s: %s\n", what, nn_strerror(nn_errno()));
-  std::exit(EXIT_FAILURE);
-}
-
 int opened(int protocol) {
   const int sock = nn_socket(AF_SP, protocol);
-  if (sock < 0) fail("socket");
+  if (sock < 0) failBare("socket");
   return sock;
 }
 
@@ -80,29 +76,30 @@ void barrierPartner(const char* program, uint64_t count) {
 void bareAnswers() {
   const int requests = opened(NN_PULL);
   const int replies = opened(NN_PAIR);
-  if (nn_bind(requests, kRequests) < 0 || nn_connect(replies, kReplies) < 0) fail("bind");
+  if (nn_bind(requests, kRequests) < 0 || nn_connect(replies, kReplies) < 0) failBare("bind");
   report({{"ready", true}});
   for (;;) {
     void* message = nullptr;
-    if (nn_recv(requests, &message, NN_MSG, 0) < 0) fail("receive");
+    if (nn_recv(requests, &message, NN_MSG, 0) < 0) failBare("receive");
     PartnerLib::BarrierReply_t reply = {};
     reply.kind = PartnerLib::BARRIER_REPLY_KIND;
     reply.timestamp = static_cast<const PartnerLib::BarrierMsg_t*>(message)->barrier.timestamp;
     nn_freemsg(message);
-    if (nn_send(replies, &reply, sizeof(reply), 0) < 0) fail("answer");
+    if (nn_send(replies, &reply, sizeof(reply), 0) < 0) failBare("answer");
   }
 }
 
 void bareAsks(uint64_t count) {
   const int replies = opened(NN_PAIR);
   const int requests = opened(NN_PUSH);
-  if (nn_bind(replies, kReplies) < 0 || nn_connect(requests, kRequests) < 0) fail("connect");
+  if (nn_bind(replies, kReplies) < 0 || nn_connect(requests, kRequests) < 0) failBare("connect");
   measure(count, [=](uint64_t name) {
     PartnerLib::BarrierMsg_t message = {};
     message.barrier.timestamp = name;
-    if (nn_send(requests, &message, sizeof(message), 0) < 0) fail("send");
+    if (nn_send(requests, &message, sizeof(message), 0) < 0) failBare("send");
     PartnerLib::BarrierReply_t reply = {};
-    if (nn_recv(replies, &reply, sizeof(reply), 0) < 0 || reply.timestamp != name) fail("answer");
+    if (nn_recv(replies, &reply, sizeof(reply), 0) < 0 || reply.timestamp != name)
+      failBare("answer");
   });
 }
 

@@ -11,6 +11,8 @@
 
 namespace bench {
 
+constexpr int kReceiveTimeoutMs = 100;  // the agent's default
+
 /// Throws std::runtime_error unless `status` is JX_SUCCESS.
 void check(jx_status_t status, const char* what);
 

@@ -39,8 +39,8 @@ def manner():
     reason = why_alone()
     if reason:
         return 1, f"one at a time, in the open: {reason}"
-    # One more than there are cores: tests wait for processes as much as they compute.
-    parallel = (os.cpu_count() or 1) + 1
+    # Tests wait for processes and for the kernel most of their time.
+    parallel = 3 * (os.cpu_count() or 1)
     return parallel, f"{parallel} at a time, each in a private world"
 
 

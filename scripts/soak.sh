@@ -17,7 +17,8 @@
 # seed, which makes all random choices, is printed. MORE are the options of scripts/soak_run.py,
 # which lists them with --help: the bounds, the warm-up, the program that packets run through. Routes
 # and captures are those of --data (scripts/make_data.sh makes them); left out: of build/data, where
-# they are made if they are missing.
+# they are made if they are missing. Each run writes logs and dumps to a folder of its own in
+# BUILD-DIR/soak, which it prints; of runs that are over, the last eight stay.
 #
 # The agent's memory rises by some MiB over ten minutes and then stays: free pieces in the heaps that
 # the C library keeps for each thread. Smaller leaks are seen with one heap for all threads:
@@ -80,5 +81,15 @@ if [[ -z $data ]]; then
   fi
 fi
 
+# A run holds the lock of its folder until it ends.
+mkdir -p "$build_dir/soak"
+out=$(mktemp -d "$build_dir/soak/$(date +%Y-%m-%d-%H%M%S).XXXXXX")
+exec {lock}>"$out/lock"
+flock "$lock"
+echo "soak: logs and dumps go to $out"
+ls -1dt "$build_dir"/soak/*/ | tail -n +9 | while read -r old; do
+  if flock --nonblock "${old}lock" true; then rm -rf "$old"; fi
+done
+
 exec scripts/in-private-namespaces --or-alone --keep "$build_dir" python3 scripts/soak_run.py \
-  --bin "$build_dir/bin" --out "$build_dir/soak" --data "$data" "${run_args[@]}"
+  --bin "$build_dir/bin" --out "$out" --data "$data" "${run_args[@]}"
