@@ -17,7 +17,7 @@
 #include <system_error>
 
 #include "JexPartnerLibMatchTypes.h"
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "JexPartnerLibStop.h"
 #include "JexPartnerLibWire.h"
 
@@ -95,9 +95,7 @@ void tryThread(const StopPlace& place) {
   pthread_t thread;
   const int error = pthread_create(
       &thread, nullptr, [](void* nothing) { return nothing; }, nullptr);
-  if (error != 0) {
-    PARTNER_STOP_AT(place, "error == 0", "Cannot start a thread: ", strerror(error));
-  }
+  PARTNER_CHECK_AT(place, error == 0, "Cannot start a thread: ", strerror(error));
   pthread_join(thread, nullptr);
 }
 
@@ -243,9 +241,7 @@ bool PartnerSocket::initAgent(const std::string& name) {
 
 bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
   socket_ = canOpen(PARTNER_DESCRIPTORS) ? nn_socket(AF_SP, NN_PUSH) : -1;
-  if (socket_ < 0) {
-    PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
-  }
+  PARTNER_REQUIRE_AT(place, socket_ >= 0, "( socket_ >= 0 )", "Unable to open Client socket");
   endpoints[0] = nn_connect(socket_, name.c_str());
   if (endpoints[0] < 0) {
     nn_close(socket_);
@@ -257,9 +253,8 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   const int reverse = openReceivingSocket(NN_PAIR);
   myPid = getpid();
   const std::string uniqueName = makeUniqueName(myPid);
-  if (reverse < 0) {
-    PARTNER_STOP_AT(place, "( reverse >= 0 )", "Cannot open socket for reverse path");
-  }
+  PARTNER_REQUIRE_AT(place, reverse >= 0, "( reverse >= 0 )",
+                     "Cannot open socket for reverse path");
   endpoints[1] = nn_bind(reverse, uniqueName.c_str());
   if (endpoints[1] < 0) {
     nn_close(reverse);
@@ -267,10 +262,8 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   }
   numFds = 2;
   pollFds[1] = {reverse, NN_POLLIN | NN_POLLOUT, 0};
-  if (uniqueName.length() >= MAX_SOCKET_NAME_LEN) {
-    PARTNER_STOP_AT(place, "uniqueName.length() < MAX_SOCKET_NAME_LEN",
-                    "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
-  }
+  PARTNER_CHECK_AT(place, uniqueName.length() < MAX_SOCKET_NAME_LEN,
+                   "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
   sendSocketNameToSliceAgent(socket_, myPid, uniqueName.c_str());
   boundSends(socket_);  // from here on: the registration waits for a SliceAgent to come up
   if (testMode) {
@@ -422,8 +415,7 @@ void sendSocketNameToSliceAgent(int sock, int pid, const char* name) {
 
 void startgRPCServer() {
   const jx_status_t jx_status = jx_rt_grpc_server_run_with_addr(GRPC_ADDRESS);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot spawn gRPC server socket on 50053");
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot spawn gRPC server socket on 50053");
 }
 
 }  // namespace PartnerLib

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "JexPartnerLib.h"
@@ -142,6 +144,12 @@ struct CounterBlockHeader_t {
 };
 
 #pragma pack(pop)
+
+/// The text of a field of fixed size, which need not be terminated.
+template <size_t N>
+std::string textOf(const char (&field)[N]) {
+  return {field, strnlen(field, N)};
+}
 
 /// Bytes of one parameter word.
 inline constexpr size_t WORD_SIZE = 4;
