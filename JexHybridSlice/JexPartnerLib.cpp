@@ -32,9 +32,7 @@ namespace {
 
 /// A text that the caller has to give.
 std::string givenText(const char* text) {
-  if (text == nullptr) {
-    throw std::logic_error("basic_string::_M_construct null not valid");
-  }
+  if (text == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
   return text;
 }
 
@@ -83,9 +81,7 @@ const jxrt::JxRtTable* findJxRtTableFromName(uint8_t dev, std::string p4Name,
                                              std::string tableName) {
   const jxrt::JxRtInfo* const info = findProgram(dev, p4Name, PARTNER_HERE);
   const jxrt::JxRtTable* table = nullptr;
-  if (info != nullptr) {
-    info->tableFromNameGet(tableName, &table);
-  }
+  if (info != nullptr) info->tableFromNameGet(tableName, &table);
   return table;
 }
 
@@ -95,12 +91,8 @@ void sendPing() {
   // While a ping waits for room the receive thread goes on receiving. A heartbeat that it takes
   // meanwhile is answered after the ping that waits, by the call that sends that one.
   static thread_local uint64_t owed = 0;
-  if (++owed > 1) {
-    return;
-  }
-  for (; owed > 0; --owed) {
-    pSocket->send(&ping, sizeof(ping));
-  }
+  if (++owed > 1) return;
+  for (; owed > 0; --owed) pSocket->send(&ping, sizeof(ping));
 }
 
 // ---- counters ---------------------------------------------------------------------------------
@@ -129,15 +121,13 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
   const jx_status_t jx_status = table->tableIdGet(&tableId);
   PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot get table id for table ", tableId);
   const auto started = partnerCounterMap.find(tableId);
-  if (started != partnerCounterMap.end()) {
-    return started->second != nullptr;
-  }
+  if (started != partnerCounterMap.end()) return started->second != nullptr;
 
   if (CounterShm::segment == nullptr) {
-    boost::interprocess::shared_memory_object::remove(CounterShm::NAME);
+    boost::interprocess::shared_memory_object::remove(CounterShm::kName);
     CounterShm::segment = new managed_shared_memory(
-        boost::interprocess::open_or_create, CounterShm::NAME, CounterShm::SIZE, nullptr,
-        boost::interprocess::permissions(CounterShm::PERMISSIONS));
+        boost::interprocess::open_or_create, CounterShm::kName, CounterShm::kSize, nullptr,
+        boost::interprocess::permissions(CounterShm::kPermissions));
   }
   size_t size = 0;
   table->tableSizeGet(*jxrt::JxRtSession::fromHandle(session), target, 0, &size);
@@ -162,9 +152,7 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
 extern "C" bool PartnerCounterRead(PartnerCounterTableHandle handle, uint32_t first, uint32_t count,
                                    void* out, uint64_t* timestamp) {
   const auto* counter = static_cast<const CounterHandleStruct*>(handle);
-  if (counter->counters == nullptr) {
-    return false;
-  }
+  if (counter->counters == nullptr) return false;
   memcpy(out, counter->counters + first * sizeof(PartnerCounterEntry),
          count * sizeof(PartnerCounterEntry));
   memcpy(timestamp, counter->block + offsetof(PartnerLib::CounterBlockHeader_t, lastReadTime),
@@ -176,9 +164,8 @@ extern "C" void PartnerCounterFree(PartnerCounterTableHandle handle) {
   const auto* counter = static_cast<const CounterHandleStruct*>(handle);
   const uint32_t tableId = counter->tableId;
   sendEnableCounters(counter->target, counter->programName, tableId, false);
-  if (CounterShm::segment != nullptr) {
+  if (CounterShm::segment != nullptr)
     CounterShm::segment->destroy<unsigned char>(CounterShm::blockName(tableId).c_str());
-  }
   const auto found = partnerCounterMap.find(tableId);
   PARTNER_REQUIRE(found != partnerCounterMap.end(), "false",
                   "Cannot find counter handle in map to delete");
@@ -195,10 +182,10 @@ uint64_t latencyBins[32] = {};
 
 namespace {
 
-constexpr uint32_t LATENCY_BINS = sizeof(latencyBins) / sizeof(latencyBins[0]);
-constexpr uint64_t LATENCY_BIN_MS = 5;
+constexpr uint32_t kLatencyBins = sizeof(latencyBins) / sizeof(latencyBins[0]);
+constexpr uint64_t kLatencyBinMs = 5;
 /// How much later the second of a double barrier is stamped, so that the replies differ.
-constexpr uint64_t DOUBLE_BARRIER_MS = 10;
+constexpr uint64_t kDoubleBarrierMs = 10;
 
 uint64_t sendBarrierFor(uint32_t tableId) {
   const uint64_t t = getEpochTime();
@@ -217,12 +204,10 @@ void barrierAnswered(const void* buf, int nbytes) {
                               __ATOMIC_SEQ_CST);
   __atomic_thread_fence(__ATOMIC_SEQ_CST);
   const uint64_t delta = getEpochTime() - reply.timestamp;
-  const auto q = static_cast<int32_t>(delta / LATENCY_BIN_MS);
-  const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(LATENCY_BINS)) - 1;
+  const auto q = static_cast<int32_t>(delta / kLatencyBinMs);
+  const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(kLatencyBins)) - 1;
   storeFenced(latencyBins[index], latencyBins[index] + 1);
-  if (delta > maxProcTime) {
-    storeFenced(maxProcTime, delta);
-  }
+  if (delta > maxProcTime) storeFenced(maxProcTime, delta);
 }
 
 }  // namespace
@@ -247,15 +232,15 @@ extern "C" uint64_t PartnerBarrierSendWithCounterSyncDouble(PartnerCounterTableH
       handle == nullptr ? 0 : static_cast<const CounterHandleStruct*>(handle)->tableId;
   const uint64_t t = getEpochTime();
   sendBarrier(tableId, t, PartnerLib::myPid);
-  sendBarrier(tableId, t + DOUBLE_BARRIER_MS, PartnerLib::myPid);
-  storeFenced(requestedTime, t + DOUBLE_BARRIER_MS);
-  return t + DOUBLE_BARRIER_MS;
+  sendBarrier(tableId, t + kDoubleBarrierMs, PartnerLib::myPid);
+  storeFenced(requestedTime, t + kDoubleBarrierMs);
+  return t + kDoubleBarrierMs;
 }
 
 extern "C" uint64_t PartnerBarrierGetLastComplete(void) { return loadFenced(lastResponse); }
 
 extern "C" uint64_t PartnerBarrierGetMaxProcTime(uint32_t* binCount, uint64_t** bins) {
-  *binCount = LATENCY_BINS;
+  *binCount = kLatencyBins;
   *bins = latencyBins;
   return loadFenced(maxProcTime);
 }
@@ -303,9 +288,7 @@ extern "C" size_t PartnerNotificationQueueTryDequeue(void* queue, void** values,
 }
 
 extern "C" void PartnerNotificationQueueValuesFree(void** values, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    delete[] static_cast<uint8_t*>(values[i]);
-  }
+  for (size_t i = 0; i < count; ++i) delete[] static_cast<uint8_t*>(values[i]);
 }
 
 extern "C" bool PartnerNotificationQueueDestroy(void* queue) {
@@ -429,9 +412,7 @@ extern "C" jxrt::JxRtLearn* findJxRtLearnFromName(uint8_t dev, std::string p4Nam
                                                   std::string learnName) {
   const jxrt::JxRtInfo* const info = findProgram(dev, p4Name, PARTNER_HERE);
   jxrt::JxRtLearn* learn = nullptr;
-  if (info != nullptr) {
-    info->learnFromNameGet(learnName, &learn);
-  }
+  if (info != nullptr) info->learnFromNameGet(learnName, &learn);
   return learn;
 }
 
@@ -504,9 +485,7 @@ void deliver(const Registrations& registrations, uint32_t id, const MakeCopy& ma
   const std::lock_guard<std::mutex> lock(registrationsMutex);
   const auto found = registrations.find(id);
   PARTNER_REQUIRE_AT(place, found != registrations.end(), "false", unknown, id);
-  if (found->second == nullptr) {
-    return;
-  }
+  if (found->second == nullptr) return;
   auto* const queue = static_cast<NotifyQueue*>(found->second->queue);
   const bool ok = queue->enqueue(*found->second->token, makeCopy());
   PARTNER_REQUIRE_AT(place, ok, "ok == true", refused);
@@ -564,7 +543,7 @@ void processClientMessageFromSocket(void* buf, int nbytes, PartnerLib::PartnerSo
     case PARTNER_NOTIFY_DIGEST:
       receiveDigest(buf, nbytes, PARTNER_HERE);
       return;
-    case PartnerLib::BARRIER_NOTIFY:
+    case PartnerLib::kBarrierNotify:
       barrierAnswered(buf, nbytes);
       return;
     case PartnerLib::HEARTBEAT_NOTIFY:

@@ -21,7 +21,7 @@ std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap =
 
 namespace {
 
-constexpr uint32_t ALL_PIPES = 0xFFFF;
+constexpr uint32_t kAllPipes = 0xFFFF;
 
 /// What the service keeps of a record beside it.
 struct SyncState {
@@ -78,7 +78,7 @@ class WritingTurn {
 };
 
 void answerBarrier(int replySocket, uint64_t timestamp) {
-  const BarrierReply_t reply = {BARRIER_REPLY_KIND, timestamp};
+  const BarrierReply_t reply = {kBarrierReplyKind, timestamp};
   socketSend(replySocket, &reply, sizeof(reply));
 }
 
@@ -99,9 +99,7 @@ void completeBarrier(CounterReadStruct_t* rec) {
     // no other completion answers it too.
     const std::lock_guard<std::mutex> lock(countersMutex);
     answered = rec->pendingBarrier;
-    if (answered == 0) {
-      return;
-    }
+    if (answered == 0) return;
     promoted = rec->nextBarrier;
     const bool loopAnswers = pSocket != nullptr && isStopped(rec);
     storeFenced(rec->pendingBarrier, loopAnswers ? 0 : promoted);
@@ -109,17 +107,13 @@ void completeBarrier(CounterReadStruct_t* rec) {
   }
   answerBarrier(rec->replySocket, answered);
   // A process that is no Partner has no socket to itself: there the next sync answers it.
-  if (promoted != 0 && pSocket != nullptr) {
-    sendBarrier(rec->tableId, promoted, rec->pid);
-  }
+  if (promoted != 0 && pSocket != nullptr) sendBarrier(rec->tableId, promoted, rec->pid);
 }
 
 /// With the mutex held: one use of a record is over. The last use of a stopped record frees it.
 void endUse(CounterReadStruct_t* rec) {
   const auto found = syncStates.find(rec);
-  if (found == syncStates.end() || found->second.uses == 0) {
-    return;
-  }
+  if (found == syncStates.end() || found->second.uses == 0) return;
   SyncState& state = found->second;
   --state.uses;
   if (state.uses == 0 && state.stopped.load(std::memory_order_relaxed)) {
@@ -171,7 +165,7 @@ void counterConfigDeserialize(uint8_t dev, uint32_t sessionArg, const void* payl
   const auto* config = static_cast<const CounterConfigHeader_t*>(payload);
   const std::string programName = textOf(config->programName);
   jx_rt_session_hdl* const session = jxrt::JxRtSession::sessionInstantiate(sessionArg, 0);
-  setCountersSync({dev, ALL_PIPES, 0, 0}, programName.c_str(), config->tableId, session,
+  setCountersSync({dev, kAllPipes, 0, 0}, programName.c_str(), config->tableId, session,
                   replySocket, pid, config->enable != 0);
 }
 
@@ -202,7 +196,7 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
 
   if (CounterShm::segment == nullptr) {
     CounterShm::segment = new boost::interprocess::managed_shared_memory(
-        boost::interprocess::open_only, CounterShm::NAME);
+        boost::interprocess::open_only, CounterShm::kName);
   }
   const auto [ptr, bytes] =
       CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str());

@@ -53,9 +53,7 @@ void removeCookie(uint32_t key, const StopPlace& place) {
 class RecordBuffer {
  public:
   explicit RecordBuffer(size_t bytes) {
-    if (bytes > fixed_.size()) {
-      bigger_.resize(bytes);
-    }
+    if (bytes > fixed_.size()) bigger_.resize(bytes);
   }
   uint8_t* data() { return bigger_.empty() ? fixed_.data() : bigger_.data(); }
 

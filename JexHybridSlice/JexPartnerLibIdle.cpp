@@ -18,7 +18,7 @@ std::unordered_map<uint32_t, NotifyCookieStruct*>& notifyCallbackMap =
 namespace {
 
 /// What the attributes of an idle table are set with.
-constexpr uint64_t IDLE_ATTRIBUTE_FLAGS = 16;
+constexpr uint64_t kIdleAttributeFlags = 16;
 
 void saveCookie(uint32_t key, NotifyCookieStruct* cookie, const StopPlace& place) {
   const auto res = notifyCallbackMap.insert({key, cookie});
@@ -74,7 +74,7 @@ void setIdleTimeoutNotfications(jx_rt_target_t target, const IdleConfigHeader_t&
                                                        config.ttlQueryInterval, config.maxTtl,
                                                        config.minTtl, cookie);
   PARTNER_CHECK(status == JX_SUCCESS, "Cannot set idle notify attrib");
-  status = jx_rt_table_attributes_set(table, session, &target, IDLE_ATTRIBUTE_FLAGS, attr);
+  status = jx_rt_table_attributes_set(table, session, &target, kIdleAttributeFlags, attr);
   PARTNER_CHECK(status == JX_SUCCESS,
                 "Cannot set idle notify attrib on table. status: ", jxStatusError(status));
   jx_rt_table_attributes_deallocate(attr);

@@ -15,7 +15,7 @@ namespace {
 /// The pointer whose first word is the last of `words` parameter words.
 const void* lastPointer(const void* params, size_t words) {
   const void* pointer = nullptr;
-  memcpy(&pointer, static_cast<const uint8_t*>(params) + (words - 1) * WORD_SIZE, sizeof(pointer));
+  memcpy(&pointer, static_cast<const uint8_t*>(params) + (words - 1) * kWordSize, sizeof(pointer));
   return pointer;
 }
 
@@ -36,15 +36,15 @@ static_assert(sizeof(UpdateBuffer) == PACK_BUFFER_SIZE);
 /// stops are made at `place`, on behalf of the callback.
 void sendUpdate(PartnerMsgType type, const UpdateHeader_t& update, const UpdateRow& row,
                 const void* params, const void* cookie, const StopPlace& place) {
-  const void* data = row.tail == Tail::NONE ? nullptr : lastPointer(params, row.words);
+  const void* data = row.tail == Tail::kNone ? nullptr : lastPointer(params, row.words);
   size_t packedSize = 0;
-  if (row.tail == Tail::PACKED) {
+  if (row.tail == Tail::kPacked) {
     const jx_status_t sts = jx_drv_plcmt_pack_data_size(data, &packedSize);
     PARTNER_CHECK_AT(place, sts == JX_SUCCESS, row.sizeText, statusText(sts));
   }
   const uint64_t tailSize =
-      row.tail == Tail::ELEMENTS ? elementsSize(params) : uint64_t{packedSize};
-  const size_t fixed = sizeof(UpdateMsg_t) + row.words * WORD_SIZE;
+      row.tail == Tail::kElements ? elementsSize(params) : uint64_t{packedSize};
+  const size_t fixed = sizeof(UpdateMsg_t) + row.words * kWordSize;
   const uint64_t len = fixed + tailSize;
   PARTNER_REQUIRE_AT(place, tailSize <= PACK_BUFFER_SIZE - fixed, "len <= PACK_BUFFER_SIZE",
                      row.lengthText, len);
@@ -53,11 +53,9 @@ void sendUpdate(PartnerMsgType type, const UpdateHeader_t& update, const UpdateR
   msg.head.header.type = type;  // nobody reads the pid of an update: it is not written
   msg.head.header.len = len;
   msg.head.update = update;
-  if (row.words != 0) {
-    memcpy(msg.body, params, row.words * WORD_SIZE);
-  }
-  uint8_t* tail = msg.body + row.words * WORD_SIZE;
-  if (row.tail == Tail::PACKED) {
+  if (row.words != 0) memcpy(msg.body, params, row.words * kWordSize);
+  uint8_t* tail = msg.body + row.words * kWordSize;
+  if (row.tail == Tail::kPacked) {
     const jx_status_t sts = jx_drv_plcmt_copy_pack(data, tail);
     PARTNER_CHECK_AT(place, sts == JX_SUCCESS, row.packText, statusText(sts));
   } else if (tailSize != 0) {
@@ -91,9 +89,7 @@ void captureTable(const jxrt::JxRtTable& table, const jxrt::JxRtSession& session
   table.tableNameGet(&name);
   jx_rt_table_type_t type = {};
   jx_status_t status = table.tableTypeGet(&type);
-  if (status == JX_SUCCESS) {
-    status = registerCallback(table, type, session, target, message);
-  }
+  if (status == JX_SUCCESS) status = registerCallback(table, type, session, target, message);
   PARTNER_REQUIRE_AT(place, status == JX_SUCCESS, "false", "Failed callback setup on ", name,
                      " type: ", static_cast<unsigned>(type), " status: ", statusText(status));
 }
@@ -117,16 +113,15 @@ void callbackSetUp(const jxrt::JxRtSession& session, jx_rt_target_t target,
     jx_status = info->tablesGet(&tables);
     PARTNER_CHECK(jx_status == JX_SUCCESS, "Unable to get any jxrtInfo for ", name,
                   " returns: ", jx_status);
-    for (const jxrt::JxRtTable* table : tables) {
+    for (const jxrt::JxRtTable* table : tables)
       captureTable(*table, session, target, &message, PARTNER_HERE);
-    }
   }
 }
 
 void packMatchCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                        pipe_mat_update_type update_type, pipe_mat_update_params* params,
                        void* cookie) {
-  const UpdateRow* row = findRow(MATCH_UPDATES, update_type);
+  const UpdateRow* row = findRow(kMatchUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false", "Unsupported Match Callback on type ",
                   static_cast<uint32_t>(update_type));
   sendUpdate(MSG_MATCH_TABLE, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);
@@ -135,7 +130,7 @@ void packMatchCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
 void packAdtCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                      pipe_adt_update_type update_type, pipe_adt_update_params* params,
                      void* cookie) {
-  const UpdateRow* row = findRow(ADT_UPDATES, update_type);
+  const UpdateRow* row = findRow(kAdtUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false", "Unsupported ADT Callback on type ",
                   static_cast<uint32_t>(update_type));
   sendUpdate(MSG_ADT, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);
@@ -144,7 +139,7 @@ void packAdtCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
 void packSelCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                      pipe_sel_update_type update_type, pipe_sel_update_params* params,
                      void* cookie) {
-  const UpdateRow* row = findRow(SEL_UPDATES, update_type);
+  const UpdateRow* row = findRow(kSelUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false",
                   "Unknown SEL type update_type: ", static_cast<uint32_t>(update_type));
   sendUpdate(MSG_SEL, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);

@@ -18,12 +18,12 @@ struct ProcessTexts {
   const char* count;
 };
 
-constexpr ProcessTexts MATCH_TEXTS = {"Match Table plcmt failed returns: ", true,
+constexpr ProcessTexts kMatchTexts = {"Match Table plcmt failed returns: ", true,
                                       "Match Table processed message incorrect count processed: "};
 // The only one that does not name the status.
-constexpr ProcessTexts ADT_TEXTS = {"ADT plcmt failed", false,
+constexpr ProcessTexts kAdtTexts = {"ADT plcmt failed", false,
                                     "ADT processed message incorrect count processed: "};
-constexpr ProcessTexts SEL_TEXTS = {"SEL plcmt failed returns: ", true,
+constexpr ProcessTexts kSelTexts = {"SEL plcmt failed returns: ", true,
                                     "SEL processed message incorrect count processed: "};
 
 uint8_t* bodyOf(const UpdateHeader_t* record) {
@@ -33,7 +33,7 @@ uint8_t* bodyOf(const UpdateHeader_t* record) {
 /// Unpacks the data behind the words into a fresh array. Stops are made at `at`, on behalf of the
 /// step; so are those of the functions below.
 uint8_t* unpack(const UpdateHeader_t* record, const UpdateRow& row, const StopPlace& at) {
-  const uint8_t* packed = bodyOf(record) + row.words * WORD_SIZE;
+  const uint8_t* packed = bodyOf(record) + row.words * kWordSize;
   size_t size = 0;
   jx_status_t sts = jx_drv_plcmt_unpack_data_size(packed, &size);
   PARTNER_CHECK_AT(at, sts == JX_SUCCESS, row.unpackSizeText, statusText(sts));
@@ -46,8 +46,8 @@ uint8_t* unpack(const UpdateHeader_t* record, const UpdateRow& row, const StopPl
 /// Gives the word of the Partner's array pointer the address of the elements in this process, of
 /// which it holds the low 32 bits; the operation gets the address itself.
 void writeElementsPointer(const UpdateHeader_t* record, const UpdateRow& row) {
-  uint8_t* const pointerWord = bodyOf(record) + (row.words - 1) * WORD_SIZE;
-  const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointerWord + WORD_SIZE));
+  uint8_t* const pointerWord = bodyOf(record) + (row.words - 1) * kWordSize;
+  const auto address = static_cast<uint32_t>(reinterpret_cast<uintptr_t>(pointerWord + kWordSize));
   memcpy(pointerWord, &address, sizeof(address));
 }
 
@@ -55,9 +55,9 @@ void writeElementsPointer(const UpdateHeader_t* record, const UpdateRow& row) {
 /// without placement data.
 void makeStep(const UpdateHeader_t* record, const UpdateRow& row, uint8_t** data,
               pipe_plcmt_info** info, const StopPlace& at) {
-  if (row.tail == Tail::PACKED) {
+  if (row.tail == Tail::kPacked) {
     *data = unpack(record, row, at);
-  } else if (row.tail == Tail::ELEMENTS) {
+  } else if (row.tail == Tail::kElements) {
     writeElementsPointer(record, row);
   }
   *info = pipe_create_plcmt_info();
@@ -103,7 +103,7 @@ void matchTableDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* record
     default:
       PARTNER_STOP("false", "unhandled update type ", uint32_t{rec->update_type});
   }
-  process(dev_id, sess_hdl, rec, info, data, MATCH_TEXTS, PARTNER_HERE);
+  process(dev_id, sess_hdl, rec, info, data, kMatchTexts, PARTNER_HERE);
 }
 
 #define CASE_PLAIN(type, step) \
@@ -125,7 +125,7 @@ void adtDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* record, size_
     default:
       PARTNER_STOP("false", "Unknown ADT type update_type: ", uint32_t{rec->update_type});
   }
-  process(dev_id, sess_hdl, rec, info, data, ADT_TEXTS, PARTNER_HERE);
+  process(dev_id, sess_hdl, rec, info, data, kAdtTexts, PARTNER_HERE);
 }
 
 void selDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* record, size_t size) {
@@ -138,36 +138,36 @@ void selDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* record, size_
     default:
       PARTNER_STOP("false", "Unknown SEL type update_type: ", uint32_t{rec->update_type});
   }
-  process(dev_id, sess_hdl, rec, info, data, SEL_TEXTS, PARTNER_HERE);
+  process(dev_id, sess_hdl, rec, info, data, kSelTexts, PARTNER_HERE);
 }
 
 #define MATCH_STEP_PLAIN(type, step)                                            \
   void step(const MatStruct_Header_t* record, pipe_plcmt_info** info, size_t) { \
-    makeStep(record, MATCH_UPDATES[type], nullptr, info, PARTNER_HERE);         \
+    makeStep(record, kMatchUpdates[type], nullptr, info, PARTNER_HERE);         \
   }
 #define MATCH_STEP_DATA(type, step)                                                             \
   void step(const MatStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info, size_t) { \
-    makeStep(record, MATCH_UPDATES[type], data, info, PARTNER_HERE);                            \
+    makeStep(record, kMatchUpdates[type], data, info, PARTNER_HERE);                            \
   }
 PARTNER_MATCH_STEPS(MATCH_STEP_PLAIN, MATCH_STEP_DATA)
 
 #define ADT_STEP_PLAIN(type, step)                                      \
   void step(const AdtStruct_Header_t* record, pipe_plcmt_info** info) { \
-    makeStep(record, ADT_UPDATES[type], nullptr, info, PARTNER_HERE);   \
+    makeStep(record, kAdtUpdates[type], nullptr, info, PARTNER_HERE);   \
   }
 #define ADT_STEP_DATA(type, step)                                                       \
   void step(const AdtStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info) { \
-    makeStep(record, ADT_UPDATES[type], data, info, PARTNER_HERE);                      \
+    makeStep(record, kAdtUpdates[type], data, info, PARTNER_HERE);                      \
   }
 PARTNER_ADT_STEPS(ADT_STEP_PLAIN, ADT_STEP_DATA)
 
 #define SEL_STEP_PLAIN(type, step)                                      \
   void step(const SelStruct_Header_t* record, pipe_plcmt_info** info) { \
-    makeStep(record, SEL_UPDATES[type], nullptr, info, PARTNER_HERE);   \
+    makeStep(record, kSelUpdates[type], nullptr, info, PARTNER_HERE);   \
   }
 #define SEL_STEP_DATA(type, step)                                                       \
   void step(const SelStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info) { \
-    makeStep(record, SEL_UPDATES[type], data, info, PARTNER_HERE);                      \
+    makeStep(record, kSelUpdates[type], data, info, PARTNER_HERE);                      \
   }
 PARTNER_SEL_STEPS(SEL_STEP_PLAIN, SEL_STEP_DATA)
 

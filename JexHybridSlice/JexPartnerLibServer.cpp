@@ -39,9 +39,7 @@ bool testModeWanted() {
 /// MSG_REGISTER: connects to the address in the payload and enters the Partner's process id.
 void registerPartner(uint32_t pid, const char* payload, size_t size, const StopPlace& place) {
   const int sock = nn_socket(AF_SP, NN_PAIR);
-  if (sock < 0) {
-    return;
-  }
+  if (sock < 0) return;
   boundSends(sock);
   // A payload without terminator ends where the message ends.
   const std::string address(payload, strnlen(payload, size));
@@ -94,9 +92,7 @@ bool PartnerLibServerSetup(jx_rt_session_hdl* session, uint8_t dev, int32_t time
                   "pSocket->init( DEFAULT_SOCKET_NAME, false ) == true", " Socket Init failed");
   const uint32_t sessHdl = jx_rt_session_pipe_handle_get(session);
   try {
-    for (;;) {
-      serveRequest(&socket, &message, dev, sessHdl, timeout);
-    }
+    for (;;) serveRequest(&socket, &message, dev, sessHdl, timeout);
   } catch (const std::bad_alloc&) {
     PARTNER_STOP_WITHOUT_MEMORY("false", "Cannot handle a request: Cannot allocate memory");
   }
@@ -161,13 +157,9 @@ bool PeriodicHeartbeatUpdate() {
   std::vector<int> sockets;
   {
     const std::lock_guard<std::mutex> lock(pidSocketMutex);
-    for (const auto& [pid, sock] : pidSocketMap) {
-      sockets.push_back(sock);
-    }
+    for (const auto& [pid, sock] : pidSocketMap) sockets.push_back(sock);
   }
-  for (const int sock : sockets) {
-    socketSend(sock, &HEARTBEAT_NOTIFY, sizeof(HEARTBEAT_NOTIFY));
-  }
+  for (const int sock : sockets) socketSend(sock, &HEARTBEAT_NOTIFY, sizeof(HEARTBEAT_NOTIFY));
   return true;
 }
 

@@ -13,7 +13,7 @@ bool moduleInitDone = false;
 
 namespace {
 
-constexpr const char* STATUS_TEXTS[] = {
+constexpr const char* kStatusTexts[] = {
     "Success",
     "Not ready",
     "No system resources",
@@ -42,14 +42,14 @@ constexpr const char* STATUS_TEXTS[] = {
     "Object not implemented",
     "Hardware entry not found",
 };
-constexpr size_t STATUS_COUNT = sizeof(STATUS_TEXTS) / sizeof(STATUS_TEXTS[0]);
-static_assert(STATUS_COUNT == JX_STATUS_COUNT);
+constexpr size_t kStatusCount = sizeof(kStatusTexts) / sizeof(kStatusTexts[0]);
+static_assert(kStatusCount == JX_STATUS_COUNT);
 
 }  // namespace
 
 const char* statusText(jx_status_t status) {
   const auto index = static_cast<unsigned>(status);
-  return index < STATUS_COUNT ? STATUS_TEXTS[index] : "Unknown error";
+  return index < kStatusCount ? kStatusTexts[index] : "Unknown error";
 }
 
 std::string jxStatusError(int status) {

@@ -14,9 +14,9 @@ namespace PartnerLib {
 
 /// What follows the parameter words of an update.
 enum class Tail {
-  NONE,
-  PACKED,    ///< the placement data that the last word points at, packed
-  ELEMENTS,  ///< the group's elements that the last word points at, as they are
+  kNone,
+  kPacked,    ///< the placement data that the last word points at, packed
+  kElements,  ///< the group's elements that the last word points at, as they are
 };
 
 /// One received update as its operation sees it.
@@ -44,35 +44,35 @@ struct UpdateRow {
 
 /// Words of the parameters up to the one with which their pointer begins.
 template <typename Params>
-constexpr size_t WORDS_OF = offsetof(Params, data) / WORD_SIZE + 1;
+constexpr size_t kWordsOf = offsetof(Params, data) / kWordSize + 1;
 template <>
-inline constexpr size_t WORDS_OF<pipe_sel_create_params> =
-    offsetof(pipe_sel_create_params, elements) / WORD_SIZE + 1;
+inline constexpr size_t kWordsOf<pipe_sel_create_params> =
+    offsetof(pipe_sel_create_params, elements) / kWordSize + 1;
 // Parameters without a pointer travel whole.
 template <>
-inline constexpr size_t WORDS_OF<pipe_mat_hdl_params> = sizeof(pipe_mat_hdl_params) / WORD_SIZE;
+inline constexpr size_t kWordsOf<pipe_mat_hdl_params> = sizeof(pipe_mat_hdl_params) / kWordSize;
 template <>
-inline constexpr size_t WORDS_OF<pipe_adt_hdl_params> = sizeof(pipe_adt_hdl_params) / WORD_SIZE;
+inline constexpr size_t kWordsOf<pipe_adt_hdl_params> = sizeof(pipe_adt_hdl_params) / kWordSize;
 template <>
-inline constexpr size_t WORDS_OF<pipe_sel_member_params> =
-    sizeof(pipe_sel_member_params) / WORD_SIZE;
+inline constexpr size_t kWordsOf<pipe_sel_member_params> =
+    sizeof(pipe_sel_member_params) / kWordSize;
 template <>
-inline constexpr size_t WORDS_OF<pipe_sel_destroy_params> =
-    sizeof(pipe_sel_destroy_params) / WORD_SIZE;
+inline constexpr size_t kWordsOf<pipe_sel_destroy_params> =
+    sizeof(pipe_sel_destroy_params) / kWordSize;
 
 /// The parameters of a received update. A pointer at their end is the Partner's, and only its first
 /// word came.
 template <typename Params>
 Params paramsOf(const ReceivedUpdate& u) {
   Params params = {};
-  memcpy(&params, u.body, WORDS_OF<Params> * WORD_SIZE);
+  memcpy(&params, u.body, kWordsOf<Params> * kWordSize);
   return params;
 }
 
 /// The elements of a group that is created: they lie behind its words.
 inline const pipe_sel_element* elementsOf(const ReceivedUpdate& u) {
   return reinterpret_cast<const pipe_sel_element*>(u.body +
-                                                   WORDS_OF<pipe_sel_create_params> * WORD_SIZE);
+                                                   kWordsOf<pipe_sel_create_params> * kWordSize);
 }
 
 /// A type whose parameters are followed by placement data.
@@ -81,24 +81,24 @@ constexpr UpdateRow packedRow(const char* sizeText, const char* lengthText, cons
                               const char* unpackSizeText, const char* unpackText,
                               const char* operationText,
                               pipe_status_t (*operation)(const ReceivedUpdate& u)) {
-  return {WORDS_OF<Params>, Tail::PACKED, sizeText,      lengthText, packText,
-          unpackSizeText,   unpackText,   operationText, operation};
+  return {kWordsOf<Params>, Tail::kPacked, sizeText,      lengthText, packText,
+          unpackSizeText,   unpackText,    operationText, operation};
 }
 
 /// A type with nothing behind its `words` parameter words.
 constexpr UpdateRow fixedRow(size_t words, const char* operationText,
                              pipe_status_t (*operation)(const ReceivedUpdate& u)) {
-  return {words, Tail::NONE, nullptr, "", nullptr, nullptr, nullptr, operationText, operation};
+  return {words, Tail::kNone, nullptr, "", nullptr, nullptr, nullptr, operationText, operation};
 }
 
 /// A type that does not travel.
-inline constexpr UpdateRow UNSUPPORTED = {0,       Tail::NONE, nullptr, nullptr, nullptr,
-                                          nullptr, nullptr,    nullptr, nullptr};
+inline constexpr UpdateRow kUnsupported = {0,       Tail::kNone, nullptr, nullptr, nullptr,
+                                           nullptr, nullptr,     nullptr, nullptr};
 
 // The rows, by the SDK's numbers of the types. Each text is what operators' tools look for, also
 // where it differs from its neighbours'.
 
-inline constexpr UpdateRow MATCH_UPDATES[] = {
+inline constexpr UpdateRow kMatchUpdates[] = {
     // PIPE_MAT_UPDATE_ADD
     packedRow<pipe_mat_add_params>(
         "invalid size in plcmt Pack failed match add returns: ",
@@ -112,7 +112,7 @@ inline constexpr UpdateRow MATCH_UPDATES[] = {
                                                p.act.sel_grp_hdl, p.act.adt_ent_hdl, u.data);
         }),
     // a batch
-    UNSUPPORTED,
+    kUnsupported,
     // PIPE_MAT_UPDATE_SET_DFLT
     packedRow<pipe_mat_set_params>("invalid size in plcmt Pack failed match setdefault returns: ",
                                    "Callback len too long in match setdefault len: ",
@@ -127,13 +127,13 @@ inline constexpr UpdateRow MATCH_UPDATES[] = {
                                          p.act.adt_ent_hdl, u.data);
                                    }),
     // PIPE_MAT_UPDATE_CLR_DFLT
-    fixedRow(WORDS_OF<pipe_mat_hdl_params>, "Table cleardefault failed match returns: ",
+    fixedRow(kWordsOf<pipe_mat_hdl_params>, "Table cleardefault failed match returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_mat_hdl_params>(u);
                return pipe_set_one_plcmt_op_mat_clr_dflt(u.info, p.ent_hdl, u.pipe);
              }),
     // PIPE_MAT_UPDATE_DEL
-    fixedRow(WORDS_OF<pipe_mat_hdl_params>, "HW op failed match del returns: ",
+    fixedRow(kWordsOf<pipe_mat_hdl_params>, "HW op failed match del returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_mat_hdl_params>(u);
                return pipe_set_one_plcmt_op_mat_del(u.info, p.ent_hdl);
@@ -164,7 +164,7 @@ inline constexpr UpdateRow MATCH_UPDATES[] = {
         }),
 };
 
-inline constexpr UpdateRow ADT_UPDATES[] = {
+inline constexpr UpdateRow kAdtUpdates[] = {
     // PIPE_ADT_UPDATE_ADD
     packedRow<pipe_adt_set_params>(
         "invalid size in plcmt Pack failed adt add returns: ",
@@ -176,7 +176,7 @@ inline constexpr UpdateRow ADT_UPDATES[] = {
           return pipe_set_one_plcmt_op_adt_add(u.info, p.ent_hdl, u.pipe, u.data);
         }),
     // PIPE_ADT_UPDATE_DEL
-    fixedRow(WORDS_OF<pipe_adt_hdl_params>, "ADT Plcmt failed adt del returns: ",
+    fixedRow(kWordsOf<pipe_adt_hdl_params>, "ADT Plcmt failed adt del returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_adt_hdl_params>(u);
                return pipe_set_one_plcmt_op_adt_del(u.info, p.ent_hdl);
@@ -193,9 +193,9 @@ inline constexpr UpdateRow ADT_UPDATES[] = {
         }),
 };
 
-inline constexpr UpdateRow SEL_UPDATES[] = {
+inline constexpr UpdateRow kSelUpdates[] = {
     // PIPE_SEL_UPDATE_GROUP_CREATE
-    {WORDS_OF<pipe_sel_create_params>, Tail::ELEMENTS, nullptr,
+    {kWordsOf<pipe_sel_create_params>, Tail::kElements, nullptr,
      "Callback len too long in SEL group create len: ", nullptr, nullptr, nullptr,
      "SEL Group create Failed returns: ",
      [](const ReceivedUpdate& u) {
@@ -205,7 +205,7 @@ inline constexpr UpdateRow SEL_UPDATES[] = {
                                                    elementsOf(u));
      }},
     // PIPE_SEL_UPDATE_GROUP_DESTROY
-    fixedRow(WORDS_OF<pipe_sel_destroy_params>, "SEL Group delete Failed returns: ",
+    fixedRow(kWordsOf<pipe_sel_destroy_params>, "SEL Group delete Failed returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_sel_destroy_params>(u);
                return pipe_set_one_plcmt_op_sel_grp_destroy(u.info, p.grp_hdl, u.pipe);
@@ -223,21 +223,21 @@ inline constexpr UpdateRow SEL_UPDATES[] = {
                                                p.adt_tbl_hdl, p.active, u.data);
         }),
     // PIPE_SEL_UPDATE_DEL
-    fixedRow(WORDS_OF<pipe_sel_member_params>, "SEL update delete Failed returns: ",
+    fixedRow(kWordsOf<pipe_sel_member_params>, "SEL update delete Failed returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_sel_member_params>(u);
                return pipe_set_one_plcmt_op_sel_del(u.info, p.grp_hdl, p.adt_ent_hdl, u.pipe,
                                                     p.adt_tbl_hdl, p.active);
              }),
     // PIPE_SEL_UPDATE_ACTIVATE
-    fixedRow(WORDS_OF<pipe_sel_member_params>, "SEL update activate Failed returns: ",
+    fixedRow(kWordsOf<pipe_sel_member_params>, "SEL update activate Failed returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_sel_member_params>(u);
                return pipe_set_one_plcmt_op_sel_activate(u.info, p.grp_hdl, p.adt_ent_hdl, u.pipe,
                                                          p.adt_tbl_hdl, p.active);
              }),
     // PIPE_SEL_UPDATE_DEACTIVATE
-    fixedRow(WORDS_OF<pipe_sel_member_params>, "SEL update deactivate Failed returns: ",
+    fixedRow(kWordsOf<pipe_sel_member_params>, "SEL update deactivate Failed returns: ",
              [](const ReceivedUpdate& u) {
                const auto p = paramsOf<pipe_sel_member_params>(u);
                return pipe_set_one_plcmt_op_sel_deactivate(u.info, p.grp_hdl, p.adt_ent_hdl, u.pipe,
@@ -264,9 +264,7 @@ inline constexpr UpdateRow SEL_UPDATES[] = {
 /// The row of an update type, null if it does not travel.
 template <size_t N>
 const UpdateRow* findRow(const UpdateRow (&rows)[N], uint32_t update_type) {
-  if (update_type >= N || rows[update_type].lengthText == nullptr) {
-    return nullptr;
-  }
+  if (update_type >= N || rows[update_type].lengthText == nullptr) return nullptr;
   return &rows[update_type];
 }
 
@@ -297,8 +295,8 @@ const UpdateRow* findRow(const UpdateRow (&rows)[N], uint32_t update_type) {
   PLAIN(PIPE_SEL_UPDATE_CLR_FALLBACK, selClearFallback)
 
 // A missing row moves those behind it.
-static_assert(std::size(MATCH_UPDATES) == PIPE_MAT_UPDATE_MOV + 1);
-static_assert(std::size(ADT_UPDATES) == PIPE_ADT_UPDATE_MOD + 1);
-static_assert(std::size(SEL_UPDATES) == PIPE_SEL_UPDATE_CLR_FALLBACK + 1);
+static_assert(std::size(kMatchUpdates) == PIPE_MAT_UPDATE_MOV + 1);
+static_assert(std::size(kAdtUpdates) == PIPE_ADT_UPDATE_MOD + 1);
+static_assert(std::size(kSelUpdates) == PIPE_SEL_UPDATE_CLR_FALLBACK + 1);
 
 }  // namespace PartnerLib
