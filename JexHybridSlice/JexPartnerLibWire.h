@@ -1,5 +1,5 @@
 // Every record that crosses a socket or the shared segment, byte for byte. All integers are in host
-// byte order: both ends run on one host. No other file writes an offset as a number.
+// byte order: both ends run on one host. Only this file states offsets as numbers.
 //
 // Two records of the reverse path, PartnerIdleNotify and PartnerDigestNotify, stand in the public
 // header: applications get them as they are.
