@@ -32,14 +32,29 @@ namespace {
 
 /// A text that the caller has to give.
 std::string givenText(const char* text) {
-  if (text == nullptr) {
-    throw std::logic_error("basic_string::_M_construct null not valid");
-  }
+  if (text == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
   return text;
 }
 
 uint64_t loadFenced(const uint64_t& variable) {
   return __atomic_load_n(&variable, __ATOMIC_SEQ_CST);
+}
+
+/// The program `p4Name` of device `dev`.
+const jxrt::JxRtInfo* findProgram(uint8_t dev, const std::string& p4Name, const StopPlace& place) {
+  const jxrt::JxRtInfo* info = nullptr;
+  const jx_status_t jx_status = jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(dev, p4Name, &info);
+  PARTNER_CHECK_AT(place, jx_status == JX_SUCCESS, "Unable to get any jxrtInfo for ", p4Name,
+                   " returns: ", jx_status);
+  return info;
+}
+
+/// A request of this process, zero behind its header.
+template <typename Message>
+Message newRequest(PartnerLib::PartnerMsgType type, int pid = PartnerLib::myPid) {
+  Message message = {};
+  message.header = {type, static_cast<uint32_t>(pid), sizeof(message)};
+  return message;
 }
 
 }  // namespace
@@ -51,8 +66,8 @@ extern "C" bool PartnerLibStartup(const jxrt::JxRtSession& session, jx_rt_target
 
 extern "C" void PartnerLibShutdown(jx_dev_id_t dev) {
   const jx_status_t rc = jx_device_remove(dev);
-  PARTNER_REQUIRE(rc == JX_SUCCESS, "rc == JX_SUCCESS",
-                  "Failed to add virtual device returns: ", PartnerLib::statusText(rc));
+  PARTNER_CHECK(rc == JX_SUCCESS,
+                "Failed to add virtual device returns: ", PartnerLib::statusText(rc));
   delete pMessage;
   pMessage = nullptr;
   if (pSocket != nullptr) {
@@ -64,14 +79,9 @@ extern "C" void PartnerLibShutdown(jx_dev_id_t dev) {
 
 const jxrt::JxRtTable* findJxRtTableFromName(uint8_t dev, std::string p4Name,
                                              std::string tableName) {
-  const jxrt::JxRtInfo* info = nullptr;
-  const jx_status_t jx_status = jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(dev, p4Name, &info);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Unable to get any jxrtInfo for ", p4Name, " returns: ", jx_status);
+  const jxrt::JxRtInfo* const info = findProgram(dev, p4Name, PARTNER_HERE);
   const jxrt::JxRtTable* table = nullptr;
-  if (info != nullptr) {
-    info->tableFromNameGet(tableName, &table);
-  }
+  if (info != nullptr) info->tableFromNameGet(tableName, &table);
   return table;
 }
 
@@ -81,12 +91,8 @@ void sendPing() {
   // While a ping waits for room the receive thread goes on receiving. A heartbeat that it takes
   // meanwhile is answered after the ping that waits, by the call that sends that one.
   static thread_local uint64_t owed = 0;
-  if (++owed > 1) {
-    return;
-  }
-  for (; owed > 0; --owed) {
-    pSocket->send(&ping, sizeof(ping));
-  }
+  if (++owed > 1) return;
+  for (; owed > 0; --owed) pSocket->send(&ping, sizeof(ping));
 }
 
 // ---- counters ---------------------------------------------------------------------------------
@@ -96,9 +102,7 @@ std::unordered_map<uint32_t, CounterHandleStruct*>& partnerCounterMap =
 
 void sendEnableCounters(jx_rt_target_t target, const char* programName, uint32_t tableId,
                         bool enable) {
-  PartnerLib::CounterConfigMsg_t msg = {};
-  msg.header = {PartnerLib::MSG_COUNTER_CONFIG, static_cast<uint32_t>(PartnerLib::myPid),
-                sizeof(msg)};
+  auto msg = newRequest<PartnerLib::CounterConfigMsg_t>(PartnerLib::MSG_COUNTER_CONFIG);
   msg.config.tableId = tableId;
   msg.config.enable = enable ? 1 : 0;
   msg.config.pipeId = target.pipe_id;
@@ -115,25 +119,22 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
   PARTNER_REQUIRE(table != nullptr, "table != NULL", "Cannot find table: ", tableName);
   uint32_t tableId = 0;
   const jx_status_t jx_status = table->tableIdGet(&tableId);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot get table id for table ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot get table id for table ", tableId);
   const auto started = partnerCounterMap.find(tableId);
-  if (started != partnerCounterMap.end()) {
-    return started->second != nullptr;
-  }
+  if (started != partnerCounterMap.end()) return started->second != nullptr;
 
   if (CounterShm::segment == nullptr) {
-    boost::interprocess::shared_memory_object::remove(CounterShm::NAME);
+    boost::interprocess::shared_memory_object::remove(CounterShm::kName);
     CounterShm::segment = new managed_shared_memory(
-        boost::interprocess::open_or_create, CounterShm::NAME, CounterShm::SIZE, nullptr,
-        boost::interprocess::permissions(CounterShm::PERMISSIONS));
+        boost::interprocess::open_or_create, CounterShm::kName, CounterShm::kSize, nullptr,
+        boost::interprocess::permissions(CounterShm::kPermissions));
   }
   size_t size = 0;
   table->tableSizeGet(*jxrt::JxRtSession::fromHandle(session), target, 0, &size);
   const std::string name = CounterShm::blockName(tableId);
   auto* const ptr = CounterShm::segment->construct<unsigned char>(
       name.c_str())[CounterShm::blockBytes(size)](static_cast<unsigned char>(0));
-  PARTNER_REQUIRE(ptr != nullptr, "ptr != nullptr", "Cannot allocate block of counters", name);
+  PARTNER_CHECK(ptr != nullptr, "Cannot allocate block of counters", name);
 
   auto* const counter = new CounterHandleStruct();
   counter->tableId = tableId;
@@ -151,9 +152,7 @@ extern "C" bool PartnerCounterInit(const char* programName, const char* tableNam
 extern "C" bool PartnerCounterRead(PartnerCounterTableHandle handle, uint32_t first, uint32_t count,
                                    void* out, uint64_t* timestamp) {
   const auto* counter = static_cast<const CounterHandleStruct*>(handle);
-  if (counter->counters == nullptr) {
-    return false;
-  }
+  if (counter->counters == nullptr) return false;
   memcpy(out, counter->counters + first * sizeof(PartnerCounterEntry),
          count * sizeof(PartnerCounterEntry));
   memcpy(timestamp, counter->block + offsetof(PartnerLib::CounterBlockHeader_t, lastReadTime),
@@ -165,9 +164,8 @@ extern "C" void PartnerCounterFree(PartnerCounterTableHandle handle) {
   const auto* counter = static_cast<const CounterHandleStruct*>(handle);
   const uint32_t tableId = counter->tableId;
   sendEnableCounters(counter->target, counter->programName, tableId, false);
-  if (CounterShm::segment != nullptr) {
+  if (CounterShm::segment != nullptr)
     CounterShm::segment->destroy<unsigned char>(CounterShm::blockName(tableId).c_str());
-  }
   const auto found = partnerCounterMap.find(tableId);
   PARTNER_REQUIRE(found != partnerCounterMap.end(), "false",
                   "Cannot find counter handle in map to delete");
@@ -184,10 +182,10 @@ uint64_t latencyBins[32] = {};
 
 namespace {
 
-constexpr uint32_t LATENCY_BINS = sizeof(latencyBins) / sizeof(latencyBins[0]);
-constexpr uint64_t LATENCY_BIN_MS = 5;
+constexpr uint32_t kLatencyBins = sizeof(latencyBins) / sizeof(latencyBins[0]);
+constexpr uint64_t kLatencyBinMs = 5;
 /// How much later the second of a double barrier is stamped, so that the replies differ.
-constexpr uint64_t DOUBLE_BARRIER_MS = 10;
+constexpr uint64_t kDoubleBarrierMs = 10;
 
 uint64_t sendBarrierFor(uint32_t tableId) {
   const uint64_t t = getEpochTime();
@@ -206,19 +204,16 @@ void barrierAnswered(const void* buf, int nbytes) {
                               __ATOMIC_SEQ_CST);
   __atomic_thread_fence(__ATOMIC_SEQ_CST);
   const uint64_t delta = getEpochTime() - reply.timestamp;
-  const auto q = static_cast<int32_t>(delta / LATENCY_BIN_MS);
-  const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(LATENCY_BINS)) - 1;
+  const auto q = static_cast<int32_t>(delta / kLatencyBinMs);
+  const int32_t index = q == 0 ? 0 : std::min(q, static_cast<int32_t>(kLatencyBins)) - 1;
   storeFenced(latencyBins[index], latencyBins[index] + 1);
-  if (delta > maxProcTime) {
-    storeFenced(maxProcTime, delta);
-  }
+  if (delta > maxProcTime) storeFenced(maxProcTime, delta);
 }
 
 }  // namespace
 
 extern "C" void sendBarrier(uint32_t tableId, uint64_t timestamp, int pid) {
-  PartnerLib::BarrierMsg_t msg = {};
-  msg.header = {PartnerLib::MSG_BARRIER, static_cast<uint32_t>(pid), sizeof(msg)};
+  auto msg = newRequest<PartnerLib::BarrierMsg_t>(PartnerLib::MSG_BARRIER, pid);
   msg.barrier.tableId = tableId;
   msg.barrier.timestamp = timestamp;
   pSocket->send(&msg, sizeof(msg));
@@ -237,15 +232,15 @@ extern "C" uint64_t PartnerBarrierSendWithCounterSyncDouble(PartnerCounterTableH
       handle == nullptr ? 0 : static_cast<const CounterHandleStruct*>(handle)->tableId;
   const uint64_t t = getEpochTime();
   sendBarrier(tableId, t, PartnerLib::myPid);
-  sendBarrier(tableId, t + DOUBLE_BARRIER_MS, PartnerLib::myPid);
-  storeFenced(requestedTime, t + DOUBLE_BARRIER_MS);
-  return t + DOUBLE_BARRIER_MS;
+  sendBarrier(tableId, t + kDoubleBarrierMs, PartnerLib::myPid);
+  storeFenced(requestedTime, t + kDoubleBarrierMs);
+  return t + kDoubleBarrierMs;
 }
 
 extern "C" uint64_t PartnerBarrierGetLastComplete(void) { return loadFenced(lastResponse); }
 
 extern "C" uint64_t PartnerBarrierGetMaxProcTime(uint32_t* binCount, uint64_t** bins) {
-  *binCount = LATENCY_BINS;
+  *binCount = kLatencyBins;
   *bins = latencyBins;
   return loadFenced(maxProcTime);
 }
@@ -293,9 +288,7 @@ extern "C" size_t PartnerNotificationQueueTryDequeue(void* queue, void** values,
 }
 
 extern "C" void PartnerNotificationQueueValuesFree(void** values, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    delete[] static_cast<uint8_t*>(values[i]);
-  }
+  for (size_t i = 0; i < count; ++i) delete[] static_cast<uint8_t*>(values[i]);
 }
 
 extern "C" bool PartnerNotificationQueueDestroy(void* queue) {
@@ -347,17 +340,14 @@ void setTableIdleTimeoutCallback(const jxrt::JxRtTable& table, const jx_rt_targe
                                  uint32_t maxTtl, uint32_t minTtl, const char* tableName) {
   std::unique_ptr<jxrt::JxRtTableAttributes> attributes;
   jx_status_t status = table.idleTableAttributesAllocate(JX_RT_IDLE_MODE_NOTIFY, &attributes);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Cannot allocate attribute for table: ", tableName);
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot allocate attribute for table: ", tableName);
   status = attributes->idleTableNotifyModeSet(true, dummyHlpIdletimeCallback, ttlQueryInterval,
                                               maxTtl, minTtl, nullptr);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Unable to set the Idle table Notify on table: ", tableName);
+  PARTNER_CHECK(status == JX_SUCCESS, "Unable to set the Idle table Notify on table: ", tableName);
   status =
       table.tableAttributesSet(*jxrt::JxRtSession::fromHandle(session), target, 0, *attributes);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Cannot set table attribute for table: ", tableName,
-                  " status: ", PartnerLib::statusText(status));
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot set table attribute for table: ", tableName,
+                " status: ", PartnerLib::statusText(status));
 }
 
 }  // namespace
@@ -373,8 +363,7 @@ extern "C" jx_status_t dummyHlpIdletimeCallback(const jx_rt_target_t& target,
 extern "C" void sendEnableIdleNotifications(jx_rt_target_t target, const char* p4Name,
                                             unsigned tableId, unsigned ttlQueryInterval,
                                             unsigned maxTtl, unsigned minTtl, bool enable) {
-  PartnerLib::IdleConfigMsg_t msg = {};
-  msg.header = {PartnerLib::MSG_IDLE_CONFIG, static_cast<uint32_t>(PartnerLib::myPid), sizeof(msg)};
+  auto msg = newRequest<PartnerLib::IdleConfigMsg_t>(PartnerLib::MSG_IDLE_CONFIG);
   msg.config.tableId = tableId;
   copyName(msg.config.p4Name, p4Name);
   msg.config.pipeId = target.pipe_id;
@@ -398,7 +387,7 @@ extern "C" bool PartnerRegisterIdleNotification(const char* p4Name, const char* 
                   "table->tableIdGet( &table_id ) == JX_SUCCESS", "Cannot get table id");
   setTableIdleTimeoutCallback(*table, target, session, ttlQueryInterval, maxTtl, minTtl, tableName);
   moodycamel::ProducerToken* const token = PartnerNotificationQueueCreateToken(queue);
-  PARTNER_REQUIRE(token != nullptr, "token != nullptr", "Cannot create client queue");
+  PARTNER_CHECK(token != nullptr, "Cannot create client queue");
   PARTNER_REQUIRE(saveRegistration(&partnerNotificationQueueMap, table_id,
                                    NotifyRegStruct{queue, token, session, table}),
                   "res.second == true", "Cannot insert into map table->notify reg");
@@ -421,22 +410,15 @@ extern "C" bool PartnerDeregisterIdleNotification(const char* p4Name, const char
 
 extern "C" jxrt::JxRtLearn* findJxRtLearnFromName(uint8_t dev, std::string p4Name,
                                                   std::string learnName) {
-  const jxrt::JxRtInfo* info = nullptr;
-  const jx_status_t jx_status = jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(dev, p4Name, &info);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Unable to get any jxrtInfo for ", p4Name, " returns: ", jx_status);
+  const jxrt::JxRtInfo* const info = findProgram(dev, p4Name, PARTNER_HERE);
   jxrt::JxRtLearn* learn = nullptr;
-  if (info != nullptr) {
-    info->learnFromNameGet(learnName, &learn);
-  }
+  if (info != nullptr) info->learnFromNameGet(learnName, &learn);
   return learn;
 }
 
 extern "C" void sendEnableDigestNotifications(jx_rt_target_t target, const char* p4Name,
                                               unsigned learnId, unsigned size, bool enable) {
-  PartnerLib::DigestConfigMsg_t msg = {};
-  msg.header = {PartnerLib::MSG_DIGEST_CONFIG, static_cast<uint32_t>(PartnerLib::myPid),
-                sizeof(msg)};
+  auto msg = newRequest<PartnerLib::DigestConfigMsg_t>(PartnerLib::MSG_DIGEST_CONFIG);
   msg.config.learnId = learnId;
   msg.config.pipeId = target.pipe_id;
   copyName(msg.config.p4Name, p4Name);
@@ -457,19 +439,16 @@ extern "C" bool PartnerRegisterDigestNotification(const char* p4Name, const char
                   "Cannot get learn id: ", digestName);
   std::vector<uint32_t> fields;
   jx_status_t status = learn->learnFieldIdListGet(&fields);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS", "Cannot get learn field list for ",
-                  digestName);
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot get learn field list for ", digestName);
   size_t totalBits = 0;
   for (const uint32_t field : fields) {
     size_t bits = 0;
     status = learn->learnFieldSizeGet(field, &bits);
-    PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                    "Cannot get learn field sizes for ", digestName);
+    PARTNER_CHECK(status == JX_SUCCESS, "Cannot get learn field sizes for ", digestName);
     totalBits += bits;
   }
   moodycamel::ProducerToken* const token = PartnerNotificationQueueCreateToken(queue);
-  PARTNER_REQUIRE(token != nullptr, "token != nullptr", "Cannot create client queue for ",
-                  digestName);
+  PARTNER_CHECK(token != nullptr, "Cannot create client queue for ", digestName);
   PARTNER_REQUIRE(saveRegistration(&partnerDigestNotificationQueueMap, learn_id,
                                    DigestNotifyRegStruct{queue, token, session, learn}),
                   "res.second == true", "Cannot insert into map digest->notify reg for ",
@@ -496,30 +475,34 @@ extern "C" bool PartnerDeregisterDigestNotification(const char* p4Name, const ch
 
 namespace {
 
-void receiveIdle(const void* buf, int nbytes, const StopPlace& place) {
-  if (nbytes != sizeof(PartnerIdleNotify)) {
-    PARTNER_STOP_AT(place, "nbytes == sizeof( PartnerIdleNotify )",
-                    " Incorrect Idle message from Slice");
-  }
-  PartnerIdleNotify notify;
-  memcpy(&notify, buf, sizeof(notify));
-  const uint32_t tableId = notify.tableId;
+/// Puts what `makeCopy` returns into the queue of the registration of `id`. Does nothing where that
+/// has been given up. Stops are made at `place`, where there never was a registration (the texts
+/// are `unknown` and the id) or no memory for the queue (`refused`).
+template <typename Registrations, typename MakeCopy>
+void deliver(const Registrations& registrations, uint32_t id, const MakeCopy& makeCopy,
+             const char* unknown, const char* refused, const StopPlace& place) {
   // Held while the registration is used, so that nobody can give it up meanwhile.
   const std::lock_guard<std::mutex> lock(registrationsMutex);
-  const auto found = partnerNotificationQueueMap.find(tableId);
-  if (found == partnerNotificationQueueMap.end()) {
-    PARTNER_STOP_AT(place, "false", "Cannot find table in notify map: ", tableId);
-  }
-  if (found->second == nullptr) {
-    return;
-  }
-  auto* const copy = new uint8_t[sizeof(notify)];
-  memcpy(copy, &notify, sizeof(notify));
+  const auto found = registrations.find(id);
+  PARTNER_REQUIRE_AT(place, found != registrations.end(), "false", unknown, id);
+  if (found->second == nullptr) return;
   auto* const queue = static_cast<NotifyQueue*>(found->second->queue);
-  const bool ok = queue->enqueue(*found->second->token, copy);
-  if (!ok) {
-    PARTNER_STOP_AT(place, "ok == true", "Cannot enqueue notify msg");
-  }
+  const bool ok = queue->enqueue(*found->second->token, makeCopy());
+  PARTNER_REQUIRE_AT(place, ok, "ok == true", refused);
+}
+
+void receiveIdle(const void* buf, int nbytes, const StopPlace& place) {
+  PARTNER_REQUIRE_AT(place, nbytes == sizeof(PartnerIdleNotify),
+                     "nbytes == sizeof( PartnerIdleNotify )", " Incorrect Idle message from Slice");
+  PartnerIdleNotify notify;
+  memcpy(&notify, buf, sizeof(notify));
+  const auto copy = [&notify] {
+    auto* const bytes = new uint8_t[sizeof(notify)];
+    memcpy(bytes, &notify, sizeof(notify));
+    return bytes;
+  };
+  deliver(partnerNotificationQueueMap, notify.tableId, copy,
+          "Cannot find table in notify map: ", "Cannot enqueue notify msg", place);
 }
 
 /// A copy of a digest as long as it says it is. What the message does not hold of it is zero.
@@ -537,27 +520,15 @@ uint8_t* copyDigest(const void* buf, size_t nbytes) {
 }
 
 void receiveDigest(const void* buf, int nbytes, const StopPlace& place) {
-  if (nbytes < static_cast<int>(sizeof(PartnerDigestNotify))) {
-    PARTNER_STOP_AT(place, "( nbytes >= ( int )sizeof( PartnerDigestNotify ) )",
-                    "Incorrect digest message from Slice");
-  }
+  PARTNER_REQUIRE_AT(place, nbytes >= static_cast<int>(sizeof(PartnerDigestNotify)),
+                     "( nbytes >= ( int )sizeof( PartnerDigestNotify ) )",
+                     "Incorrect digest message from Slice");
   uint32_t learnId = 0;
   memcpy(&learnId, static_cast<const uint8_t*>(buf) + offsetof(PartnerDigestNotify, learnId),
          sizeof(learnId));
-  const std::lock_guard<std::mutex> lock(registrationsMutex);
-  const auto found = partnerDigestNotificationQueueMap.find(learnId);
-  if (found == partnerDigestNotificationQueueMap.end()) {
-    PARTNER_STOP_AT(place, "false", "Cannot find table in digest notify map: ", learnId);
-  }
-  if (found->second == nullptr) {
-    return;
-  }
-  auto* const queue = static_cast<NotifyQueue*>(found->second->queue);
-  const bool ok =
-      queue->enqueue(*found->second->token, copyDigest(buf, static_cast<size_t>(nbytes)));
-  if (!ok) {
-    PARTNER_STOP_AT(place, "ok == true", "Cannot enqueue digest notify msg");
-  }
+  const auto copy = [buf, nbytes] { return copyDigest(buf, static_cast<size_t>(nbytes)); };
+  deliver(partnerDigestNotificationQueueMap, learnId, copy,
+          "Cannot find table in digest notify map: ", "Cannot enqueue digest notify msg", place);
 }
 
 }  // namespace
@@ -572,7 +543,7 @@ void processClientMessageFromSocket(void* buf, int nbytes, PartnerLib::PartnerSo
     case PARTNER_NOTIFY_DIGEST:
       receiveDigest(buf, nbytes, PARTNER_HERE);
       return;
-    case PartnerLib::BARRIER_NOTIFY:
+    case PartnerLib::kBarrierNotify:
       barrierAnswered(buf, nbytes);
       return;
     case PartnerLib::HEARTBEAT_NOTIFY:

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "JexPartnerLibMatchTypes.h"
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"
 #include "JexPartnerLibWire.h"
@@ -21,7 +21,7 @@ std::unordered_map<uint32_t, CounterReadStruct_t*>& countersCallbackMap =
 
 namespace {
 
-constexpr uint32_t ALL_PIPES = 0xFFFF;
+constexpr uint32_t kAllPipes = 0xFFFF;
 
 /// What the service keeps of a record beside it.
 struct SyncState {
@@ -78,7 +78,7 @@ class WritingTurn {
 };
 
 void answerBarrier(int replySocket, uint64_t timestamp) {
-  const BarrierReply_t reply = {BARRIER_REPLY_KIND, timestamp};
+  const BarrierReply_t reply = {kBarrierReplyKind, timestamp};
   socketSend(replySocket, &reply, sizeof(reply));
 }
 
@@ -99,9 +99,7 @@ void completeBarrier(CounterReadStruct_t* rec) {
     // no other completion answers it too.
     const std::lock_guard<std::mutex> lock(countersMutex);
     answered = rec->pendingBarrier;
-    if (answered == 0) {
-      return;
-    }
+    if (answered == 0) return;
     promoted = rec->nextBarrier;
     const bool loopAnswers = pSocket != nullptr && isStopped(rec);
     storeFenced(rec->pendingBarrier, loopAnswers ? 0 : promoted);
@@ -109,17 +107,13 @@ void completeBarrier(CounterReadStruct_t* rec) {
   }
   answerBarrier(rec->replySocket, answered);
   // A process that is no Partner has no socket to itself: there the next sync answers it.
-  if (promoted != 0 && pSocket != nullptr) {
-    sendBarrier(rec->tableId, promoted, rec->pid);
-  }
+  if (promoted != 0 && pSocket != nullptr) sendBarrier(rec->tableId, promoted, rec->pid);
 }
 
 /// With the mutex held: one use of a record is over. The last use of a stopped record frees it.
 void endUse(CounterReadStruct_t* rec) {
   const auto found = syncStates.find(rec);
-  if (found == syncStates.end() || found->second.uses == 0) {
-    return;
-  }
+  if (found == syncStates.end() || found->second.uses == 0) return;
   SyncState& state = found->second;
   --state.uses;
   if (state.uses == 0 && state.stopped.load(std::memory_order_relaxed)) {
@@ -131,18 +125,14 @@ void endUse(CounterReadStruct_t* rec) {
 void startCounters(std::unique_ptr<CounterReadStruct_t> rec, const StopPlace& place) {
   const std::lock_guard<std::mutex> lock(countersMutex);
   const auto res = countersCallbackMap.insert({counterKey(rec->tableId), rec.get()});
-  if (!res.second) {
-    PARTNER_STOP_AT(place, "res.second", "Cannot insert counter struct");
-  }
+  PARTNER_CHECK_AT(place, res.second, "Cannot insert counter struct");
   syncStates[rec.release()];
 }
 
 void stopCounters(uint32_t tableId, const StopPlace& place) {
   std::unique_lock<std::mutex> lock(countersMutex);
   CounterReadStruct_t* const rec = findRecord(tableId);
-  if (rec == nullptr) {
-    PARTNER_STOP_AT(place, "false", "Cannot find counter struct to delete");
-  }
+  PARTNER_REQUIRE_AT(place, rec != nullptr, "false", "Cannot find counter struct to delete");
   countersCallbackMap.erase(counterKey(tableId));
   SyncState& state = syncStates[rec];
   state.stopped.store(true, std::memory_order_release);
@@ -173,9 +163,9 @@ void counterConfigDeserialize(uint8_t dev, uint32_t sessionArg, const void* payl
                               int replySocket, int pid) {
   static_cast<void>(len);
   const auto* config = static_cast<const CounterConfigHeader_t*>(payload);
-  const std::string programName(config->programName, strnlen(config->programName, P4_NAME_BYTES));
+  const std::string programName = textOf(config->programName);
   jx_rt_session_hdl* const session = jxrt::JxRtSession::sessionInstantiate(sessionArg, 0);
-  setCountersSync({dev, ALL_PIPES, 0, 0}, programName.c_str(), config->tableId, session,
+  setCountersSync({dev, kAllPipes, 0, 0}, programName.c_str(), config->tableId, session,
                   replySocket, pid, config->enable != 0);
 }
 
@@ -183,12 +173,10 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
                      jx_rt_session_hdl* session, int replySocket, int pid, bool enable) {
   const jx_rt_info_hdl* info = nullptr;
   jx_status_t jx_status = jx_rt_info_get(target.dev_id, programName, &info);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS", "Cannot find p4 program ",
-                  programName);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find p4 program ", programName);
   const jx_rt_table_hdl* table = nullptr;
   jx_status = jx_rt_table_from_id_get(info, tableId, &table);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot find table with id: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find table with id: ", tableId);
   if (!enable) {
     stopCounters(tableId, PARTNER_HERE);
     return;
@@ -203,13 +191,12 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
   rec->pid = pid;
   size_t size = 0;
   jx_status = jx_rt_table_size_get(table, session, &target, 0, &size);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot find table size: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find table size: ", tableId);
   rec->size = static_cast<uint32_t>(size);
 
   if (CounterShm::segment == nullptr) {
     CounterShm::segment = new boost::interprocess::managed_shared_memory(
-        boost::interprocess::open_only, CounterShm::NAME);
+        boost::interprocess::open_only, CounterShm::kName);
   }
   const auto [ptr, bytes] =
       CounterShm::segment->find<unsigned char>(CounterShm::blockName(tableId).c_str());
@@ -220,14 +207,11 @@ void setCountersSync(jx_rt_target_t target, const char* programName, uint32_t ta
   rec->counters = ptr + sizeof(CounterBlockHeader_t);
 
   jx_status = jx_rt_key_field_id_get(table, JX_RT_FIELD_COUNTER_INDEX, &rec->indexField);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot find index field counter for table");
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find index field counter for table");
   jx_status = jx_rt_data_field_id_get(table, JX_RT_FIELD_COUNTER_PKTS, &rec->packetsField);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot find packets field counter for table");
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find packets field counter for table");
   jx_status = jx_rt_data_field_id_get(table, JX_RT_FIELD_COUNTER_BYTES, &rec->bytesField);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot find bytes field counter for table");
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot find bytes field counter for table");
   startCounters(std::move(rec), PARTNER_HERE);
 }
 
@@ -247,17 +231,15 @@ jx_status_t registerCounterSyncCallback(jx_rt_target_t target, jx_rt_session_hdl
                                         jx_rt_counter_sync_cb callback, void* cookie) {
   jx_rt_table_operations_hdl* op = nullptr;
   jx_status_t jx_status = jx_rt_table_operations_allocate(table, JX_RT_OPERATION_COUNTER_SYNC, &op);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot allocate table op counter-sync on table with id: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS,
+                "Cannot allocate table op counter-sync on table with id: ", tableId);
   jx_status = jx_rt_operations_counter_sync_set(op, session, &target, callback, cookie);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot set counter-sync on table with id: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot set counter-sync on table with id: ", tableId);
   jx_status = jx_rt_table_operations_execute(table, op);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot exec counter-sync on table with id: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot exec counter-sync on table with id: ", tableId);
   jx_status = jx_rt_table_operations_deallocate(op);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot deallocate table op counter-sync on table with id: ", tableId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS,
+                "Cannot deallocate table op counter-sync on table with id: ", tableId);
   return JX_SUCCESS;
 }
 
@@ -327,16 +309,16 @@ void barrierDeserialize(uint8_t dev, uint32_t sessionArg, const void* payload, s
     return;
   }
   const jx_status_t jx_status = requestSync(rec);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot request periodic counter-sync on table: ", tableId, " with barrier sync");
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot request periodic counter-sync on table: ", tableId,
+                " with barrier sync");
 }
 
 bool PeriodicHybridCounterUpdate() {
   for (CounterReadStruct_t* const rec : recordsToSync()) {
     const uint32_t tableId = rec->tableId;
     const jx_status_t jx_status = requestSync(rec);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Cannot request periodic counter-sync on table: ", tableId);
+    PARTNER_CHECK(jx_status == JX_SUCCESS,
+                  "Cannot request periodic counter-sync on table: ", tableId);
   }
   return true;
 }
@@ -349,11 +331,11 @@ bool PeriodicHybridCounterUpdateModel() {
     const jx_rt_target_t target = rec->target;
     jx_rt_session_hdl* const session = rec->session;
     jx_status_t jx_status = requestSync(rec);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Cannot request periodic counter-sync on table: ", tableId);
+    PARTNER_CHECK(jx_status == JX_SUCCESS,
+                  "Cannot request periodic counter-sync on table: ", tableId);
     jx_status = registerCounterSyncCallback(target, session, tableId, table, nullptr, nullptr);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Cannot request periodic counter-sync on table: ", tableId);
+    PARTNER_CHECK(jx_status == JX_SUCCESS,
+                  "Cannot request periodic counter-sync on table: ", tableId);
   }
   return true;
 }

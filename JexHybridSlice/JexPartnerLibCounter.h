@@ -18,9 +18,9 @@ namespace PartnerLib {
 /// and writes the values. Its mutex guards making, finding and destroying blocks; values cross
 /// without a lock.
 struct CounterShm {
-  static constexpr const char* NAME = "PARTNERLIB_SHM_COUNTERS";
-  static constexpr size_t SIZE = 0x8000000;
-  static constexpr int PERMISSIONS = 0644;
+  static constexpr const char* kName = "PARTNERLIB_SHM_COUNTERS";
+  static constexpr size_t kSize = 0x8000000;
+  static constexpr int kPermissions = 0644;
 
   /// Null until the process first needs it; never released.
   JEX_API static boost::interprocess::managed_shared_memory* segment;

@@ -8,7 +8,7 @@
 
 #include "JexPartnerLibIdle.h"
 #include "JexPartnerLibMatchTypes.h"
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"
 #include "JexPartnerLibWire.h"
@@ -30,23 +30,20 @@ const std::shared_ptr<jxrt::JxRtSession>& learnSession() {
 
 /// The fields of a learn object, as they go into a record.
 void listFields(DigestNotifyCookieStruct* cookie, const StopPlace& place) {
-  if (cookie->learn->learnFieldIdListGet(&cookie->fieldIds) != JX_SUCCESS) {
-    PARTNER_STOP_AT(place, "jx_status == JX_SUCCESS", "Cannot get learn field list");
-  }
+  PARTNER_REQUIRE_AT(place, cookie->learn->learnFieldIdListGet(&cookie->fieldIds) == JX_SUCCESS,
+                     "jx_status == JX_SUCCESS", "Cannot get learn field list");
   for (const uint32_t id : cookie->fieldIds) {
     size_t bits = 0;
-    if (cookie->learn->learnFieldSizeGet(id, &bits) != JX_SUCCESS) {
-      PARTNER_STOP_AT(place, "jx_status == JX_SUCCESS", "Cannot get learn field size");
-    }
+    PARTNER_REQUIRE_AT(place, cookie->learn->learnFieldSizeGet(id, &bits) == JX_SUCCESS,
+                       "jx_status == JX_SUCCESS", "Cannot get learn field size");
     cookie->fieldSizes.push_back(static_cast<uint32_t>((bits + 7) / 8));
   }
 }
 
 void removeCookie(uint32_t key, const StopPlace& place) {
   const auto found = digestCallbackMap.find(key);
-  if (found == digestCallbackMap.end()) {
-    PARTNER_STOP_AT(place, "false", "Cannot find digest notify cookie struct to delete");
-  }
+  PARTNER_REQUIRE_AT(place, found != digestCallbackMap.end(), "false",
+                     "Cannot find digest notify cookie struct to delete");
   delete found->second;
   digestCallbackMap.erase(found);
 }
@@ -56,9 +53,7 @@ void removeCookie(uint32_t key, const StopPlace& place) {
 class RecordBuffer {
  public:
   explicit RecordBuffer(size_t bytes) {
-    if (bytes > fixed_.size()) {
-      bigger_.resize(bytes);
-    }
+    if (bytes > fixed_.size()) bigger_.resize(bytes);
   }
   uint8_t* data() { return bigger_.empty() ? fixed_.data() : bigger_.data(); }
 
@@ -80,18 +75,15 @@ void digestDeserialize(uint8_t dev, uint32_t session, const void* payload, uint3
 
 void setDigestNotfications(jx_rt_target_t target, const DigestConfigHeader_t& config,
                            int sendSocket, bool enable) {
-  const std::string p4Name(config.p4Name, strnlen(config.p4Name, P4_NAME_BYTES));
+  const std::string p4Name = textOf(config.p4Name);
   const uint32_t learnId = config.learnId;
   const jxrt::JxRtInfo* jxRtInfo = nullptr;
   jx_status_t jx_status =
       jxrt::JxRtDevMgr::getInstance().jxRtInfoGet(target.dev_id, p4Name, &jxRtInfo);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS && jxRtInfo != nullptr,
-                  "jx_status == JX_SUCCESS && jxRtInfo != nullptr", "Cannot find p4 program");
+  PARTNER_CHECK(jx_status == JX_SUCCESS && jxRtInfo != nullptr, "Cannot find p4 program");
   jxrt::JxRtLearn* learnObj = nullptr;
   jx_status = jxRtInfo->learnFromIdGet(learnId, &learnObj);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS && learnObj != nullptr,
-                  "jx_status == JX_SUCCESS && learnObj != nullptr",
-                  "Cannot find learn object from id");
+  PARTNER_CHECK(jx_status == JX_SUCCESS && learnObj != nullptr, "Cannot find learn object from id");
 
   const uint32_t key = notifyKey(sendSocket, learnId);
   if (enable) {
@@ -105,13 +97,11 @@ void setDigestNotfications(jx_rt_target_t target, const DigestConfigHeader_t& co
     PARTNER_REQUIRE(res.second, "res.second == true", "Cannot insert digest notify cookie struct");
     jx_status =
         learnObj->callbackRegister(learnSession(), target, learnCppCallback, cookie.release());
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Cannot register digest callback for digest id");
+    PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot register digest callback for digest id");
   } else {
     // First: once this has returned, nobody uses the cookie.
     jx_status = learnObj->callbackDeregister(learnSession(), target);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Cannot deregister digest callback for digest id");
+    PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot deregister digest callback for digest id");
     removeCookie(key, PARTNER_HERE);
   }
 }
@@ -142,8 +132,8 @@ jx_status_t learnCppCallback(const jx_rt_target_t& target,
     for (size_t j = 0; j < sizes.size(); ++j) {
       const uint32_t fieldId = notifyCookie->fieldIds[j];
       const jx_status_t jx_status = entry->getValue(fieldId, sizes[j], value);
-      PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                      "Cannot get learn field value id: ", learnId, " fld: ", fieldId);
+      PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot get learn field value id: ", learnId,
+                    " fld: ", fieldId);
       value += sizes[j];
     }
     PARTNER_REQUIRE(notifyCookie->sendSocket >= 0, "( notifyCookie->sendSocket >= 0 )",
@@ -151,8 +141,7 @@ jx_status_t learnCppCallback(const jx_rt_target_t& target,
     socketSend(notifyCookie->sendSocket, record.data(), length);
   }
   const jx_status_t jx_status = notifyCookie->learn->notifyAck(session, learnMsg);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Unable to Ack Learn with driver: ", learnId);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Unable to Ack Learn with driver: ", learnId);
   return JX_SUCCESS;
 }
 

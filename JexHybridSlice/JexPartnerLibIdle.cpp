@@ -5,7 +5,7 @@
 #include <string>
 
 #include "JexPartnerLibMatchTypes.h"
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"
 #include "JexPartnerLibWire.h"
@@ -18,20 +18,17 @@ std::unordered_map<uint32_t, NotifyCookieStruct*>& notifyCallbackMap =
 namespace {
 
 /// What the attributes of an idle table are set with.
-constexpr uint64_t IDLE_ATTRIBUTE_FLAGS = 16;
+constexpr uint64_t kIdleAttributeFlags = 16;
 
 void saveCookie(uint32_t key, NotifyCookieStruct* cookie, const StopPlace& place) {
   const auto res = notifyCallbackMap.insert({key, cookie});
-  if (!res.second) {
-    PARTNER_STOP_AT(place, "res.second == true", "Cannot insert notify cookie struct");
-  }
+  PARTNER_REQUIRE_AT(place, res.second, "res.second == true", "Cannot insert notify cookie struct");
 }
 
 std::unique_ptr<NotifyCookieStruct> takeCookie(uint32_t key, const StopPlace& place) {
   const auto found = notifyCallbackMap.find(key);
-  if (found == notifyCallbackMap.end()) {
-    PARTNER_STOP_AT(place, "false", "Cannot find notify cookie struct to delete");
-  }
+  PARTNER_REQUIRE_AT(place, found != notifyCallbackMap.end(), "false",
+                     "Cannot find notify cookie struct to delete");
   std::unique_ptr<NotifyCookieStruct> cookie(found->second);
   notifyCallbackMap.erase(found);
   return cookie;
@@ -50,15 +47,14 @@ void idleDeserialize(uint8_t dev, uint32_t session, const void* payload, uint32_
 
 void setIdleTimeoutNotfications(jx_rt_target_t target, const IdleConfigHeader_t& config,
                                 jx_rt_session_hdl* session, int sendSocket, bool enable) {
-  const std::string p4Name(config.p4Name, strnlen(config.p4Name, P4_NAME_BYTES));
+  const std::string p4Name = textOf(config.p4Name);
   const uint32_t tableId = config.tableId;
   const jx_rt_info_hdl* info = nullptr;
   jx_status_t status = jx_rt_info_get(target.dev_id, p4Name.c_str(), &info);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS", "Cannot find p4 program: ", p4Name);
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot find p4 program: ", p4Name);
   const jx_rt_table_hdl* table = nullptr;
   status = jx_rt_table_from_id_get(info, tableId, &table);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Cannot find table with id: ", tableId);
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot find table with id: ", tableId);
 
   const uint32_t key = notifyKey(sendSocket, tableId);
   NotifyCookieStruct* cookie = nullptr;
@@ -73,15 +69,14 @@ void setIdleTimeoutNotfications(jx_rt_target_t target, const IdleConfigHeader_t&
 
   jx_rt_table_attributes_hdl* attr = nullptr;
   status = jx_rt_table_idle_table_attributes_allocate(table, JX_RT_IDLE_MODE_NOTIFY, &attr);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Cannot allocate idle table attrib");
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot allocate idle table attrib");
   status = jx_rt_attributes_idle_table_notify_mode_set(attr, enable, idletime_c_callback,
                                                        config.ttlQueryInterval, config.maxTtl,
                                                        config.minTtl, cookie);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS", "Cannot set idle notify attrib");
-  status = jx_rt_table_attributes_set(table, session, &target, IDLE_ATTRIBUTE_FLAGS, attr);
-  PARTNER_REQUIRE(status == JX_SUCCESS, "status == JX_SUCCESS",
-                  "Cannot set idle notify attrib on table. status: ", jxStatusError(status));
+  PARTNER_CHECK(status == JX_SUCCESS, "Cannot set idle notify attrib");
+  status = jx_rt_table_attributes_set(table, session, &target, kIdleAttributeFlags, attr);
+  PARTNER_CHECK(status == JX_SUCCESS,
+                "Cannot set idle notify attrib on table. status: ", jxStatusError(status));
   jx_rt_table_attributes_deallocate(attr);
 }
 

@@ -6,91 +6,16 @@
 #include "JexPartnerLibMatchTypes.h"
 #include "JexPartnerLibSocket.h"
 #include "JexPartnerLibStop.h"
-#include "JexPartnerLibWire.h"
+#include "JexPartnerLibUpdates.h"
 #include "jxsdk/drv.h"
 
 namespace PartnerLib {
 namespace {
 
-/// What follows the parameter words of an update.
-enum class Tail {
-  NONE,
-  PACKED,    ///< the placement data that the last word points at, packed
-  ELEMENTS,  ///< the group's elements that the last word points at, as they are
-};
-
-/// How one type of update travels. The texts are those of its failures.
-struct UpdateRow {
-  size_t words;  ///< parameter words copied, the pointer's first word included
-  Tail tail;
-  const char* sizeText;
-  const char* lengthText;
-  const char* packText;
-};
-
-constexpr UpdateRow fixedRow(size_t words) { return {words, Tail::NONE, nullptr, "", nullptr}; }
-
-/// Types without a row do not travel.
-constexpr UpdateRow UNSUPPORTED = {0, Tail::NONE, nullptr, nullptr, nullptr};
-
-constexpr UpdateRow MATCH_ROWS[] = {
-    /* add */ {
-        11, Tail::PACKED, "invalid size in plcmt Pack failed match add returns: ",
-        "Callback len too long in match add len: ", "plcmt Pack failed in match add returns: "},
-    /* batch */ UNSUPPORTED,
-    /* set default */
-    {9, Tail::PACKED, "invalid size in plcmt Pack failed match setdefault returns: ",
-     "Callback len too long in match setdefault len: ",
-     "plcmt Pack failed in match setdefault returns: "},
-    /* clear default */ fixedRow(1),
-    /* delete */ fixedRow(1),
-    /* modify */
-    {9, Tail::PACKED, "invalid size in plcmt Pack failed match mod returns: ",
-     "Callback len too long in match mod len: ", "plcmt Pack failed in match mod returns: "},
-    /* move */
-    {10, Tail::PACKED, "invalid size in plcmt Pack failed match move returns: ",
-     "Callback len too long in match move len: ", "plcmt Pack failed in match move returns: "},
-};
-
-constexpr UpdateRow ADT_ROWS[] = {
-    /* add */ {2, Tail::PACKED, "invalid size in plcmt Pack failed adt add returns: ",
-               "Callback len too long in adt add len: ", "plcmt Pack failed in adt add returns: "},
-    /* delete */ fixedRow(1),
-    /* modify */
-    {2, Tail::PACKED, "invalid size in plcmt Pack failed adt mod returns: ",
-     "Callback len too long in adt mod len: ", "plcmt Pack failed in adt mod returns: "},
-};
-
-// Packing failures of selectors say "adt": the texts are what operators' tools look for.
-constexpr UpdateRow SEL_ROWS[] = {
-    /* create group */ {6, Tail::ELEMENTS, nullptr,
-                        "Callback len too long in SEL group create len: ", nullptr},
-    /* destroy group */ fixedRow(1),
-    /* add member */
-    {5, Tail::PACKED, "invalid size in plcmt Pack failed sel add returns: ",
-     "Callback len too long in sel add len: ", "plcmt Pack failed in adt add returns: "},
-    /* delete member */ fixedRow(4),
-    /* activate member */ fixedRow(4),
-    /* deactivate member */ fixedRow(4),
-    /* set fallback */
-    {2, Tail::PACKED, "invalid size in plcmt Pack failed sel set returns: ",
-     "Callback len too long in sel set len: ", "plcmt Pack failed in adt set returns: "},
-    /* clear fallback */ fixedRow(0),
-};
-
-/// The row of an update type, null if it does not travel.
-template <size_t N>
-const UpdateRow* findRow(const UpdateRow (&rows)[N], uint32_t update_type) {
-  if (update_type >= N || rows[update_type].lengthText == nullptr) {
-    return nullptr;
-  }
-  return &rows[update_type];
-}
-
 /// The pointer whose first word is the last of `words` parameter words.
 const void* lastPointer(const void* params, size_t words) {
   const void* pointer = nullptr;
-  memcpy(&pointer, static_cast<const uint8_t*>(params) + (words - 1) * WORD_SIZE, sizeof(pointer));
+  memcpy(&pointer, static_cast<const uint8_t*>(params) + (words - 1) * kWordSize, sizeof(pointer));
   return pointer;
 }
 
@@ -111,35 +36,28 @@ static_assert(sizeof(UpdateBuffer) == PACK_BUFFER_SIZE);
 /// stops are made at `place`, on behalf of the callback.
 void sendUpdate(PartnerMsgType type, const UpdateHeader_t& update, const UpdateRow& row,
                 const void* params, const void* cookie, const StopPlace& place) {
-  const void* data = row.tail == Tail::NONE ? nullptr : lastPointer(params, row.words);
+  const void* data = row.tail == Tail::kNone ? nullptr : lastPointer(params, row.words);
   size_t packedSize = 0;
-  if (row.tail == Tail::PACKED) {
+  if (row.tail == Tail::kPacked) {
     const jx_status_t sts = jx_drv_plcmt_pack_data_size(data, &packedSize);
-    if (sts != JX_SUCCESS) {
-      PARTNER_STOP_AT(place, "sts == JX_SUCCESS", row.sizeText, statusText(sts));
-    }
+    PARTNER_CHECK_AT(place, sts == JX_SUCCESS, row.sizeText, statusText(sts));
   }
   const uint64_t tailSize =
-      row.tail == Tail::ELEMENTS ? elementsSize(params) : uint64_t{packedSize};
-  const size_t fixed = sizeof(UpdateMsg_t) + row.words * WORD_SIZE;
+      row.tail == Tail::kElements ? elementsSize(params) : uint64_t{packedSize};
+  const size_t fixed = sizeof(UpdateMsg_t) + row.words * kWordSize;
   const uint64_t len = fixed + tailSize;
-  if (tailSize > PACK_BUFFER_SIZE - fixed) {
-    PARTNER_STOP_AT(place, "len <= PACK_BUFFER_SIZE", row.lengthText, len);
-  }
+  PARTNER_REQUIRE_AT(place, tailSize <= PACK_BUFFER_SIZE - fixed, "len <= PACK_BUFFER_SIZE",
+                     row.lengthText, len);
 
   UpdateBuffer msg;
   msg.head.header.type = type;  // nobody reads the pid of an update: it is not written
   msg.head.header.len = len;
   msg.head.update = update;
-  if (row.words != 0) {
-    memcpy(msg.body, params, row.words * WORD_SIZE);
-  }
-  uint8_t* tail = msg.body + row.words * WORD_SIZE;
-  if (row.tail == Tail::PACKED) {
+  if (row.words != 0) memcpy(msg.body, params, row.words * kWordSize);
+  uint8_t* tail = msg.body + row.words * kWordSize;
+  if (row.tail == Tail::kPacked) {
     const jx_status_t sts = jx_drv_plcmt_copy_pack(data, tail);
-    if (sts != JX_SUCCESS) {
-      PARTNER_STOP_AT(place, "sts == JX_SUCCESS", row.packText, statusText(sts));
-    }
+    PARTNER_CHECK_AT(place, sts == JX_SUCCESS, row.packText, statusText(sts));
   } else if (tailSize != 0) {
     memcpy(tail, data, tailSize);
   }
@@ -171,13 +89,9 @@ void captureTable(const jxrt::JxRtTable& table, const jxrt::JxRtSession& session
   table.tableNameGet(&name);
   jx_rt_table_type_t type = {};
   jx_status_t status = table.tableTypeGet(&type);
-  if (status == JX_SUCCESS) {
-    status = registerCallback(table, type, session, target, message);
-  }
-  if (status != JX_SUCCESS) {
-    PARTNER_STOP_AT(place, "false", "Failed callback setup on ", name,
-                    " type: ", static_cast<unsigned>(type), " status: ", statusText(status));
-  }
+  if (status == JX_SUCCESS) status = registerCallback(table, type, session, target, message);
+  PARTNER_REQUIRE_AT(place, status == JX_SUCCESS, "false", "Failed callback setup on ", name,
+                     " type: ", static_cast<unsigned>(type), " status: ", statusText(status));
 }
 
 }  // namespace
@@ -187,28 +101,27 @@ void callbackSetUp(const jxrt::JxRtSession& session, jx_rt_target_t target,
   const jxrt::JxRtDevMgr& devMgr = jxrt::JxRtDevMgr::getInstance();
   std::vector<std::string> names;
   const jx_status_t sts = devMgr.jxRtInfoP4NamesGet(target.dev_id, &names);
-  PARTNER_REQUIRE(sts == JX_SUCCESS, "sts == JX_SUCCESS", "Unable to get the p4 programs list on ",
-                  target.dev_id, " returns: ", sts);
+  PARTNER_CHECK(sts == JX_SUCCESS, "Unable to get the p4 programs list on ", target.dev_id,
+                " returns: ", sts);
   for (const std::string& name : names) {
     const jxrt::JxRtInfo* info = nullptr;
     jx_status_t jx_status = devMgr.jxRtInfoGet(target.dev_id, name, &info);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Unable to get any jxrtInfo for ", name, " returns: ", jx_status);
+    PARTNER_CHECK(jx_status == JX_SUCCESS, "Unable to get any jxrtInfo for ", name,
+                  " returns: ", jx_status);
     PARTNER_REQUIRE(info != nullptr, "false", "Unable to get jxRTInfo for ", name);
     std::vector<const jxrt::JxRtTable*> tables;
     jx_status = info->tablesGet(&tables);
-    PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                    "Unable to get any jxrtInfo for ", name, " returns: ", jx_status);
-    for (const jxrt::JxRtTable* table : tables) {
+    PARTNER_CHECK(jx_status == JX_SUCCESS, "Unable to get any jxrtInfo for ", name,
+                  " returns: ", jx_status);
+    for (const jxrt::JxRtTable* table : tables)
       captureTable(*table, session, target, &message, PARTNER_HERE);
-    }
   }
 }
 
 void packMatchCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                        pipe_mat_update_type update_type, pipe_mat_update_params* params,
                        void* cookie) {
-  const UpdateRow* row = findRow(MATCH_ROWS, update_type);
+  const UpdateRow* row = findRow(kMatchUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false", "Unsupported Match Callback on type ",
                   static_cast<uint32_t>(update_type));
   sendUpdate(MSG_MATCH_TABLE, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);
@@ -217,7 +130,7 @@ void packMatchCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
 void packAdtCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                      pipe_adt_update_type update_type, pipe_adt_update_params* params,
                      void* cookie) {
-  const UpdateRow* row = findRow(ADT_ROWS, update_type);
+  const UpdateRow* row = findRow(kAdtUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false", "Unsupported ADT Callback on type ",
                   static_cast<uint32_t>(update_type));
   sendUpdate(MSG_ADT, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);
@@ -226,7 +139,7 @@ void packAdtCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
 void packSelCallback(jx_dev_target_t dev_tgt, pipe_tbl_hdl_t tbl_hdl,
                      pipe_sel_update_type update_type, pipe_sel_update_params* params,
                      void* cookie) {
-  const UpdateRow* row = findRow(SEL_ROWS, update_type);
+  const UpdateRow* row = findRow(kSelUpdates, update_type);
   PARTNER_REQUIRE(row != nullptr, "false",
                   "Unknown SEL type update_type: ", static_cast<uint32_t>(update_type));
   sendUpdate(MSG_SEL, {dev_tgt, tbl_hdl, update_type}, *row, params, cookie, PARTNER_HERE);

@@ -1,7 +1,7 @@
 // Capture of table updates on the Partner's virtual device.
 #pragma once
 
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "jxsdk/pipe_mgr.h"
 
 namespace PartnerLib {

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "JexPartnerLib.h"
+#include "JexPartnerLibUpdates.h"
 #include "JexPartnerLibWire.h"
 #include "jxsdk/pipe_mgr.h"
 
@@ -23,33 +24,31 @@ JEX_API void selDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* recor
 // placement data. The caller destroys *info and frees *data with array delete, in this order, after
 // the info has been processed: it refers to the data.
 
-JEX_API void matchTableAddOneEntry(const MatStruct_Header_t* record, uint8_t** data,
-                                   pipe_plcmt_info** info, size_t size);
-JEX_API void matchTableSetDefaultEntry(const MatStruct_Header_t* record, uint8_t** data,
-                                       pipe_plcmt_info** info, size_t size);
-JEX_API void matchTableClearDefaultEntry(const MatStruct_Header_t* record, pipe_plcmt_info** info,
-                                         size_t size);
-JEX_API void matchTableDelOneEntry(const MatStruct_Header_t* record, pipe_plcmt_info** info,
-                                   size_t size);
-JEX_API void matchTableModOneEntry(const MatStruct_Header_t* record, uint8_t** data,
-                                   pipe_plcmt_info** info, size_t size);
-JEX_API void matchTableMoveOneEntry(const MatStruct_Header_t* record, uint8_t** data,
-                                    pipe_plcmt_info** info, size_t size);
+// PARTNER_MATCH_STEPS and its neighbours list them.
 
-JEX_API void adtAddOneEntry(const AdtStruct_Header_t* record, uint8_t** data,
-                            pipe_plcmt_info** info);
-JEX_API void adtDelOneEntry(const AdtStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void adtModOneEntry(const AdtStruct_Header_t* record, uint8_t** data,
-                            pipe_plcmt_info** info);
+#define MATCH_PLAIN(type, step) \
+  JEX_API void step(const MatStruct_Header_t* record, pipe_plcmt_info** info, size_t size);
+#define MATCH_DATA(type, step)                                                                \
+  JEX_API void step(const MatStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info, \
+                    size_t size);
+PARTNER_MATCH_STEPS(MATCH_PLAIN, MATCH_DATA)
+#undef MATCH_PLAIN
+#undef MATCH_DATA
 
-JEX_API void selCreateGroup(const SelStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void selDeleteGroup(const SelStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void selUpdateAdd(const SelStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info);
-JEX_API void selUpdateDel(const SelStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void selUpdateActivate(const SelStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void selUpdateDeactivate(const SelStruct_Header_t* record, pipe_plcmt_info** info);
-JEX_API void selSetFallback(const SelStruct_Header_t* record, uint8_t** data,
-                            pipe_plcmt_info** info);
-JEX_API void selClearFallback(const SelStruct_Header_t* record, pipe_plcmt_info** info);
+#define ADT_PLAIN(type, step) \
+  JEX_API void step(const AdtStruct_Header_t* record, pipe_plcmt_info** info);
+#define ADT_DATA(type, step) \
+  JEX_API void step(const AdtStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info);
+PARTNER_ADT_STEPS(ADT_PLAIN, ADT_DATA)
+#undef ADT_PLAIN
+#undef ADT_DATA
+
+#define SEL_PLAIN(type, step) \
+  JEX_API void step(const SelStruct_Header_t* record, pipe_plcmt_info** info);
+#define SEL_DATA(type, step) \
+  JEX_API void step(const SelStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info);
+PARTNER_SEL_STEPS(SEL_PLAIN, SEL_DATA)
+#undef SEL_PLAIN
+#undef SEL_DATA
 
 }  // namespace PartnerLib

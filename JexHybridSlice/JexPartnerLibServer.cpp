@@ -3,7 +3,6 @@
 #include <nanomsg/nn.h>
 #include <nanomsg/pair.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -24,48 +23,12 @@
 
 namespace PartnerLib {
 
-int myPid = -1;
-PartnerSocket* pSocket = nullptr;
-PartnerMessage* pMessage = nullptr;
-bool moduleInitDone = false;
 std::unordered_map<int, int>& pidSocketMap = *new std::unordered_map<int, int>;
 
 namespace {
 
 /// Guards pidSocketMap; never held across a call into a socket.
 std::mutex pidSocketMutex;
-
-constexpr const char* STATUS_TEXTS[] = {
-    "Success",
-    "Not ready",
-    "No system resources",
-    "Invalid arguments",
-    "Already exists",
-    "HW access fails",
-    "Object not found",
-    "Max sessions exceeded",
-    "Session not found",
-    "Not enough space",
-    "Resource temporarily not available, try again later",
-    "Initialization error",
-    "Not supported in transaction",
-    "Resource held by another session",
-    "IO error",
-    "Unexpected error",
-    "Action data entry is being referenced by match entries",
-    "Operation not supported",
-    "Updating hardware failed",
-    "No learning clients registered",
-    "Idle time update state already in progress",
-    "Device locked",
-    "Internal error",
-    "Table not found",
-    "In use",
-    "Object not implemented",
-    "Hardware entry not found",
-};
-constexpr size_t STATUS_COUNT = sizeof(STATUS_TEXTS) / sizeof(STATUS_TEXTS[0]);
-static_assert(STATUS_COUNT == JX_STATUS_COUNT);
 
 /// Whether the environment asks for test mode. What follows "true" does not matter.
 bool testModeWanted() {
@@ -76,20 +39,15 @@ bool testModeWanted() {
 /// MSG_REGISTER: connects to the address in the payload and enters the Partner's process id.
 void registerPartner(uint32_t pid, const char* payload, size_t size, const StopPlace& place) {
   const int sock = nn_socket(AF_SP, NN_PAIR);
-  if (sock < 0) {
-    return;
-  }
+  if (sock < 0) return;
   boundSends(sock);
   // A payload without terminator ends where the message ends.
   const std::string address(payload, strnlen(payload, size));
-  if (nn_connect(sock, address.c_str()) < 0) {
-    PARTNER_STOP_AT(place, "( endpoint >= 0 )", "Cannot open socket for reverse path from server");
-  }
+  PARTNER_REQUIRE_AT(place, nn_connect(sock, address.c_str()) >= 0, "( endpoint >= 0 )",
+                     "Cannot open socket for reverse path from server");
   const std::lock_guard<std::mutex> lock(pidSocketMutex);
   const auto res = pidSocketMap.insert({static_cast<int>(pid), sock});
-  if (!res.second) {
-    PARTNER_STOP_AT(place, "res.second == true", "Cannot insert notify cookie struct");
-  }
+  PARTNER_REQUIRE_AT(place, res.second, "res.second == true", "Cannot insert notify cookie struct");
 }
 
 /// One turn of the SliceAgent's loop: waits for a request and handles it.
@@ -105,41 +63,20 @@ void serveRequest(PartnerSocket* socket, PartnerMessage* message, uint8_t dev, u
 
 }  // namespace
 
-const char* statusText(jx_status_t status) {
-  const auto index = static_cast<unsigned>(status);
-  return index < STATUS_COUNT ? STATUS_TEXTS[index] : "Unknown error";
-}
-
-std::string jxStatusError(int status) {
-  const char* text = nullptr;
-  jx_rt_err_str(status, &text);
-  return text;
-}
-
-uint64_t getEpochTime() {
-  const std::chrono::nanoseconds now = std::chrono::steady_clock::now().time_since_epoch();
-  return static_cast<uint64_t>(static_cast<int64_t>(now.count()) / 1000000);
-}
-
 bool PartnerLibSetup(const jxrt::JxRtSession& session, jx_rt_target_t target,
                      jx_dev_type_t dev_type, jx_device_profile_t* profile) {
   const bool testMode = testModeWanted();
   if (!moduleInitDone) {
-    PARTNER_REQUIRE(jx_drv_init() == JX_SUCCESS, "jx_drv_init() == JX_SUCCESS",
-                    "Cannot init driver");
-    PARTNER_REQUIRE(pipe_mgr_init() == PIPE_SUCCESS, "pipe_mgr_init() == PIPE_SUCCESS",
-                    "Cannot init pipe_mgr");
+    PARTNER_CHECK(jx_drv_init() == JX_SUCCESS, "Cannot init driver");
+    PARTNER_CHECK(pipe_mgr_init() == PIPE_SUCCESS, "Cannot init pipe_mgr");
     const jx_status_t rc = jx_rt_module_init(0, 0, nullptr, nullptr);
-    PARTNER_REQUIRE(rc == JX_SUCCESS, "rc == JX_SUCCESS",
-                    "Failed to initialize JXRT returns: ", statusText(rc));
+    PARTNER_CHECK(rc == JX_SUCCESS, "Failed to initialize JXRT returns: ", statusText(rc));
     moduleInitDone = true;
   }
   const jx_status_t rc = jx_virtual_device_add(target.dev_id, profile, dev_type);
-  PARTNER_REQUIRE(rc == JX_SUCCESS, "rc == JX_SUCCESS",
-                  "Failed to add virtual device returns: ", statusText(rc));
-  PARTNER_REQUIRE(pSocket == nullptr && pMessage == nullptr,
-                  "pSocket == nullptr && pMessage == nullptr",
-                  "Already initialized the hybrid library");
+  PARTNER_CHECK(rc == JX_SUCCESS, "Failed to add virtual device returns: ", statusText(rc));
+  PARTNER_CHECK(pSocket == nullptr && pMessage == nullptr,
+                "Already initialized the hybrid library");
   pSocket = new PartnerSocket(1);
   pMessage = new PartnerMessage(pSocket);
   PARTNER_REQUIRE(pSocket->init(DEFAULT_SOCKET_NAME, testMode),
@@ -155,9 +92,7 @@ bool PartnerLibServerSetup(jx_rt_session_hdl* session, uint8_t dev, int32_t time
                   "pSocket->init( DEFAULT_SOCKET_NAME, false ) == true", " Socket Init failed");
   const uint32_t sessHdl = jx_rt_session_pipe_handle_get(session);
   try {
-    for (;;) {
-      serveRequest(&socket, &message, dev, sessHdl, timeout);
-    }
+    for (;;) serveRequest(&socket, &message, dev, sessHdl, timeout);
   } catch (const std::bad_alloc&) {
     PARTNER_STOP_WITHOUT_MEMORY("false", "Cannot handle a request: Cannot allocate memory");
   }
@@ -222,13 +157,9 @@ bool PeriodicHeartbeatUpdate() {
   std::vector<int> sockets;
   {
     const std::lock_guard<std::mutex> lock(pidSocketMutex);
-    for (const auto& [pid, sock] : pidSocketMap) {
-      sockets.push_back(sock);
-    }
+    for (const auto& [pid, sock] : pidSocketMap) sockets.push_back(sock);
   }
-  for (const int sock : sockets) {
-    socketSend(sock, &HEARTBEAT_NOTIFY, sizeof(HEARTBEAT_NOTIFY));
-  }
+  for (const int sock : sockets) socketSend(sock, &HEARTBEAT_NOTIFY, sizeof(HEARTBEAT_NOTIFY));
   return true;
 }
 

@@ -17,7 +17,7 @@
 #include <system_error>
 
 #include "JexPartnerLibMatchTypes.h"
-#include "JexPartnerLibServer.h"
+#include "JexPartnerLibShared.h"
 #include "JexPartnerLibStop.h"
 #include "JexPartnerLibWire.h"
 
@@ -36,26 +36,26 @@ extern "C" __attribute__((weak)) void nn_init(void);
 namespace PartnerLib {
 namespace {
 
-constexpr char REVERSE_NAME_PREFIX[] = "ipc:///tmp/Partner_";
-constexpr char GRPC_ADDRESS[] = "0.0.0.0:50053";
-constexpr int MAX_SEND_RETRY = 100000;
-constexpr int CLIENT_POLL_TIMEOUT_MS = 100;
-constexpr std::chrono::seconds SHUTDOWN_PAUSE{1};
+constexpr char kReverseNamePrefix[] = "ipc:///tmp/Partner_";
+constexpr char kGrpcAddress[] = "0.0.0.0:50053";
+constexpr int kMaxSendRetry = 100000;
+constexpr int kClientPollTimeoutMs = 100;
+constexpr std::chrono::seconds kShutdownPause{1};
 // A sender that closes in mid-stream can leave a socket that polls readable with nothing to
 // receive; this bounds the wait of the receive that follows.
-constexpr int RECV_TIMEOUT_MS = 100;
+constexpr int kRecvTimeoutMs = 100;
 // Two threads can both see room for the one message that fits; this bounds the wait of the second,
 // whose attempt then counts as one that found no room.
-constexpr int SEND_TIMEOUT_MS = 100;
+constexpr int kSendTimeoutMs = 100;
 // What nanomsg opens until a side is up: two for its thread, one for each direction of a socket,
 // one for each bound address and each connection. With fewer it aborts, never returns, or never
 // takes the connection of the reverse path, so they are tried first. An agent needs more for each
 // Partner; those can come later.
-constexpr int AGENT_DESCRIPTORS = 2 + 1 + 1;
-constexpr int PARTNER_DESCRIPTORS = 2 + 1 + 1 + 2 + 1 + 1;
+constexpr int kAgentDescriptors = 2 + 1 + 1;
+constexpr int kPartnerDescriptors = 2 + 1 + 1 + 2 + 1 + 1;
 // The receive thread takes at most this many messages between two attempts to send, so that a
 // SliceAgent that sends without a pause cannot keep it from the next attempt.
-constexpr int MAX_TAKEN_BETWEEN_ATTEMPTS = 64;
+constexpr int kMaxTakenBetweenAttempts = 64;
 
 /// nanomsg sets its revents only when it found something.
 bool polled(int result, const nn_pollfd& entry, short event) {
@@ -78,13 +78,9 @@ bool lastErrorIsFatal() {
 
 /// Whether the process can open `count` descriptors now.
 bool canOpen(int count) {
-  if (count == 0) {
-    return true;
-  }
+  if (count == 0) return true;
   const int fd = eventfd(0, EFD_CLOEXEC);
-  if (fd < 0) {
-    return false;
-  }
+  if (fd < 0) return false;
   const bool others = canOpen(count - 1);
   close(fd);
   return others;
@@ -95,18 +91,15 @@ void tryThread(const StopPlace& place) {
   pthread_t thread;
   const int error = pthread_create(
       &thread, nullptr, [](void* nothing) { return nothing; }, nullptr);
-  if (error != 0) {
-    PARTNER_STOP_AT(place, "error == 0", "Cannot start a thread: ", strerror(error));
-  }
+  PARTNER_CHECK_AT(place, error == 0, "Cannot start a thread: ", strerror(error));
   pthread_join(thread, nullptr);
 }
 
 /// A socket whose receives cannot wait for ever; negative if nanomsg gives none.
 int openReceivingSocket(int protocol) {
   const int sock = nn_socket(AF_SP, protocol);
-  if (sock >= 0) {
-    nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &RECV_TIMEOUT_MS, sizeof(RECV_TIMEOUT_MS));
-  }
+  if (sock >= 0)
+    nn_setsockopt(sock, NN_SOL_SOCKET, NN_RCVTIMEO, &kRecvTimeoutMs, sizeof(kRecvTimeoutMs));
   return sock;
 }
 
@@ -146,9 +139,7 @@ ReceivedMessage receiveMessage(int sock, int* nbytes, int flags) {
 bool takeMessage(PartnerSocket* s, int flags) {
   int n = 0;
   const ReceivedMessage msg = receiveMessage(s->pollFds[1].fd, &n, flags);
-  if (msg == nullptr) {
-    return false;
-  }
+  if (msg == nullptr) return false;
   processClientMessageFromSocket(msg.get(), n, s);
   return true;
 }
@@ -157,14 +148,10 @@ bool takeMessage(PartnerSocket* s, int flags) {
 /// that waits for room on the reverse path takes no requests, so without this the two would wait
 /// for each other. The send goes on with the error that it had.
 void takeWhatHasArrived() {
-  if (receivesFor == nullptr) {
-    return;
-  }
+  if (receivesFor == nullptr) return;
   const int before = errno;
-  for (int taken = 0; taken < MAX_TAKEN_BETWEEN_ATTEMPTS; ++taken) {
-    if (!takeMessage(receivesFor, NN_DONTWAIT)) {
-      break;
-    }
+  for (int taken = 0; taken < kMaxTakenBetweenAttempts; ++taken) {
+    if (!takeMessage(receivesFor, NN_DONTWAIT)) break;
   }
   errno = before;
 }
@@ -179,12 +166,12 @@ int receiveDescriptor(int sock) {
 /// One turn of the receive thread. The push socket is nearly always writable, so nn_poll() returns
 /// at once; a turn that finds no message therefore waits on the reverse socket's own descriptor.
 void receiveTurn(PartnerSocket* s, int receiveFd) {
-  const int r = nn_poll(s->pollFds, s->numFds, CLIENT_POLL_TIMEOUT_MS);
+  const int r = nn_poll(s->pollFds, s->numFds, kClientPollTimeoutMs);
   if (s->numFds >= 2 && polled(r, s->pollFds[1], NN_POLLIN)) {
     takeMessage(s, 0);
   } else {
     pollfd reverse = {receiveFd, POLLIN, 0};
-    poll(&reverse, 1, CLIENT_POLL_TIMEOUT_MS);
+    poll(&reverse, 1, kClientPollTimeoutMs);
   }
   cancellationPoint();
 }
@@ -197,13 +184,11 @@ std::string makeUniqueName(int pid) {
   localtime_r(&now, &local);
   char timeOfDay[sizeof("HHMMSS")] = "";
   strftime(timeOfDay, sizeof(timeOfDay), "%H%M%S", &local);
-  return REVERSE_NAME_PREFIX + std::to_string(pid) + "_" + timeOfDay;
+  return kReverseNamePrefix + std::to_string(pid) + "_" + timeOfDay;
 }
 
 void closeEndpoint(int sock, int endpoint) {
-  if (endpoint == -1) {
-    return;
-  }
+  if (endpoint == -1) return;
   nn_shutdown(sock, endpoint);
   nn_close(sock);
 }
@@ -227,10 +212,8 @@ bool PartnerSocket::init(std::string name, bool testMode) {
 }
 
 bool PartnerSocket::initAgent(const std::string& name) {
-  socket_ = canOpen(AGENT_DESCRIPTORS) ? openReceivingSocket(NN_PULL) : -1;
-  if (socket_ < 0) {
-    return false;
-  }
+  socket_ = canOpen(kAgentDescriptors) ? openReceivingSocket(NN_PULL) : -1;
+  if (socket_ < 0) return false;
   endpoints[0] = nn_bind(socket_, name.c_str());
   if (endpoints[0] < 0) {
     nn_close(socket_);
@@ -242,10 +225,8 @@ bool PartnerSocket::initAgent(const std::string& name) {
 }
 
 bool PartnerSocket::initClient(const std::string& name, bool testMode, const StopPlace& place) {
-  socket_ = canOpen(PARTNER_DESCRIPTORS) ? nn_socket(AF_SP, NN_PUSH) : -1;
-  if (socket_ < 0) {
-    PARTNER_STOP_AT(place, "( socket_ >= 0 )", "Unable to open Client socket");
-  }
+  socket_ = canOpen(kPartnerDescriptors) ? nn_socket(AF_SP, NN_PUSH) : -1;
+  PARTNER_REQUIRE_AT(place, socket_ >= 0, "( socket_ >= 0 )", "Unable to open Client socket");
   endpoints[0] = nn_connect(socket_, name.c_str());
   if (endpoints[0] < 0) {
     nn_close(socket_);
@@ -257,9 +238,8 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   const int reverse = openReceivingSocket(NN_PAIR);
   myPid = getpid();
   const std::string uniqueName = makeUniqueName(myPid);
-  if (reverse < 0) {
-    PARTNER_STOP_AT(place, "( reverse >= 0 )", "Cannot open socket for reverse path");
-  }
+  PARTNER_REQUIRE_AT(place, reverse >= 0, "( reverse >= 0 )",
+                     "Cannot open socket for reverse path");
   endpoints[1] = nn_bind(reverse, uniqueName.c_str());
   if (endpoints[1] < 0) {
     nn_close(reverse);
@@ -267,15 +247,11 @@ bool PartnerSocket::initClient(const std::string& name, bool testMode, const Sto
   }
   numFds = 2;
   pollFds[1] = {reverse, NN_POLLIN | NN_POLLOUT, 0};
-  if (uniqueName.length() >= MAX_SOCKET_NAME_LEN) {
-    PARTNER_STOP_AT(place, "uniqueName.length() < MAX_SOCKET_NAME_LEN",
-                    "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
-  }
+  PARTNER_CHECK_AT(place, uniqueName.length() < MAX_SOCKET_NAME_LEN,
+                   "Size of socket name exceeds allowed", MAX_SOCKET_NAME_LEN);
   sendSocketNameToSliceAgent(socket_, myPid, uniqueName.c_str());
   boundSends(socket_);  // from here on: the registration waits for a SliceAgent to come up
-  if (testMode) {
-    startgRPCServer();
-  }
+  if (testMode) startgRPCServer();
   try {
     clientThread = new std::thread(clientThreadFunc, this);
   } catch (const std::system_error& error) {
@@ -292,9 +268,7 @@ bool PartnerSocket::readyToSend() { return socketReady(socket_); }
 bool PartnerSocket::receive(void** buf, int* nbytes) {
   int n = 0;
   ReceivedMessage msg = receiveMessage(pollFds[0].fd, &n, 0);
-  if (msg == nullptr) {
-    return false;
-  }
+  if (msg == nullptr) return false;
   *buf = msg.release();
   *nbytes = n;
   return true;
@@ -306,22 +280,16 @@ bool PartnerSocket::recv(void** buf, int* nbytes) {
 
 bool PartnerSocket::recvWithTimeout(void** buf, int* nbytes, int timeoutMs) {
   const int r = nn_poll(&pollFds[0], 1, timeoutMs);
-  if (r == 0) {
-    return false;
-  }
+  if (r == 0) return false;
   PARTNER_REQUIRE(r > 0, "r >= 0", "Socket recvWithTimeout failed - remote disconnect/dead ",
                   error());
-  if (!polled(r, pollFds[0], NN_POLLIN)) {
-    return false;
-  }
+  if (!polled(r, pollFds[0], NN_POLLIN)) return false;
   return dataAvailable() && receive(buf, nbytes);
 }
 
 bool PartnerSocket::dataAvailable() {
   const int r = nn_poll(&pollFds[0], 1, 0);
-  if (polled(r, pollFds[0], NN_POLLIN)) {
-    return true;
-  }
+  if (polled(r, pollFds[0], NN_POLLIN)) return true;
   PARTNER_REQUIRE(!lastErrorIsFatal(), "false",
                   "Socket dataAvailable failed - remote disconnect/dead ", error());
   return false;
@@ -330,9 +298,7 @@ bool PartnerSocket::dataAvailable() {
 void PartnerSocket::freeBuffer(void* buf) { nn_freemsg(buf); }
 
 int PartnerSocket::getFd() {
-  if (endpoints[0] < 0) {
-    return -1;
-  }
+  if (endpoints[0] < 0) return -1;
   return receiveDescriptor(socket_);
 }
 
@@ -347,7 +313,7 @@ void PartnerSocket::shutdown(bool terminate) {
         delete clientThread;
         clientThread = nullptr;
       }
-      std::this_thread::sleep_for(SHUTDOWN_PAUSE);  // goes on after a signal
+      std::this_thread::sleep_for(kShutdownPause);  // goes on after a signal
       closeEndpoint(pollFds[1].fd, endpoints[1]);
       closeEndpoint(pollFds[2].fd, endpoints[2]);
     }
@@ -367,9 +333,7 @@ void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
   receivesFor = s;
   const int receiveFd = receiveDescriptor(s->pollFds[1].fd);
   try {
-    for (;;) {
-      receiveTurn(s, receiveFd);
-    }
+    for (;;) receiveTurn(s, receiveFd);
   } catch (const std::bad_alloc&) {
     PARTNER_STOP_WITHOUT_MEMORY("false",
                                 "Cannot handle a message from SliceAgent: Cannot allocate memory");
@@ -377,27 +341,23 @@ void PartnerSocket::clientThreadFunc(PartnerSocket* s) {
 }
 
 void boundSends(int sock) {
-  nn_setsockopt(sock, NN_SOL_SOCKET, NN_SNDTIMEO, &SEND_TIMEOUT_MS, sizeof(SEND_TIMEOUT_MS));
+  nn_setsockopt(sock, NN_SOL_SOCKET, NN_SNDTIMEO, &kSendTimeoutMs, sizeof(kSendTimeoutMs));
 }
 
 bool socketReady(int sock) {
   nn_pollfd entry = {sock, NN_POLLOUT, 0};
   const int r = nn_poll(&entry, 1, 0);
-  if (polled(r, entry, NN_POLLOUT)) {
-    return true;
-  }
+  if (polled(r, entry, NN_POLLOUT)) return true;
   PARTNER_REQUIRE(!lastErrorIsFatal(), "false",
                   "Socket readyToSend failed - remote disconnect/dead", nn_strerror(nn_errno()));
   return false;
 }
 
 bool socketSend(int sock, const void* buf, size_t size) {
-  for (int attempt = 0; attempt < MAX_SEND_RETRY; ++attempt) {
+  for (int attempt = 0; attempt < kMaxSendRetry; ++attempt) {
     if (socketReady(sock)) {
       const int sent = nn_send(sock, buf, size, 0);
-      if (sent >= 0 && static_cast<size_t>(sent) == size) {
-        return true;
-      }
+      if (sent >= 0 && static_cast<size_t>(sent) == size) return true;
       // A send that ran into its time-out, or that a signal broke off, has taken nothing.
       const bool foundNoRoom = sent < 0 && (nn_errno() == ETIMEDOUT || nn_errno() == EINTR);
       PARTNER_REQUIRE(foundNoRoom, "( size_t )sent == size", "Cannot send ", size,
@@ -421,9 +381,8 @@ void sendSocketNameToSliceAgent(int sock, int pid, const char* name) {
 }
 
 void startgRPCServer() {
-  const jx_status_t jx_status = jx_rt_grpc_server_run_with_addr(GRPC_ADDRESS);
-  PARTNER_REQUIRE(jx_status == JX_SUCCESS, "jx_status == JX_SUCCESS",
-                  "Cannot spawn gRPC server socket on 50053");
+  const jx_status_t jx_status = jx_rt_grpc_server_run_with_addr(kGrpcAddress);
+  PARTNER_CHECK(jx_status == JX_SUCCESS, "Cannot spawn gRPC server socket on 50053");
 }
 
 }  // namespace PartnerLib

@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 
 /// How long a line waits for a reader of standard error, in all. It bounds how long a reader that
 /// never reads keeps a dying process.
-constexpr std::chrono::seconds READER_PATIENCE{5};
+constexpr std::chrono::seconds kReaderPatience{5};
 
 /// Waits until standard error takes more; false when it does not before `deadline`, or never will.
 bool waitForReader(Clock::time_point deadline) {
@@ -26,16 +26,14 @@ bool waitForReader(Clock::time_point deadline) {
   for (;;) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     const int r = left > 0 ? poll(&entry, 1, static_cast<int>(left)) : 0;
-    if (r >= 0 || errno != EINTR) {
-      return r > 0;
-    }
+    if (r >= 0 || errno != EINTR) return r > 0;
   }
 }
 
 }  // namespace
 
 void writeLine(std::string_view text) {
-  const Clock::time_point deadline = Clock::now() + READER_PATIENCE;
+  const Clock::time_point deadline = Clock::now() + kReaderPatience;
   while (!text.empty()) {
     const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
     if (written > 0) {

@@ -54,34 +54,51 @@ std::string messageOf(const Parts&... parts) {
   return message;
 }
 
+/// Makes the message and stops. It lies apart from the functions that stop: most never do, and stay
+/// small.
+template <typename... Parts>
+[[noreturn, gnu::cold, gnu::noinline]] void stopAt(const StopPlace& place, const char* expression,
+                                                   const Parts&... parts) {
+  stopWithLine(place, expression, messageOf(parts...));
+}
+
 }  // namespace PartnerLib
 
 /// The place of this line, for stops that a shared function makes on behalf of its caller. Costs
 /// nothing: the offset is found by the compiler.
-#define PARTNER_HERE                                                                        \
-  ::PartnerLib::StopPlace {                                                                 \
-    &__FILE__[std::integral_constant<size_t, ::PartnerLib::sourceOffset(__FILE__)>::value], \
-        __LINE__, static_cast<const char*>(__PRETTY_FUNCTION__)                             \
-  }
+#define PARTNER_HERE                                                                          \
+  (::PartnerLib::StopPlace{                                                                   \
+      &__FILE__[std::integral_constant<size_t, ::PartnerLib::sourceOffset(__FILE__)>::value], \
+      __LINE__, static_cast<const char*>(__PRETTY_FUNCTION__)})
+
+/// The failed assertion of `condition`, a string literal.
+#define PARTNER_EXPRESSION(condition) "\"" condition "\" == nullptr"
 
 /// Stops at `place`: the assertion's expression is `condition`, a string literal, compared with
 /// nullptr; the message is made of the values that follow.
-#define PARTNER_STOP_AT(place, condition, ...)                        \
-  ::PartnerLib::stopWithLine((place), "\"" condition "\" == nullptr", \
-                             ::PartnerLib::messageOf(__VA_ARGS__))
+#define PARTNER_STOP_AT(place, condition, ...) \
+  ::PartnerLib::stopAt(place, PARTNER_EXPRESSION(condition), __VA_ARGS__)
 
 /// Stops here.
 #define PARTNER_STOP(condition, ...) PARTNER_STOP_AT(PARTNER_HERE, condition, __VA_ARGS__)
 
 /// Stops here without memory: `message` is one string literal.
-#define PARTNER_STOP_WITHOUT_MEMORY(condition, message)                         \
-  ::PartnerLib::stopWithWholeLine(PARTNER_HERE, "\"" condition "\" == nullptr", \
+#define PARTNER_STOP_WITHOUT_MEMORY(condition, message)                        \
+  ::PartnerLib::stopWithWholeLine(PARTNER_HERE, PARTNER_EXPRESSION(condition), \
                                   "Error: " message "\n")
 
-/// Stops here unless `holds`.
-#define PARTNER_REQUIRE(holds, condition, ...) \
-  do {                                         \
-    if (__builtin_expect(!(holds), 0)) {       \
-      PARTNER_STOP(condition, __VA_ARGS__);    \
-    }                                          \
+/// Stops at `place`, or here, unless `holds`.
+#define PARTNER_REQUIRE_AT(place, holds, condition, ...) \
+  do {                                                   \
+    if (__builtin_expect(!(holds), 0)) {                 \
+      PARTNER_STOP_AT(place, condition, __VA_ARGS__);    \
+    }                                                    \
   } while (false)
+#define PARTNER_REQUIRE(holds, condition, ...) \
+  PARTNER_REQUIRE_AT(PARTNER_HERE, holds, condition, __VA_ARGS__)
+
+/// The same where the condition is the code as it stands.
+#define PARTNER_CHECK_AT(place, condition, ...) \
+  PARTNER_REQUIRE_AT(place, condition, #condition, __VA_ARGS__)
+#define PARTNER_CHECK(condition, ...) \
+  PARTNER_REQUIRE_AT(PARTNER_HERE, condition, #condition, __VA_ARGS__)

@@ -1,5 +1,5 @@
 // Every record that crosses a socket or the shared segment, byte for byte. All integers are in host
-// byte order: both ends run on one host. No other file writes an offset as a number.
+// byte order: both ends run on one host. Only this file states offsets as numbers.
 //
 // Two records of the reverse path, PartnerIdleNotify and PartnerDigestNotify, stand in the public
 // header: applications get them as they are.
@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <type_traits>
 
 #include "JexPartnerLib.h"
@@ -21,14 +23,14 @@ inline constexpr size_t MAX_SOCKET_NAME_LEN = 64;
 /// Upper bound of a table-update message, header included.
 inline constexpr size_t PACK_BUFFER_SIZE = 2048;
 /// Bytes of a program's name in a request.
-inline constexpr size_t P4_NAME_BYTES = PARTNER_PROGRAM_NAME_BYTES;
+inline constexpr size_t kP4NameBytes = PARTNER_PROGRAM_NAME_BYTES;
 
 /// Kinds of record on the reverse path, by their first byte; idle and digest notifications have 0
 /// and 1.
-inline constexpr uint8_t BARRIER_NOTIFY = 254;
+inline constexpr uint8_t kBarrierNotify = 254;
 inline constexpr uint32_t HEARTBEAT_NOTIFY = 255;
 /// The whole first word of a barrier reply.
-inline constexpr uint32_t BARRIER_REPLY_KIND = 0x000C00FE;
+inline constexpr uint32_t kBarrierReplyKind = 0x000C00FE;
 
 /// Types of request. No message has type 7, and none may get it.
 enum PartnerMsgType : uint32_t {
@@ -79,7 +81,7 @@ struct UpdateMsg_t {
 /// MSG_IDLE_CONFIG: arms or disarms idle-time notifications of one table.
 struct IdleConfigHeader_t {
   uint32_t tableId;
-  char p4Name[P4_NAME_BYTES];  ///< NUL-terminated
+  char p4Name[kP4NameBytes];  ///< NUL-terminated
   uint32_t pipeId;
   uint32_t ttlQueryInterval;  ///< milliseconds, here and below; 0 to disarm
   uint32_t maxTtl;
@@ -97,7 +99,7 @@ struct CounterConfigHeader_t {
   uint8_t enable;
   uint8_t padding[3];
   uint32_t pipeId;  ///< of the Partner's target; the SliceAgent syncs all pipes
-  char programName[P4_NAME_BYTES];
+  char programName[kP4NameBytes];
 };
 struct CounterConfigMsg_t {
   PartnerMsgHeader_t header;
@@ -108,9 +110,9 @@ struct CounterConfigMsg_t {
 struct DigestConfigHeader_t {
   uint32_t learnId;
   uint32_t pipeId;
-  char p4Name[P4_NAME_BYTES];  ///< NUL-terminated
-  uint32_t size;               ///< bits of all fields; 0 to disarm
-  uint32_t enable;             ///< the low byte counts: 0 disarms
+  char p4Name[kP4NameBytes];  ///< NUL-terminated
+  uint32_t size;              ///< bits of all fields; 0 to disarm
+  uint32_t enable;            ///< the low byte counts: 0 disarms
 };
 struct DigestConfigMsg_t {
   PartnerMsgHeader_t header;
@@ -130,7 +132,7 @@ struct BarrierMsg_t {
 
 /// Answer to a barrier, on the reverse path.
 struct BarrierReply_t {
-  uint32_t kind;       ///< BARRIER_REPLY_KIND
+  uint32_t kind;       ///< kBarrierReplyKind
   uint64_t timestamp;  ///< of the barrier
 };
 
@@ -143,8 +145,14 @@ struct CounterBlockHeader_t {
 
 #pragma pack(pop)
 
+/// The text of a field of fixed size, which need not be terminated.
+template <size_t N>
+std::string textOf(const char (&field)[N]) {
+  return {field, strnlen(field, N)};
+}
+
 /// Bytes of one parameter word.
-inline constexpr size_t WORD_SIZE = 4;
+inline constexpr size_t kWordSize = 4;
 
 static_assert(sizeof(PartnerMsgHeader_t) == 16);
 static_assert(offsetof(PartnerMsgHeader_t, type) == 0);
@@ -203,14 +211,14 @@ static_assert(std::is_trivially_copyable_v<UpdateMsg_t>);
 
 // The SDK's parameter blocks, word by word: what the table-update messages copy.
 static_assert(offsetof(pipe_mat_add_params, ent_hdl) == 0);
-static_assert(offsetof(pipe_mat_add_params, data) == 10 * WORD_SIZE);
-static_assert(offsetof(pipe_mat_set_params, data) == 8 * WORD_SIZE);
-static_assert(offsetof(pipe_mat_mov_params, data) == 9 * WORD_SIZE);
-static_assert(offsetof(pipe_adt_set_params, data) == 1 * WORD_SIZE);
-static_assert(offsetof(pipe_sel_create_params, num_elements) == 4 * WORD_SIZE);
-static_assert(offsetof(pipe_sel_create_params, elements) == 5 * WORD_SIZE);
-static_assert(offsetof(pipe_sel_add_params, data) == 4 * WORD_SIZE);
-static_assert(offsetof(pipe_sel_fallback_params, data) == 1 * WORD_SIZE);
+static_assert(offsetof(pipe_mat_add_params, data) == 10 * kWordSize);
+static_assert(offsetof(pipe_mat_set_params, data) == 8 * kWordSize);
+static_assert(offsetof(pipe_mat_mov_params, data) == 9 * kWordSize);
+static_assert(offsetof(pipe_adt_set_params, data) == 1 * kWordSize);
+static_assert(offsetof(pipe_sel_create_params, num_elements) == 4 * kWordSize);
+static_assert(offsetof(pipe_sel_create_params, elements) == 5 * kWordSize);
+static_assert(offsetof(pipe_sel_add_params, data) == 4 * kWordSize);
+static_assert(offsetof(pipe_sel_fallback_params, data) == 1 * kWordSize);
 static_assert(sizeof(pipe_sel_element) == 8);
 
 }  // namespace PartnerLib

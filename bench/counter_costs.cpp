@@ -115,9 +115,9 @@ void counterCosts() {
   Profile profile(file);
   check(jx_device_add(kPhysical, profile.get(), JX_DEV_TYPE_ANY), "physical device");
   const std::shared_ptr<jxrt::JxRtSession> session = jxrt::JxRtSession::sessionCreate();
-  boost::interprocess::shared_memory_object::remove(CounterShm::NAME);
+  boost::interprocess::shared_memory_object::remove(CounterShm::kName);
   CounterShm::segment = new managed_shared_memory(boost::interprocess::open_or_create,
-                                                  CounterShm::NAME, CounterShm::SIZE);
+                                                  CounterShm::kName, CounterShm::kSize);
   const Counters small("small", kSmall, session->cHandle());
   const Counters large("large", kLarge, session->cHandle());
   std::vector<uint64_t> values(size_t{2} * kLarge);

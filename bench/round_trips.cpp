@@ -82,7 +82,7 @@ void bareAnswers() {
     void* message = nullptr;
     if (nn_recv(requests, &message, NN_MSG, 0) < 0) failBare("receive");
     PartnerLib::BarrierReply_t reply = {};
-    reply.kind = PartnerLib::BARRIER_REPLY_KIND;
+    reply.kind = PartnerLib::kBarrierReplyKind;
     reply.timestamp = static_cast<const PartnerLib::BarrierMsg_t*>(message)->barrier.timestamp;
     nn_freemsg(message);
     if (nn_send(replies, &reply, sizeof(reply), 0) < 0) failBare("answer");
