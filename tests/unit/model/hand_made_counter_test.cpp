@@ -29,6 +29,7 @@ bool hit(const Twin& twin, uint16_t key, uint64_t bytes) {
   const uint8_t values[] = {static_cast<uint8_t>(key >> 8), static_cast<uint8_t>(key)};
   const uint32_t slot = state.match->lookup(values);
   EXPECT_NE(slot, kNoSlot) << key;
+  if (slot == kNoSlot) return false;
   return state.direct_counters->count(state.directIndexOf(slot), bytes);
 }
 
