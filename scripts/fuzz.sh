@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Fuzzes, for SECONDS each (default 600), what reads bytes that others sent: the decoder of
-# placement data (placement_fuzz), and the packet parser with the rewriting of fields (packet_fuzz),
+# placement data (placement_fuzz), the packet parser with the rewriting of fields (packet_fuzz), and
+# the loaders of compiled programs (v1model_fuzz) and of P4Info (p4info_fuzz).
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]
 #
@@ -12,7 +13,7 @@ cd "$(dirname "$(readlink -f "$0")")/.."
 
 seconds=${1:-600}
 shift || true
-targets=(placement_fuzz packet_fuzz p4info_fuzz)
+targets=(placement_fuzz packet_fuzz v1model_fuzz p4info_fuzz)
 [[ $# -eq 0 ]] || targets=("$@")
 scripts/setup
 mkdir -p build/fuzz/findings
@@ -24,6 +25,7 @@ cmake --build build/fuzz --target "${targets[@]}"
 
 for target in "${targets[@]}"; do
   kept=tests/fuzz/corpus/$target
+  [[ $target == v1model_fuzz ]] && kept=tests/p4/programs
   mkdir -p "build/fuzz/corpus/$target" "$kept"
   "build/fuzz/bin/$target" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
     -artifact_prefix=build/fuzz/findings/ "build/fuzz/corpus/$target" "$kept"
