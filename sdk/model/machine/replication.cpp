@@ -43,6 +43,9 @@ PublishedArray<Object>::~PublishedArray() {
   std::free(at_);
 }
 
+template class PublishedArray<Replication::Copies>;
+template class PublishedArray<Replication::Session>;
+
 Replication::Replication(Reclaimer* reclaimer)
     : published_groups_(kMaxGroup + 1, reclaimer),
       published_sessions_(kMaxSession + 1, reclaimer) {}
