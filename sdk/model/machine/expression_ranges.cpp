@@ -29,9 +29,12 @@ NumberRange hullOf(std::initializer_list<Wide> values) {
 }
 
 NumberRange shiftedLeft(const NumberRange& left, const NumberRange& right) {
-  const bool wide = right.high > kMaxArithmeticWidth;
-  const uint32_t most = wide ? kMaxArithmeticWidth : right.high.convert_to<uint32_t>();
-  const uint32_t bits = right.high < 0 ? 0 : most;
+  uint32_t bits = 0;
+  if (right.high > kMaxArithmeticWidth) {
+    bits = kMaxArithmeticWidth;
+  } else if (right.high > 0) {
+    bits = right.high.convert_to<uint32_t>();
+  }
   return hullOf({0, left.low, left.high, left.low << bits, left.high << bits});
 }
 
