@@ -16,6 +16,17 @@ bool isMatch(const Table& table) {
          table.type == JX_RT_TABLE_MATCH_SELECTOR;
 }
 
+/// Why hits of the table's entries cannot be counted, empty if they can or need not be.
+std::string counterRefusal(const Program& program, const Table& table) {
+  if (!table.direct_counter) return {};
+  const Table& counter = program.tables[*table.direct_counter];
+  if (counter.type == JX_RT_TABLE_COUNTER && counter.size == table.size && table.size != 0) {
+    return {};
+  }
+  return "counter table " + counter.name + " of its hits has a size of " +
+         std::to_string(counter.size) + ", not " + std::to_string(table.size);
+}
+
 /// Why the model cannot carry this table, empty if it can.
 std::string refusal(const Program& program, const Table& table, uint32_t handle_base) {
   const uint64_t placed =
@@ -30,8 +41,10 @@ std::string refusal(const Program& program, const Table& table, uint32_t handle_
   if (isMatch(table) && prefixes > 1 && !table.has_priority) {
     return "more than one longest-prefix field";
   }
-  if (uint64_t{handle_base} + table.size >= kNoSlot) return "handles run out above the base";
-  return {};
+  if (uint64_t{handle_base} + table.size + table.initial_entries.size() >= kNoSlot) {
+    return "handles run out above the base";
+  }
+  return counterRefusal(program, table);
 }
 
 bool checkPrograms(const std::vector<std::shared_ptr<const Program>>& programs,
@@ -144,7 +157,8 @@ const RtInfo* Device::findInfo(const std::string& p4_name) const {
 
 const RtInfo* Device::forwarding() const {
   for (const auto& info : infos_) {
-    if (!info->program().control.empty()) return info.get();
+    const Program& program = info->program();
+    if (program.machine != nullptr || !program.control.empty()) return info.get();
   }
   return nullptr;
 }

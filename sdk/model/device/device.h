@@ -56,7 +56,8 @@ class Device : public std::enable_shared_from_this<Device> {
   /// In the profile's order.
   const std::vector<std::unique_ptr<RtInfo>>& infos() const { return infos_; }
   const RtInfo* findInfo(const std::string& p4_name) const;
-  /// The program that packets run through: the first with a control flow; null if there is none.
+  /// The program that packets run through: the first with a control flow or a machine; null if
+  /// there is none.
   const RtInfo* forwarding() const;
   /// Null if there is none.
   TableState* findTable(pipe_tbl_hdl_t handle) const;

@@ -11,7 +11,7 @@ LearnLayout::LearnLayout(const Program& program, const Learn& learn) {
 }
 
 const LearnLayout::Field* LearnLayout::find(uint32_t field_id) const {
-  return field_id == 0 || field_id > fields.size() ? nullptr : &fields[field_id - 1];
+  return findById(fields, field_id);
 }
 
 }  // namespace jxmodel

@@ -2,6 +2,8 @@
 
 #include <variant>
 
+#include "model/machine/compiled_machine.h"
+
 namespace jxmodel {
 namespace {
 
@@ -52,6 +54,7 @@ std::string blockRefusal(const Program& program, const ControlBlock& block) {
 }  // namespace
 
 std::string packetRefusal(const Program& program) {
+  if (program.machine != nullptr) return machineRefusal(program);
   for (const PacketField& field : program.fields) {
     std::string reason = widthRefusal(field);
     if (!reason.empty()) return reason;

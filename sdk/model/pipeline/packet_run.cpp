@@ -89,15 +89,11 @@ MatchTable::Applied PacketRun::lookUp(const CompiledApply& apply) {
     load(*field.field, at);
     at += field.value_bytes;
   }
-  MatchTable::Applied applied;
-  if (table.tryApply(values.data(), &applied)) return applied;
-  Pipeline::add(pipeline_.counters_.locked_lookups);
-  const MutexLock lock(pipeline_.device_.mutex());
-  return table.apply(values.data());
+  return pipeline_.reader_.lookUp(table, values.data());
 }
 
 /// Fragments of a datagram take one member: ports, which the first alone has, count for none.
-SelectorTable::Choice PacketRun::choose(const CompiledApply& apply, uint32_t group) {
+uint32_t PacketRun::hashOf(const CompiledApply& apply) {
   Bytes values(apply.hash_bytes);
   uint8_t* at = values.data();
   for (const uint32_t field : apply.hash_fields) {
@@ -109,47 +105,27 @@ SelectorTable::Choice PacketRun::choose(const CompiledApply& apply, uint32_t gro
     }
     at += bound.bytes;
   }
-  const auto hash = static_cast<uint32_t>(crc32_z(0, values.data(), values.size()));
-  const SelectorTable& groups = *apply.state->group_state->groups;
-  SelectorTable::Choice choice;
-  if (groups.tryChoose(group, hash, &choice)) return choice;
-  Pipeline::add(pipeline_.counters_.locked_lookups);
-  const MutexLock lock(pipeline_.device_.mutex());
-  return groups.choose(group, hash);
+  return static_cast<uint32_t>(crc32_z(0, values.data(), values.size()));
 }
 
 BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Applied& applied,
                                 Trace::Step* step) {
-  if (applied.slot == kNoSlot) {
-    if (apply.default_action == nullptr) return {};
-    return {&program_.program.actions[apply.default_action->action],
-            apply.default_action->params.data()};
+  const TableReader::Found found = pipeline_.reader_.actionOf(
+      *apply.state, applied, apply.default_action, [&] { return hashOf(apply); });
+  if (step != nullptr) {
+    step->group_handle = found.group_handle;
+    step->member_handle = found.member_handle;
   }
-  if (applied.result.kind == MatchResult::Kind::kAction) return applied.result.action;
-  uint32_t member = applied.result.slot;
-  if (applied.result.kind == MatchResult::Kind::kGroup) {
-    const SelectorTable::Choice choice = choose(apply, applied.result.slot);
-    if (step != nullptr) step->group_handle = choice.group_handle;
-    member = choice.member;
-    if (member == kNoSlot) {
-      drop(DropReason::kNoMember);
-      return {};
-    }
-  }
-  const ActionDataTable& members = *apply.state->member_state->members;
-  if (step != nullptr) step->member_handle = members.handleOf(member);
-  return members.actionOf(member);
-}
-
-/// Keeps an entry from ageing out.
-void PacketRun::touch(const TableState& state, uint32_t slot) {
-  if (state.match->hit(slot, now()) && state.aging != nullptr) state.aging->woken(slot);
+  if (found.no_member) drop(DropReason::kNoMember);
+  return found.action;
 }
 
 bool PacketRun::apply(const CompiledApply& apply) {
   const MatchTable::Applied applied = lookUp(apply);
   if (trace_ == nullptr) {
-    if (applied.hit && apply.state->table->idle_timeout) touch(*apply.state, applied.slot);
+    if (applied.hit) {
+      noteHit(*apply.state, applied.slot, wire_size_, [this] { return now(); });
+    }
     runAction(actionOf(apply, applied, nullptr));
     return applied.hit;
   }

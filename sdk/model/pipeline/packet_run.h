@@ -25,11 +25,10 @@ class PacketRun {
   void runSteps(const CompiledProgram& program);
   bool apply(const CompiledApply& apply);
   MatchTable::Applied lookUp(const CompiledApply& apply);
-  SelectorTable::Choice choose(const CompiledApply& apply, uint32_t group);
+  uint32_t hashOf(const CompiledApply& apply);
   /// The action of what was found, no action if there is none. Fills in the trace's step.
   BoundAction actionOf(const CompiledApply& apply, const MatchTable::Applied& applied,
                        Trace::Step* step);
-  void touch(const TableState& state, uint32_t slot);
   void runAction(const BoundAction& action);
   /// False where it ends the packet.
   bool run(const CompiledPrimitive& primitive, const uint8_t* params);

@@ -56,7 +56,10 @@ jx_status_t resultOf(const TableState& state, const Info& info, MatchResult* res
   if (info.placement.header.ttl_ms != 0 && !state.table->idle_timeout) return JX_INVALID_ARGUMENTS;
   if (state.member_state != nullptr) return referenceOf(state, info, result);
   if (info.adt_ent_hdl != 0 || info.sel_grp_hdl != 0) return JX_INVALID_ARGUMENTS;
-  return boundAction(state, info.placement, &result->action);
+  const jx_status_t bound = boundAction(state, info.placement, &result->action);
+  if (bound != JX_SUCCESS) return bound;
+  const bool as_default = info.op == PlcmtOp::kMatSetDefault;
+  return state.allows(*result->action.action, as_default) ? JX_SUCCESS : JX_INVALID_ARGUMENTS;
 }
 
 jx_status_t addMatch(TableState& state, const Info& info) {
@@ -135,7 +138,14 @@ jx_status_t clearDefault(TableState& state, const Info& info) {
   return JX_SUCCESS;
 }
 
+/// Whether the description leaves what the operation changes to partners.
+bool changeable(const TableState& state, PlcmtOp op) {
+  const bool of_default = op == PlcmtOp::kMatSetDefault || op == PlcmtOp::kMatClearDefault;
+  return of_default ? !state.table->constant_default : state.takesEntries();
+}
+
 jx_status_t processMatch(TableState& state, const Info& info) {
+  if (!changeable(state, info.op)) return JX_NOT_SUPPORTED;
   switch (info.op) {
     case PlcmtOp::kMatAdd:
       return addMatch(state, info);

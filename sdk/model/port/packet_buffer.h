@@ -78,6 +78,11 @@ class PacketBuffer {
     size_ -= count;
     wire_length_ -= count;
   }
+  /// Leaves the first `size` bytes, if there are more.
+  void trimBack(size_t size) {
+    size_ = std::min(size_, size);
+    wire_length_ = size_;
+  }
 
  private:
   std::unique_ptr<uint8_t[]> bytes_;

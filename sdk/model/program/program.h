@@ -34,6 +34,17 @@ inline constexpr uint32_t kFieldCounterBytes = 0x10008;
 inline constexpr uint32_t kMaxKeyWidth = 128;      // bits of one key field
 inline constexpr uint32_t kMaxParamWidth = 16384;  // bits of one action parameter
 
+/// The item of a list with this id, null if there is none. Ids are positions from 1 but where the
+/// author of a program has given some.
+template <typename Item>
+const Item* findById(const std::vector<Item>& items, uint32_t id) {
+  if (id - 1 < items.size() && items[id - 1].id == id) return &items[id - 1];
+  for (const Item& item : items) {
+    if (item.id == id) return &item;
+  }
+  return nullptr;
+}
+
 /// Bytes of a value of `bits` bits.
 constexpr uint32_t bytesOf(uint32_t bits) { return (bits + 7) / 8; }
 

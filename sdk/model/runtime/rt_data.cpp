@@ -40,12 +40,11 @@ void RtTableData::assignAction(const Action* action, const uint8_t* params) {
 }
 
 const Param* RtTableData::param(uint32_t field_id) const {
-  if (action_ == nullptr || field_id == 0 || field_id > action_->params.size()) return nullptr;
-  return &action_->params[field_id - 1];
+  return action_ == nullptr ? nullptr : findById(action_->params, field_id);
 }
 
 void RtTableData::markSet(const Param& param) {
-  const size_t index = param.id - 1;
+  const size_t index = positionOf(param);
   if (!set_[index] && !param.default_value) --missing_;
   set_[index] = true;
 }
@@ -139,7 +138,7 @@ jx_status_t RtTableData::getValue(uint32_t field_id, uint64_t* value) const {
   uint64_t read = 0;
   if (const Param* const found = param(field_id)) {
     if (found->width > 64) return JX_INVALID_ARGUMENTS;
-    if (!set_[found->id - 1] && !found->default_value) return JX_OBJECT_NOT_FOUND;
+    if (!set_[positionOf(*found)] && !found->default_value) return JX_OBJECT_NOT_FOUND;
     read = readNumber(params_.data() + found->offset, bytesOf(found->width));
   } else if (const auto* const narrow = number32(*this, field_id)) {
     if (!*narrow) return JX_OBJECT_NOT_FOUND;
@@ -167,7 +166,7 @@ jx_status_t RtTableData::getValue(uint32_t field_id, size_t size, uint8_t* value
   }
   JXMODEL_ENTRY("JxRtTableData::getValue");
   if (size != bytesOf(found->width)) return JX_INVALID_ARGUMENTS;
-  if (!set_[found->id - 1] && !found->default_value) return JX_OBJECT_NOT_FOUND;
+  if (!set_[positionOf(*found)] && !found->default_value) return JX_OBJECT_NOT_FOUND;
   std::memcpy(value, params_.data() + found->offset, size);
   return JX_SUCCESS;
 }
@@ -203,7 +202,7 @@ jx_status_t RtTableData::isActive(uint32_t field_id, bool* is_active) const {
   JXMODEL_ENTRY("JxRtTableData::isActive");
   if (is_active == nullptr) return JX_INVALID_ARGUMENTS;
   if (const Param* const found = param(field_id)) {
-    *is_active = set_[found->id - 1];
+    *is_active = set_[positionOf(*found)];
   } else if (!table_.hasDataField(field_id)) {
     return JX_INVALID_ARGUMENTS;
   } else if (const auto* const narrow = number32(*this, field_id)) {

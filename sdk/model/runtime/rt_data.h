@@ -49,6 +49,10 @@ class RtTableData final : public jxrt::JxRtTableData {
 
  private:
   const Param* param(uint32_t field_id) const;
+  /// Of a parameter of the action.
+  size_t positionOf(const Param& param) const {
+    return static_cast<size_t>(&param - action_->params.data());
+  }
   void markSet(const Param& param);
   /// The optional behind a 32-bit field, null if it is none.
   template <typename Self>

@@ -27,12 +27,39 @@ std::unique_ptr<RtTable> makeTable(const DeviceCore& device, const RtInfo& info,
   return nullptr;
 }
 
+/// Makes the entries that the description gives the table. Every device of the program has them by
+/// itself, under the same handles: no placement callback is told.
+void addInitialEntries(TableState& state) {
+  MatchTable& match = *state.match;
+  const std::vector<InitialEntry>& entries = state.table->initial_entries;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    const InitialEntry& entry = entries[i];
+    // Of two with one key that differ in priority, no packet ever meets the lesser.
+    uint32_t slot = match.findKey(entry.key.data());
+    if (slot != kNoSlot && match.priorityOf(slot) >= entry.priority) continue;
+    if (slot != kNoSlot) match.remove(slot);
+    MatchTable::Addition addition;
+    addition.handle = EntryHandles::ofInitial(i);
+    addition.key = entry.key.data();
+    addition.priority = state.table->has_priority ? entry.priority : 0;
+    addition.result.action = {&state.program->actions[entry.call.action], entry.call.params.data()};
+    match.add(addition, &slot);
+  }
+}
+
 }  // namespace
 
 RtInfo::RtInfo(const DeviceCore& device, std::shared_ptr<const Program> program,
                std::optional<uint32_t> handle_base)
     : program_(std::move(program)), states_(program_->tables.size()) {
   for (uint32_t i = 0; i < states_.size(); ++i) makeState(i, handle_base, device.reclaimer());
+  for (const auto& state : states_) {
+    if (state->table->direct_counter) {
+      state->direct_counters = states_[*state->table->direct_counter]->counters.get();
+    }
+    if (state->direct_counters != nullptr) state->match->countIn(state->direct_counters);
+    if (state->match != nullptr) addInitialEntries(*state);
+  }
   for (const auto& state : states_) {
     const bool ages = state->table->idle_timeout && device.dispatch() != nullptr;
     watches_.push_back(ages ? std::make_unique<IdleWatch>(device, *state) : nullptr);

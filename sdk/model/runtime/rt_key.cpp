@@ -52,8 +52,7 @@ uint32_t RtTableKey::number() const { return static_cast<uint32_t>(readNumber(pa
 void RtTableKey::assignNumber(uint32_t number) { writeNumber(number, packed_.data(), 4); }
 
 const KeyField* RtTableKey::field(uint32_t field_id) const {
-  const std::vector<KeyField>& fields = table_.description().key;
-  return field_id == 0 || field_id > fields.size() ? nullptr : &fields[field_id - 1];
+  return findById(table_.description().key, field_id);
 }
 
 const KeyField* RtTableKey::field(uint32_t field_id, jx_rt_key_match_type_t match,

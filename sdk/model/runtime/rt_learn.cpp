@@ -20,8 +20,8 @@ uint64_t messageIdOf(const jx_rt_learn_msg_hdl* handle) {
 }  // namespace
 
 const PacketField* RtLearn::field(uint32_t field_id) const {
-  if (field_id == 0 || field_id > learn_.fields.size()) return nullptr;
-  return &program_.fields[learn_.fields[field_id - 1].field];
+  const LearnField* const found = findById(learn_.fields, field_id);
+  return found == nullptr ? nullptr : &program_.fields[found->field];
 }
 
 bool RtLearn::hasClient() const { return channel_ != nullptr && channel_->hasClient(); }

@@ -63,8 +63,13 @@ void RtMatchTable::readData(uint32_t slot, uint64_t, RtTableData* data) const {
   if (description().idle_timeout) data->ttl_ms = match().ttlOf(slot);
 }
 
-jx_status_t RtMatchTable::resultOf(const RtTableData& data, MatchResult* result) const {
-  if (ownsActions()) return boundActionOf(data, &result->action);
+jx_status_t RtMatchTable::resultOf(const RtTableData& data, bool as_default,
+                                   MatchResult* result) const {
+  if (ownsActions()) {
+    const jx_status_t status = boundActionOf(data, &result->action);
+    if (status != JX_SUCCESS) return status;
+    return state().allows(*result->action.action, as_default) ? JX_SUCCESS : JX_INVALID_ARGUMENTS;
+  }
   if (data.member_id.has_value() == data.group_id.has_value()) return JX_INVALID_ARGUMENTS;
   if (data.member_id) {
     result->kind = MatchResult::Kind::kMember;
@@ -82,7 +87,7 @@ jx_status_t RtMatchTable::add(const UpdateReporter& reporter, const RtTableKey& 
   addition.key = key.packed();
   addition.priority = key.priority();
   addition.ttl_ms = data.ttl_ms.value_or(0);
-  jx_status_t status = resultOf(data, &addition.result);
+  jx_status_t status = resultOf(data, false, &addition.result);
   if (status != JX_SUCCESS) return status;
   uint32_t slot = kNoSlot;
   status = match().add(addition, &slot);
@@ -93,7 +98,7 @@ jx_status_t RtMatchTable::add(const UpdateReporter& reporter, const RtTableKey& 
 jx_status_t RtMatchTable::modify(const UpdateReporter& reporter, uint32_t slot,
                                  const RtTableData& data) const {
   MatchResult result;
-  const jx_status_t status = resultOf(data, &result);
+  const jx_status_t status = resultOf(data, false, &result);
   if (status != JX_SUCCESS) return status;
   match().modify(slot, data.ttl_ms.value_or(match().ttlOf(slot)), result);
   reporter.matchModified(slot);
@@ -114,9 +119,10 @@ void RtMatchTable::move(const UpdateReporter& reporter, uint32_t slot, uint32_t 
 
 jx_status_t RtMatchTable::setDefault(const UpdateReporter& reporter,
                                      const RtTableData& data) const {
+  if (description().constant_default) return JX_NOT_SUPPORTED;
   if (data.ttl_ms) return JX_INVALID_ARGUMENTS;  // a default entry does not age
   MatchResult result;
-  jx_status_t status = resultOf(data, &result);
+  jx_status_t status = resultOf(data, true, &result);
   if (status != JX_SUCCESS) return status;
   status = match().setDefault(0, result);
   if (status == JX_SUCCESS) reporter.defaultSet();
@@ -124,6 +130,7 @@ jx_status_t RtMatchTable::setDefault(const UpdateReporter& reporter,
 }
 
 jx_status_t RtMatchTable::clearDefault(const UpdateReporter& reporter) const {
+  if (description().constant_default) return JX_NOT_SUPPORTED;
   const uint32_t slot = match().defaultEntry();
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;
   const uint32_t handle = match().handleOf(slot);

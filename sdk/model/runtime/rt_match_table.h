@@ -14,6 +14,7 @@ class RtMatchTable final : public RtTable {
  private:
   static Shape shapeOf(const Table& table);
 
+  bool hasWrites() const override { return state().takesEntries(); }
   uint32_t usage() const override ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) { return match().count(); }
   uint32_t slotOf(const RtTableKey& key) const override ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) {
     return match().findKey(key.packed());
@@ -47,8 +48,9 @@ class RtMatchTable final : public RtTable {
   void setIdle(const IdleAttributes& attributes, const jx_rt_target_t& target) const override;
 
   MatchTable& match() const ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex()) { return *state().match; }
-  /// What an entry does: the data's action, or the member or group that it names.
-  jx_status_t resultOf(const RtTableData& data, MatchResult* result) const
+  /// What an entry (or the default entry) does: the data's action, or the member or group that it
+  /// names.
+  jx_status_t resultOf(const RtTableData& data, bool as_default, MatchResult* result) const
       ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());
   void readResult(const MatchResult& result, RtTableData* data) const
       ABSL_EXCLUSIVE_LOCKS_REQUIRED(mutex());

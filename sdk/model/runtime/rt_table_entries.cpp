@@ -221,6 +221,7 @@ jx_status_t RtTable::tableEntryAdd(const jxrt::JxRtSession&, const jx_rt_target_
   const RtTableKey* const own_key = own(key);
   const RtTableData* const own_data = own(data);
   if (own_key == nullptr || own_data == nullptr) return JX_INVALID_ARGUMENTS;
+  if (!hasWrites()) return JX_NOT_SUPPORTED;
   const MutexLock lock(mutex());
   return add(reporterTo(target), *own_key, *own_data);
 }
@@ -247,7 +248,7 @@ jx_status_t RtTable::tableEntryMove(const jxrt::JxRtSession&, const jx_rt_target
   if (status != JX_SUCCESS) return status;
   const RtTableKey* const own_key = own(key);
   if (own_key == nullptr) return JX_INVALID_ARGUMENTS;
-  if (!description().has_priority) return JX_NOT_SUPPORTED;
+  if (!description().has_priority || !hasWrites()) return JX_NOT_SUPPORTED;
   const MutexLock lock(mutex());
   const uint32_t slot = slotOf(*own_key);
   if (slot == kNoSlot) return JX_OBJECT_NOT_FOUND;

@@ -60,6 +60,14 @@ class CounterTable {
             counts.bytes.exchange(pair.bytes, std::memory_order_relaxed)};
   }
 
+  /// Sets a pair and its software copy to 0. A sync meanwhile may bring back what the copy was
+  /// until the next one.
+  void clear(uint32_t index) {
+    exchange(index, {});
+    copies_.get()[index].packets.store(0, std::memory_order_relaxed);
+    copies_.get()[index].bytes.store(0, std::memory_order_relaxed);
+  }
+
  private:
   struct Counts {
     std::atomic<uint64_t> packets;

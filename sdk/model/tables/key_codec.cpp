@@ -94,6 +94,7 @@ KeyCodec::KeyCodec(const Table& table) : fields_(table.key), key_bytes_(table.ke
 }
 
 void KeyCodec::wildcard(uint8_t* key) const {
+  if (key_bytes_ == 0) return;  // `key` may be null
   std::memset(key, 0, key_bytes_);
   for (const KeyField& field : fields_) {
     if (field.match != JX_RT_MATCH_RANGE) continue;

@@ -17,13 +17,12 @@ MatchTable::MatchTable(const Program&, const Table& table, ActionDataTable* memb
       groups_(groups),
       reclaimer_(reclaimer),
       // One record more than entries: the default entry's.
-      store_(kKeyOffset + table.key_bytes + (table.has_priority ? codec_.valueBytes() : 0),
+      store_(tupleOffset() + (table.has_priority ? TupleSpace::ownBytes(codec_) : 0),
              table.size + 1, reclaimer),
-      handles_(handle_base),
+      handles_(table, handle_base),
       keys_(store_, kKeyOffset, table.key_bytes, reclaimer) {
   if (table.has_priority) {
-    tuples_ = std::make_unique<TupleSpace>(codec_, store_, kKeyOffset, kKeyOffset + table.key_bytes,
-                                           reclaimer);
+    tuples_ = std::make_unique<TupleSpace>(codec_, store_, kKeyOffset, tupleOffset(), reclaimer);
     return;
   }
   for (const KeyField& field : table.key) {
@@ -51,22 +50,22 @@ MatchTable::~MatchTable() {
   }
 }
 
+void MatchTable::countIn(CounterTable* counters) {
+  counters_ = std::make_unique<DirectCounters>(*counters);
+}
+
 jx_status_t MatchTable::add(const Addition& addition, uint32_t* slot) {
-  if (count() == table_.size) {
-    return findKey(addition.key) == kNoSlot ? JX_NOT_ENOUGH_SPACE : JX_ALREADY_EXISTS;
-  }
+  if (findKey(addition.key) != kNoSlot) return JX_ALREADY_EXISTS;
+  if (count() == table_.size) return JX_NOT_ENOUGH_SPACE;
   const uint32_t free = store_.peek();
-  const uint32_t handle = handles_.givesOut() ? handles_.handleOf(free) : addition.handle;
+  const uint32_t handle = addition.handle != 0 ? addition.handle : handles_.next(free);
   if (!handles_.bind(handle, free)) return JX_ALREADY_EXISTS;
   // The key set reads keys where they will stay, and packets may find the entry as soon as it is in
   // the set: the record is written before.
   std::memcpy(store_.at(free) + kKeyOffset, addition.key, codec_.keyBytes());
-  if (findKey(addition.key) != kNoSlot) {
-    handles_.unbind(handle);
-    return JX_ALREADY_EXISTS;
-  }
   store_.take(free, handle);
   fill(free, addition.priority, addition.ttl_ms, addition.result);
+  if (counters_) entry(free).count_index.store(counters_->take(handle), std::memory_order_relaxed);
   const Sequence::Change change(sequence_);
   keys_.insert(free);
   if (prefix_field_ != nullptr) countPrefix(free, 1);
@@ -87,9 +86,7 @@ void MatchTable::modify(uint32_t slot, uint32_t ttl_ms, const MatchResult& resul
 
 void MatchTable::move(uint32_t slot, uint32_t priority) {
   const Sequence::Change change(sequence_);
-  if (tuples_) tuples_->remove(slot);
-  entry(slot).priority.store(priority, std::memory_order_release);
-  if (tuples_) tuples_->add(slot);
+  if (tuples_) tuples_->move(slot, priority);
 }
 
 void MatchTable::remove(uint32_t slot) {
@@ -108,6 +105,7 @@ void MatchTable::fill(uint32_t slot, uint32_t priority, uint32_t ttl_ms,
   filled.priority.store(priority, std::memory_order_relaxed);
   filled.next.store(kNoSlot, std::memory_order_relaxed);
   filled.ttl_ms.store(ttl_ms, std::memory_order_relaxed);
+  filled.count_index.store(kNoSlot, std::memory_order_relaxed);
   filled.activity.store(timeOfWrite(), std::memory_order_relaxed);
   filled.result.store(wordOf(result), std::memory_order_release);
 }
@@ -128,6 +126,9 @@ bool MatchTable::markAged(uint32_t slot, uint64_t last_active, bool aged) {
 void MatchTable::release(uint32_t slot) {
   dereference(resultOf(slot));
   handles_.unbind(handleOf(slot));
+  if (counters_) {
+    counters_->giveBack(entry(slot).count_index.exchange(kNoSlot, std::memory_order_relaxed));
+  }
   ActionRecord::retire(reclaimer_, recordIn(entry(slot).result));
   store_.release(slot);
 }
@@ -142,7 +143,7 @@ jx_status_t MatchTable::setDefault(uint32_t handle, const MatchResult& result) {
   const Sequence::Change change(sequence_);
   if (present != kNoSlot) clearDefault();
   const uint32_t free = store_.peek();
-  const uint32_t given = handles_.givesOut() ? handles_.handleOf(free) : handle;
+  const uint32_t given = handles_.givesOut() ? handles_.nextDefault(free) : handle;
   handles_.bind(given, free);
   store_.take(free, given);
   std::memset(store_.at(free) + kKeyOffset, 0, codec_.keyBytes());

@@ -25,7 +25,8 @@
 #include "model/base/sequence.h"
 #include "model/program/program.h"
 #include "model/tables/action_data_table.h"
-#include "model/tables/handle_space.h"
+#include "model/tables/direct_counters.h"
+#include "model/tables/entry_handles.h"
 #include "model/tables/key_codec.h"
 #include "model/tables/key_set.h"
 #include "model/tables/selector_table.h"
@@ -50,8 +51,11 @@ class MatchTable {
              Reclaimer* reclaimer = nullptr);
   ~MatchTable();
 
+  /// Counts the hits of entries from now on; before the first entry is added.
+  void countIn(CounterTable* counters);
+
   struct Addition {
-    uint32_t handle = 0;  // 0 where the device gives handles out
+    uint32_t handle = 0;  // 0 where the device gives handles out; initial entries have one
     const uint8_t* key = nullptr;
     uint32_t priority = 0;
     uint32_t ttl_ms = 0;
@@ -86,6 +90,13 @@ class MatchTable {
   /// takes apply() under the device's mutex, once.
   bool tryApply(const uint8_t* values, Applied* applied) const;
   Applied apply(const uint8_t* values) const;
+
+  /// Where the hits of an entry are counted, kNoSlot if they are not: no counter, or another entry
+  /// has it. For packets that found the entry; its counter counts for nobody else as long as it is
+  /// there.
+  uint32_t countIndexOf(uint32_t slot) const {
+    return entry(slot).count_index.load(std::memory_order_relaxed);
+  }
 
   // Entries that age: of a table whose description says so. Times are the model's clock, ns.
 
@@ -123,11 +134,14 @@ class MatchTable {
   using ResultWord = uintptr_t;
   struct Entry : RankedRecord {
     std::atomic<uint32_t> ttl_ms;
+    std::atomic<uint32_t> count_index;
     std::atomic<ResultWord> result;
     mutable std::atomic<uint64_t> activity;  // a time, and the two bits above it
     // the packed key follows, then what the tuple space keeps
   };
   static constexpr size_t kKeyOffset = sizeof(Entry);
+  /// Of what the tuple space keeps.
+  size_t tupleOffset() const { return kKeyOffset + wordsOf(codec_.keyBytes()) * sizeof(uint64_t); }
   // One word, so that a packet that hits an entry just when it ages out wakes it.
   static constexpr uint64_t kHit = uint64_t{1} << 63;   // the time is a packet's
   static constexpr uint64_t kAged = uint64_t{1} << 62;  // has aged out since
@@ -159,12 +173,13 @@ class MatchTable {
   SelectorTable* groups_;
   Reclaimer* reclaimer_;
   SlotStore store_;
-  HandleSpace handles_;
+  EntryHandles handles_;
   KeySet keys_;
-  std::unique_ptr<TupleSpace> tuples_;      // where entries have priorities
-  const KeyField* prefix_field_ = nullptr;  // the longest-prefix field of a table without those
-  uint32_t prefix_offset_ = 0;              // of its length byte in the packed key
-  std::vector<uint64_t> prefix_masks_;      // of packed keys, as words, by prefix length
+  std::unique_ptr<DirectCounters> counters_;  // where hits are counted per entry
+  std::unique_ptr<TupleSpace> tuples_;        // where entries have priorities
+  const KeyField* prefix_field_ = nullptr;    // the longest-prefix field of a table without those
+  uint32_t prefix_offset_ = 0;                // of its length byte in the packed key
+  std::vector<uint64_t> prefix_masks_;        // of packed keys, as words, by prefix length
   std::array<uint32_t, kMaxKeyWidth + 1> lengths_{};  // entries by prefix length
   static constexpr uint32_t kLengthWords = kMaxKeyWidth / 64 + 1;
   std::array<std::atomic<uint64_t>, kLengthWords> present_{};  // lengths that entries have

@@ -53,6 +53,24 @@ struct TableState {
   /// Of a physical device's table whose entries age; else null.
   EntryAging* aging = nullptr;
 
+  /// Of a physical device's table whose hits are counted per entry; else null.
+  CounterTable* direct_counters = nullptr;
+  /// The index in it of an entry that a packet has hit, by its slot; kNoSlot, which counts nowhere,
+  /// if the entry has none.
+  uint32_t directIndexOf(uint32_t slot) const { return match->countIndexOf(slot); }
+
+  /// Whether entries come and go: not in a table without a key, nor where they are constant.
+  bool takesEntries() const { return !table->key.empty() && !table->constant_entries; }
+  /// Whether an action of the table may be an entry's, or the default's.
+  bool allows(const Action& action, bool as_default) const {
+    const ActionScope refused = as_default ? ActionScope::kEntriesOnly : ActionScope::kDefaultOnly;
+    for (size_t i = 0; i < table->action_scopes.size(); ++i) {
+      if (&program->actions[table->actions[i]] == &action)
+        return table->action_scopes[i] != refused;
+    }
+    return true;
+  }
+
   /// The table's action with this id, null if it has none such.
   const Action* actionById(uint32_t id) const {
     for (const uint32_t index : table->actions) {

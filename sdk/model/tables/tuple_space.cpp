@@ -30,11 +30,12 @@ TupleSpace::Tuple::Tuple(std::string bits, Reclaimer* reclaimer)
     : mask(std::move(bits)), words(wordsIn(mask)), chains(reclaimer) {}
 
 TupleSpace::TupleSpace(const KeyCodec& codec, SlotStore& store, size_t key_offset,
-                       size_t values_offset, Reclaimer* reclaimer)
+                       size_t own_offset, Reclaimer* reclaimer)
     : codec_(codec),
       store_(store),
       key_offset_(key_offset),
-      values_offset_(values_offset),
+      rank_offset_(own_offset),
+      values_offset_(own_offset + sizeof(Rank)),
       reclaimer_(reclaimer),
       list_(new List(kFirstTuples)) {}
 
@@ -104,7 +105,26 @@ void TupleSpace::raise(Tuple* tuple, uint32_t priority) {
   list.at[at].store(tuple, kRelease);
 }
 
+bool TupleSpace::wins(uint32_t slot, uint32_t other) const {
+  const uint32_t own = record(slot).priority.load(kAcquire);
+  const uint32_t others = record(other).priority.load(kAcquire);
+  if (own != others) return own > others;
+  return rankOf(slot).added.load(kAcquire) < rankOf(other).added.load(kAcquire);
+}
+
 void TupleSpace::add(uint32_t slot) {
+  auto& rank = *reinterpret_cast<Rank*>(store_.at(slot) + rank_offset_);
+  rank.added.store(++adds_, kRelease);
+  link(slot);
+}
+
+void TupleSpace::move(uint32_t slot, uint32_t priority) {
+  remove(slot);
+  record(slot).priority.store(priority, kRelease);
+  link(slot);
+}
+
+void TupleSpace::link(uint32_t slot) {
   std::string mask(codec_.valueBytes(), '\0');
   uint8_t* const values = store_.at(slot) + values_offset_;
   std::string compared(codec_.valueBytes(), '\0');
@@ -120,7 +140,7 @@ void TupleSpace::add(uint32_t slot) {
 
   const uint32_t hash = hashOf(values);
   const uint32_t first = firstOf(tuple, hash, values);
-  if (first == kNoSlot || added.wins(record(first))) {
+  if (first == kNoSlot || wins(slot, first)) {
     added.next.store(first, kRelease);
     if (first != kNoSlot) return tuple.chains.replace(hash, first, slot);
     tuple.filter.add(hash);
@@ -128,7 +148,7 @@ void TupleSpace::add(uint32_t slot) {
   }
   uint32_t before = first;
   for (uint32_t next; (next = record(before).next.load(kRelaxed)) != kNoSlot; before = next) {
-    if (added.wins(record(next))) break;
+    if (wins(slot, next)) break;
   }
   added.next.store(record(before).next.load(kRelaxed), kRelease);
   record(before).next.store(slot, kRelease);
@@ -163,7 +183,7 @@ uint32_t TupleSpace::winnerOf(const Tuple& tuple, const uint64_t* values, uint64
   if (!tuple.filter.mayHave(hash)) return best;
   uint32_t slot = firstOf(tuple, hash, bytesIn(masked));
   for (; slot != kNoSlot; slot = record(slot).next.load(kAcquire)) {
-    if (best != kNoSlot && !record(slot).wins(record(best))) return best;
+    if (best != kNoSlot && !wins(slot, best)) return best;
     if (codec_.inRanges(keyOf(slot), bytesIn(values))) return slot;
   }
   return best;

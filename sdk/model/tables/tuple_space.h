@@ -26,14 +26,6 @@ namespace jxmodel {
 struct RankedRecord : Record {
   std::atomic<uint32_t> priority;
   std::atomic<uint32_t> next;  // slot of the entry behind it in its chain
-
-  /// Greater priorities win, at equal priority the lower handle.
-  bool wins(const RankedRecord& other) const {
-    const uint32_t own = priority.load(std::memory_order_acquire);
-    const uint32_t others = other.priority.load(std::memory_order_acquire);
-    if (own != others) return own > others;
-    return handle.load(std::memory_order_acquire) < other.handle.load(std::memory_order_acquire);
-  }
 };
 
 /// Tells of most hashes that they are not in a small set, by one word: bit i stands for the hashes
@@ -63,15 +55,20 @@ class HashFilter {
 
 class TupleSpace {
  public:
-  /// The records of `store` have their packed keys at `key_offset`; the codec's valueBytes() bytes
-  /// at `values_offset` are the tuple space's own.
-  TupleSpace(const KeyCodec& codec, SlotStore& store, size_t key_offset, size_t values_offset,
+  /// Bytes of a record that are the tuple space's own.
+  static size_t ownBytes(const KeyCodec& codec) { return sizeof(Rank) + codec.valueBytes(); }
+
+  /// The records of `store` have their packed keys at `key_offset`; the ownBytes() at `own_offset`,
+  /// a multiple of 8, are the tuple space's own.
+  TupleSpace(const KeyCodec& codec, SlotStore& store, size_t key_offset, size_t own_offset,
              Reclaimer* reclaimer);
   ~TupleSpace();
 
-  /// Adds the entry at `slot`: handle, key and priority are written.
+  /// Adds the entry at `slot`: key and priority are written.
   void add(uint32_t slot);
-  /// Removes what was added; the handle, key and priority are still those.
+  /// Gives an entry another priority; among those it is as old as it was.
+  void move(uint32_t slot, uint32_t priority);
+  /// Removes what was added; the key and priority are still those.
   void remove(uint32_t slot);
   /// The slot of the entry that wins for these packet values, kNoSlot if none matches.
   uint32_t lookup(const uint8_t* packed) const;
@@ -79,6 +76,10 @@ class TupleSpace {
   size_t tuples() const { return by_mask_.size(); }
 
  private:
+  /// What the tuple space keeps of an entry in front of its values: its place in the order of adds.
+  struct Rank {
+    std::atomic<uint64_t> added;
+  };
   struct Tuple {
     Tuple(std::string bits, Reclaimer* reclaimer);
     const std::string mask;                 // of the packet values
@@ -104,6 +105,13 @@ class TupleSpace {
   }
   const uint8_t* keyOf(uint32_t slot) const { return store_.at(slot) + key_offset_; }
   const uint8_t* valuesOf(uint32_t slot) const { return store_.at(slot) + values_offset_; }
+  const Rank& rankOf(uint32_t slot) const {
+    return *reinterpret_cast<const Rank*>(store_.at(slot) + rank_offset_);
+  }
+  /// Whether the entry at `slot` wins over the other where both match: the greater priority, and at
+  /// equal priority the entry that was added before.
+  bool wins(uint32_t slot, uint32_t other) const;
+  void link(uint32_t slot);
   uint32_t hashOf(const uint8_t* masked) const;
   uint32_t firstOf(const Tuple& tuple, uint32_t hash, const uint8_t* masked) const;
   uint32_t winnerOf(const Tuple& tuple, const uint64_t* values, uint64_t* masked,
@@ -117,8 +125,10 @@ class TupleSpace {
   const KeyCodec& codec_;
   SlotStore& store_;
   const size_t key_offset_;
+  const size_t rank_offset_;
   const size_t values_offset_;
   Reclaimer* const reclaimer_;
+  uint64_t adds_ = 0;
   absl::flat_hash_map<std::string, Tuple*> by_mask_;  // the writer's; owns the tuples
   std::atomic<List*> list_;
 };

@@ -41,6 +41,14 @@ const char* textOf(CompareOp op) {
   return " ? ";
 }
 
+/// "  (l2.p4:34: dmac.apply())", without what stands in the step already.
+std::string textOf(const Trace::Step& step, const Trace::Source& source) {
+  if (source.file.empty()) return {};
+  std::string text = "  (" + source.file + ':' + std::to_string(source.line);
+  if (!source.fragment.empty() && source.fragment != step.what) text += ": " + source.fragment;
+  return text + ')';
+}
+
 std::string textOf(const Trace::Step& step) {
   if (step.kind == Trace::Step::Kind::kBranch) {
     return "if " + step.what + (step.taken ? ": yes" : ": no");
@@ -63,7 +71,7 @@ std::string textOf(const Trace::Step& step) {
   return text + ')';
 }
 
-nlohmann::json jsonOf(const Trace::Step& step) {
+nlohmann::json jsonOfStep(const Trace::Step& step) {
   if (step.kind == Trace::Step::Kind::kBranch) return {{"if", step.what}, {"holds", step.taken}};
   if (step.kind == Trace::Step::Kind::kStep) return {{"step", step.what}};
   nlohmann::json json = {{"table", step.what}, {"hit", step.taken}};
@@ -76,6 +84,14 @@ nlohmann::json jsonOf(const Trace::Step& step) {
   for (const Trace::Parameter& parameter : step.parameters) {
     json["parameters"][parameter.name] = hex(parameter.value);
   }
+  return json;
+}
+
+nlohmann::json jsonOf(const Trace::Step& step) {
+  nlohmann::json json = jsonOfStep(step);
+  if (step.source.file.empty()) return json;
+  json["source"] = {
+      {"file", step.source.file}, {"line", step.source.line}, {"fragment", step.source.fragment}};
   return json;
 }
 
@@ -95,6 +111,12 @@ const char* reasonOf(DropReason reason) {
       return "group without an active member";
     case DropReason::kNoEgress:
       return "no port was chosen";
+    case DropReason::kNoCopies:
+      return "multicast group without ports";
+    case DropReason::kTooOften:
+      return "resubmitted or recirculated too often";
+    case DropReason::kEndless:
+      return "stopped after too many steps";
   }
   return "unknown";
 }
@@ -134,6 +156,7 @@ std::string textOf(const Program& program, const Primitive& primitive) {
 std::string textOf(const Outcome& outcome) {
   switch (outcome.kind) {
     case Outcome::Kind::kForwarded:
+      if (outcome.copies > 1) return "forwarded as " + std::to_string(outcome.copies) + " packets";
       return "forwarded to port " + std::to_string(outcome.port);
     case Outcome::Kind::kFlooded:
       return "flooded";
@@ -147,7 +170,10 @@ std::string textOf(const Outcome& outcome) {
 
 std::string Trace::text() const {
   std::string all = program + ", from port " + std::to_string(ingress_port);
-  for (const Step& step : steps) all += "\n  " + textOf(step);
+  for (const Step& step : steps) all += "\n  " + textOf(step) + textOf(step, step.source);
+  for (const Leaving& packet : leaving) {
+    all += "\n  port " + std::to_string(packet.port) + ": " + hex(packet.bytes);
+  }
   return all + "\n  " + textOf(outcome);
 }
 
@@ -158,6 +184,9 @@ std::string Trace::json() const {
                         {"outcome", textOf(outcome)}};
   for (const Step& step : steps) all["steps"].push_back(jsonOf(step));
   if (outcome.kind == Outcome::Kind::kForwarded) all["egress_port"] = outcome.port;
+  for (const Leaving& packet : leaving) {
+    all["packets"].push_back({{"port", packet.port}, {"bytes", hex(packet.bytes)}});
+  }
   return all.dump();
 }
 

@@ -6,12 +6,18 @@
 #include <string>
 #include <vector>
 
-#include "model/trace/outcome.h"
 #include "model/program/program.h"
+#include "model/trace/outcome.h"
 
 namespace jxmodel {
 
 struct Trace {
+  /// Where a step stands in a program's source; without a file where that is not known.
+  struct Source {
+    std::string file;
+    uint32_t line = 0;
+    std::string fragment;
+  };
   struct Parameter {
     std::string name;
     std::vector<uint8_t> value;  // network byte order
@@ -28,11 +34,18 @@ struct Trace {
     uint32_t group_handle = 0;
     std::string action;  // empty: none was run
     std::vector<Parameter> parameters;
+    Source source;
+  };
+  /// A packet that would leave a machine.
+  struct Leaving {
+    uint32_t port = 0;
+    std::vector<uint8_t> bytes;
   };
 
   std::string program;
   uint32_t ingress_port = 0;
   std::vector<Step> steps;
+  std::vector<Leaving> leaving;  // of machines
   Outcome outcome;
 
   /// Several lines for people, without the end of the last.

@@ -1,6 +1,7 @@
 // Packet lookups, against a walk over all entries.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 
 #include "unit/model/random_writes.h"
@@ -11,8 +12,36 @@ namespace {
 using jxmodel::kNoSlot;
 using jxmodel::MatchTable;
 
+/// The order in which the entries of a table came, as seen from outside by whoever looks after each
+/// write.
+class Arrivals {
+ public:
+  void look(const MatchTable& table) {
+    for (uint32_t slot = 0; slot < table.end(); ++slot) {
+      if (!table.used(slot)) {
+        seen_.erase(slot);
+        continue;
+      }
+      const uint8_t* const key = table.keyOf(slot);
+      Arrival& arrival = seen_[slot];
+      if (arrival.number != 0 && std::equal(arrival.key.begin(), arrival.key.end(), key)) continue;
+      arrival = {Bytes(key, key + table.codec().keyBytes()), ++last_};
+    }
+  }
+  uint64_t of(uint32_t slot) const { return seen_.at(slot).number; }
+
+ private:
+  struct Arrival {
+    Bytes key;
+    uint64_t number = 0;
+  };
+  std::map<uint32_t, Arrival> seen_;
+  uint64_t last_ = 0;
+};
+
 /// Of the entries that match, the one that wins by definition.
-uint32_t walk(const MatchTable& table, const jxmodel::Table& description, const uint8_t* values) {
+uint32_t walk(const MatchTable& table, const jxmodel::Table& description, const Arrivals& arrivals,
+              const uint8_t* values) {
   uint32_t best = kNoSlot;
   const auto prefix = [&](uint32_t slot) {
     int length = 0;
@@ -28,7 +57,7 @@ uint32_t walk(const MatchTable& table, const jxmodel::Table& description, const 
       return description.has_priority ? int64_t{table.priorityOf(of)} : int64_t{prefix(of)};
     };
     if (best == kNoSlot || rank(slot) > rank(best) ||
-        (rank(slot) == rank(best) && table.handleOf(slot) < table.handleOf(best))) {
+        (rank(slot) == rank(best) && arrivals.of(slot) < arrivals.of(best))) {
       best = slot;
     }
   }
@@ -53,9 +82,13 @@ TEST_P(Lookup, FindsWhatAWalkOverAllEntriesFinds) {
   const MatchTable& table = *device.state(GetParam()).match;
   const jxmodel::Table& description = *device.state(GetParam()).table;
   std::mt19937 random(99);
+  Arrivals arrivals;
   uint32_t hits = 0, misses = 0;
   for (int round = 0; round < 12; ++round) {
-    for (int i = 0; i < 2500; ++i) writes.write();
+    for (int i = 0; i < 2500; ++i) {
+      writes.write();
+      arrivals.look(table);
+    }
     for (int i = 0; i < 300; ++i) {
       // Packets near what is there: an entry's values with a few bits turned.
       Bytes values(table.codec().valueBytes());
@@ -66,7 +99,7 @@ TEST_P(Lookup, FindsWhatAWalkOverAllEntriesFinds) {
         values[random() % values.size()] ^= static_cast<uint8_t>(1u << random() % 8);
       }
       clearPadding(description, &values);
-      const uint32_t expected = walk(table, description, values.data());
+      const uint32_t expected = walk(table, description, arrivals, values.data());
       ASSERT_EQ(table.lookup(values.data()), expected);
       ++(expected == kNoSlot ? misses : hits);
     }
@@ -81,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(Tables, Lookup,
                                          "ternary_direct", "lpm_and_exact"),
                          [](const auto& row) { return std::string(row.param); });
 
-TEST(LookupOrder, TakesTheGreaterPriorityAndThenTheLowerHandle) {
+TEST(LookupOrder, TakesTheGreaterPriorityAndThenTheOlderEntry) {
   const ModelDevice device(20, ModelDevice::Kind::kVirtual, {everyKind()}, 0);
   const TableUser acl(device, "acl");
   const auto keyWith = [&acl](uint64_t mask, uint32_t priority) {
@@ -104,6 +137,16 @@ TEST(LookupOrder, TakesTheGreaterPriorityAndThenTheLowerHandle) {
   EXPECT_EQ(hit(), acl.handle(first));
   ASSERT_EQ(acl.del(first), JX_SUCCESS);
   EXPECT_EQ(hit(), acl.handle(second));
+  // Added anew it is the younger one, under the lower handle.
+  ASSERT_EQ(acl.add(first, acl.data("nop", {})), JX_SUCCESS);
+  ASSERT_LT(acl.handle(first), acl.handle(second));
+  EXPECT_EQ(hit(), acl.handle(second));
+  // An entry that moves stays as old as it is.
+  for (const uint32_t priority : {7u, 5u}) {
+    ASSERT_EQ(second->prioritySet(priority), JX_SUCCESS);
+    ASSERT_EQ(acl.move(second), JX_SUCCESS);
+    EXPECT_EQ(hit(), acl.handle(second));
+  }
 }
 
 }  // namespace

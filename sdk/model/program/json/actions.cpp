@@ -17,15 +17,11 @@ void readParams(const Node& list, Action* action) {
   Names names("parameter");
   for (const Node& node : list.items(0, kMaxItems)) {
     Param param = readParam(node, &names);
-    param.id = static_cast<uint32_t>(action->params.size()) + 1;
-    param.offset = action->param_bytes;
-    action->param_bytes += bytesOf(param.width);
     action->params.push_back(std::move(param));
   }
-  if (action->param_bytes > kMaxParamBytes) {
-    list.fail("the packed parameters have " + std::to_string(action->param_bytes) +
-              " bytes, at most " + std::to_string(kMaxParamBytes) + " are allowed");
-  }
+  layOutParams(action);
+  const std::string refusal = paramSizeRefusal(*action);
+  if (!refusal.empty()) list.fail(refusal);
 }
 
 void expectWidth(const Node& node, std::string_view what, const std::string& name, uint32_t width,
@@ -140,7 +136,7 @@ void declareActions(const Node& list, Draft* draft) {
   for (const Node& node : list.items(0, kMaxItems)) {
     node.expectObject("an action", {"name", "params", "body"});
     Action action;
-    action.id = draft->idAt(draft->program.actions.size());
+    action.id = idAt(draft->program.id, draft->program.actions.size());
     action.name = draft->actions.declare(node);
     if (const auto params = node.find("params")) readParams(*params, &action);
     draft->program.actions.push_back(std::move(action));

@@ -8,17 +8,10 @@
 #include <unordered_map>
 
 #include "model/program/json/reader.h"
+#include "model/program/layout.h"
 #include "model/program/program.h"
 
 namespace jxmodel {
-
-inline constexpr uint32_t kMaxProgramId = 4095;
-inline constexpr uint32_t kMaxItems = 0x7FFF;  // of one kind: positions share 16 bits with a mark
-inline constexpr uint32_t kMaxTableSize = 16'777'216;
-inline constexpr uint32_t kMaxGroupMembers = 65'536;
-inline constexpr uint32_t kMaxKeyBytes = 1024;
-inline constexpr uint32_t kMaxParamBytes = 4096;
-inline constexpr uint32_t kIndexWidth = 32;  // bits of a port, a counter index, a member id
 
 /// The names of one kind of thing, and which item of its list each one is.
 class Names {
@@ -56,10 +49,6 @@ struct Draft {
   Names actions{"action"};
   Names tables{"table"};
   Names learns{"learn object"};
-
-  uint32_t idAt(size_t index) const {
-    return program.id << 16 | (static_cast<uint32_t>(index) + 1);
-  }
 };
 
 // Actions come in two steps, because tables name actions and the steps of actions name tables.

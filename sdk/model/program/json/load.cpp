@@ -10,28 +10,6 @@ namespace {
 
 constexpr size_t kMaxFileSize = 16u << 20;  // bytes
 
-// Names and constants of the document can hold anything; an error stays one line.
-std::string oneLine(std::string_view text) {
-  std::string line;
-  for (const char c : text) {
-    const auto code = static_cast<unsigned char>(c);
-    if (code >= 0x20 && code != 0x7F) {
-      line += c;
-      continue;
-    }
-    char escape[8];
-    std::snprintf(escape, sizeof escape, "\\x%02x", code);
-    line += escape;
-  }
-  return line;
-}
-
-void fill(LoadError* error, const std::string& file, std::string_view place,
-          std::string_view reason) {
-  if (error == nullptr) return;
-  *error = {oneLine(file), place.empty() ? "/" : oneLine(place), oneLine(reason)};
-}
-
 void readFields(const Node& list, Draft* draft) {
   for (const Node& node : list.items(0, kMaxItems)) {
     node.expectObject("a field", {"name", "width"});
@@ -55,11 +33,10 @@ void readLearnFields(const Node& list, const Draft& draft, Learn* learn) {
 }
 
 void readLearns(const Node& list, Draft* draft) {
-  constexpr uint32_t kLearnMark = 0x8000;
   for (const Node& node : list.items(0, kMaxItems)) {
     node.expectObject("a learn object", {"name", "fields"});
     Learn learn;
-    learn.id = draft->idAt(draft->program.learns.size()) | kLearnMark;
+    learn.id = learnIdAt(draft->program.id, draft->program.learns.size());
     learn.name = draft->learns.declare(node);
     readLearnFields(node.at("fields"), *draft, &learn);
     draft->program.learns.push_back(std::move(learn));
@@ -109,7 +86,7 @@ std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std
     const Json document = parseDocument(text);
     return std::make_shared<const Program>(readProgram(Node(document)));
   } catch (const LoadFailure& failure) {
-    fill(error, name, failure.place, failure.reason);
+    report(failure, name, error);
     return nullptr;
   }
 }
@@ -117,7 +94,7 @@ std::shared_ptr<const Program> parseProgramJson(std::string_view text, const std
 std::shared_ptr<const Program> loadProgramJson(const std::string& path, LoadError* error) {
   std::string text;
   if (const int failure = readFile(path, &text); failure != 0) {
-    fill(error, path, "cannot be read", std::strerror(failure));
+    report({"cannot be read", std::strerror(failure)}, path, error);
     return nullptr;
   }
   return parseProgramJson(text, path, error);

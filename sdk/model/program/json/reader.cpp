@@ -1,6 +1,8 @@
 #include "model/program/json/reader.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <iterator>
 #include <set>
 
 #include "model/program/constant.h"
@@ -37,7 +39,8 @@ LoadFailure syntaxFailure(std::string_view text, size_t byte, std::string_view w
 // Follows a parser through the document, ahead of the pass that builds it.
 class DocumentWatch final : public nlohmann::json_sax<Json> {
  public:
-  explicit DocumentWatch(std::string_view text) : text_(text) {}
+  DocumentWatch(std::string_view text, uint32_t max_nesting)
+      : text_(text), max_nesting_(max_nesting) {}
 
   bool null() override { return beginValue(); }
   bool boolean(bool) override { return beginValue(); }
@@ -80,8 +83,8 @@ class DocumentWatch final : public nlohmann::json_sax<Json> {
 
   bool open(bool list) {
     beginValue();
-    if (levels_.size() == kMaxNesting) {
-      throw LoadFailure{place(), "nested deeper than " + std::to_string(kMaxNesting) + " levels"};
+    if (levels_.size() == max_nesting_) {
+      throw LoadFailure{place(), "nested deeper than " + std::to_string(max_nesting_) + " levels"};
     }
     levels_.emplace_back();
     levels_.back().list = list;
@@ -106,8 +109,75 @@ class DocumentWatch final : public nlohmann::json_sax<Json> {
   }
 
   std::string_view text_;
+  uint32_t max_nesting_;
   std::vector<Level> levels_;
 };
+
+// Walks through a document, without the machine's stack: documents nest deeply.
+class PlaceSearch {
+ public:
+  PlaceSearch(const Json& document, const Json& wanted) : wanted_(wanted) { enter(document); }
+
+  /// JSON pointer of the wanted value, which is in the document.
+  std::string run() {
+    while (!found_ && !levels_.empty()) {
+      Level& level = levels_.back();
+      if (level.next == level.parent->end()) {
+        levels_.pop_back();
+      } else {
+        const Json& child = *level.next++;
+        enter(child);
+      }
+    }
+    std::string place;
+    for (const Level& level : levels_) place += step(level);
+    return place;
+  }
+
+ private:
+  struct Level {
+    const Json* parent;
+    Json::const_iterator next;  // child that is visited next
+  };
+
+  void enter(const Json& value) {
+    found_ = &value == &wanted_;
+    if (!found_ && value.is_structured()) levels_.push_back({&value, value.begin()});
+  }
+
+  static std::string step(const Level& level) {
+    const auto visited = std::prev(level.next);
+    return pointerStep(level.parent->is_object() ? visited.key()
+                                                 : std::to_string(visited - level.parent->begin()));
+  }
+
+  const Json& wanted_;
+  bool found_ = false;
+  std::vector<Level> levels_;
+};
+
+// Names and constants of the document can hold anything; an error stays one line.
+std::string oneLine(std::string_view text) {
+  std::string line;
+  for (const char c : text) {
+    const auto code = static_cast<unsigned char>(c);
+    if (code >= 0x20 && code != 0x7F) {
+      line += c;
+      continue;
+    }
+    char escape[8];
+    std::snprintf(escape, sizeof escape, "\\x%02x", code);
+    line += escape;
+  }
+  return line;
+}
+
+// Places of deeply nested values keep both ends.
+std::string shortPlace(const std::string& place) {
+  constexpr size_t kEnd = 200;
+  if (place.size() <= 2 * kEnd) return place;
+  return place.substr(0, kEnd) + "..." + place.substr(place.size() - kEnd);
+}
 
 bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 
@@ -121,13 +191,21 @@ std::string inQuotes(std::string_view text) {
   return "'" + std::string(text.substr(0, kShown)) + "...'";
 }
 
-Json parseDocument(std::string_view text) {
-  DocumentWatch watch(text);
+void report(const LoadFailure& failure, const std::string& file, LoadError* error) {
+  if (error == nullptr) return;
+  const std::string place = failure.place.empty() ? "/" : shortPlace(failure.place);
+  *error = {oneLine(file), oneLine(place), oneLine(failure.reason)};
+}
+
+Json parseDocument(std::string_view text, uint32_t max_nesting) {
+  DocumentWatch watch(text, max_nesting);
   Json::sax_parse(text, &watch);
   return Json::parse(text);
 }
 
-void Node::fail(std::string reason) const { throw LoadFailure{place_, std::move(reason)}; }
+void Node::fail(std::string reason) const {
+  throw LoadFailure{PlaceSearch(*document_, *value_).run(), std::move(reason)};
+}
 
 void Node::expectObject(std::string_view what, std::initializer_list<const char*> members) const {
   if (!value_->is_object()) fail("must be an object");
@@ -152,14 +230,20 @@ Node Node::at(const char* member) const {
 std::optional<Node> Node::find(const char* member) const {
   const auto found = value_->find(member);
   if (found == value_->end()) return std::nullopt;
-  return Node(*found, place_ + pointerStep(member));
+  return Node(*found, *document_);
+}
+
+std::optional<Node> Node::findValue(const char* member) const {
+  std::optional<Node> node = find(member);
+  if (node && node->isNull()) node.reset();
+  return node;
 }
 
 std::vector<std::pair<std::string, Node>> Node::members() const {
   if (!value_->is_object()) fail("must be an object");
   std::vector<std::pair<std::string, Node>> all;
   for (const auto& item : value_->items()) {
-    all.emplace_back(item.key(), Node(item.value(), place_ + pointerStep(item.key())));
+    all.emplace_back(item.key(), Node(item.value(), *document_));
   }
   return all;
 }
@@ -172,9 +256,7 @@ std::vector<Node> Node::items(size_t min, size_t max) const {
   }
   std::vector<Node> all;
   all.reserve(value_->size());
-  for (size_t i = 0; i < value_->size(); ++i) {
-    all.emplace_back((*value_)[i], place_ + pointerStep(std::to_string(i)));
-  }
+  for (const Json& item : *value_) all.push_back(Node(item, *document_));
   return all;
 }
 

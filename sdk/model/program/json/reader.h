@@ -2,7 +2,7 @@
 // asked of it and does not hold becomes a LoadFailure with that place.
 //
 // The reading functions report by exception, so that they can return what they read and nest as
-// the document does. None leaves parseProgramJson, which turns it into a LoadError.
+// the document does. None leaves a front-end, which turns it into a LoadError.
 #pragma once
 
 #include <cstdint>
@@ -14,14 +14,12 @@
 #include <utility>
 #include <vector>
 
+#include "model/program/load_failure.h"
+
 namespace jxmodel {
 
 /// Keeps the order of members, so that the first error is the first one of the file.
 using Json = nlohmann::ordered_json;
-
-struct LoadFailure {
-  std::string place, reason;
-};
 
 inline constexpr uint32_t kMaxNesting = 64;      // levels of lists and objects
 inline constexpr uint32_t kMaxNameLength = 255;  // characters
@@ -29,19 +27,26 @@ inline constexpr uint32_t kMaxNameLength = 255;  // characters
 /// `text` between single quotes, shortened where it is long.
 std::string inQuotes(std::string_view text);
 
-/// Parses a document and refuses what a parser alone lets pass: members given twice, and nesting
-/// that a reader's stack should not follow. Throws LoadFailure.
-Json parseDocument(std::string_view text);
+/// The failure as the caller of a front-end gets it: each text on one line. `error` may be null.
+void report(const LoadFailure& failure, const std::string& file, LoadError* error);
 
-/// A value of the document, which must outlive it, and its JSON pointer.
+/// Parses a document and refuses what a parser alone lets pass: members given twice, and nesting
+/// deeper than `max_nesting` levels. Throws LoadFailure.
+Json parseDocument(std::string_view text, uint32_t max_nesting = kMaxNesting);
+
+/// A value of a document, which must outlive it. Small: pass and keep copies.
 class Node {
  public:
-  explicit Node(const Json& value, std::string place = {})
-      : value_(&value), place_(std::move(place)) {}
+  /// The document itself.
+  explicit Node(const Json& document) : value_(&document), document_(&document) {}
 
+  /// Throws a LoadFailure with the JSON pointer of the value.
   [[noreturn]] void fail(std::string reason) const;
 
+  bool isNull() const { return value_->is_null(); }
+  bool isBoolean() const { return value_->is_boolean(); }
   bool isObject() const { return value_->is_object(); }
+  bool isList() const { return value_->is_array(); }
   bool isString() const { return value_->is_string(); }
   bool isUnsigned() const { return value_->is_number_unsigned(); }
 
@@ -53,6 +58,8 @@ class Node {
   /// A member of an object; missing is a failure.
   Node at(const char* member) const;
   std::optional<Node> find(const char* member) const;
+  /// A member that is there and not null.
+  std::optional<Node> findValue(const char* member) const;
   /// All members of an object, in the order of the file.
   std::vector<std::pair<std::string, Node>> members() const;
 
@@ -80,10 +87,12 @@ class Node {
   std::vector<uint8_t> constant(uint32_t width) const;
 
  private:
+  Node(const Json& value, const Json& document) : value_(&value), document_(&document) {}
+
   std::string describe() const;
 
   const Json* value_;
-  std::string place_;
+  const Json* document_;
 };
 
 }  // namespace jxmodel

@@ -27,39 +27,6 @@ constexpr MatchRow kMatches[] = {
     {"lpm", JX_RT_MATCH_LPM},     {"optional", JX_RT_MATCH_OPTIONAL},
 };
 
-uint32_t packedBytes(jx_rt_key_match_type_t match, uint32_t value_bytes) {
-  switch (match) {
-    case JX_RT_MATCH_TERNARY:
-    case JX_RT_MATCH_RANGE:
-      return 2 * value_bytes;
-    case JX_RT_MATCH_LPM:
-    case JX_RT_MATCH_OPTIONAL:
-      return value_bytes + 1;
-    default:
-      return value_bytes;
-  }
-}
-
-void appendKeyField(KeyField field, Table* table) {
-  field.id = static_cast<uint32_t>(table->key.size()) + 1;
-  field.offset = table->key_bytes;
-  field.value_bytes = bytesOf(field.width);
-  field.packed_bytes = packedBytes(field.match, field.value_bytes);
-  table->key_bytes += field.packed_bytes;
-  table->has_priority |= field.match == JX_RT_MATCH_TERNARY || field.match == JX_RT_MATCH_RANGE ||
-                         field.match == JX_RT_MATCH_OPTIONAL;
-  table->key.push_back(std::move(field));
-}
-
-// The key of a table that is addressed by a number: $MEMBER_ID and the like.
-void appendIndexKey(const char* name, Table* table) {
-  KeyField field;
-  field.name = name;
-  field.width = kIndexWidth;
-  field.match = JX_RT_MATCH_EXACT;
-  appendKeyField(std::move(field), table);
-}
-
 void readKeyField(const Node& node, const Draft& draft, Table* table) {
   node.expectObject("a key field", {"field", "match"});
   const Node reference = node.at("field");
@@ -72,7 +39,7 @@ void readKeyField(const Node& node, const Draft& draft, Table* table) {
   const bool taken = std::any_of(table->key.begin(), table->key.end(),
                                  [index](const KeyField& other) { return other.field == index; });
   if (taken) reference.fail("field " + inQuotes(field.name) + " is already in the key");
-  appendKeyField(std::move(field), table);
+  table->key.push_back(std::move(field));
 }
 
 // Which entry wins would be undefined between a longer prefix and another field's priority.
@@ -92,10 +59,9 @@ void readKey(const Node& list, const Draft& draft, Table* table) {
   const std::vector<Node> nodes = list.items(1, kMaxItems);
   for (const Node& node : nodes) readKeyField(node, draft, table);
   checkLpm(nodes, *table);
-  if (table->key_bytes > kMaxKeyBytes) {
-    list.fail("the packed key has " + std::to_string(table->key_bytes) + " bytes, at most " +
-              std::to_string(kMaxKeyBytes) + " are allowed");
-  }
+  layOutKey(table);
+  const std::string refusal = keySizeRefusal(*table);
+  if (!refusal.empty()) list.fail(refusal);
 }
 
 void readActionNames(const Node& list, const Draft& draft, Table* table) {
@@ -190,8 +156,11 @@ Table declareTable(const Node& node, Draft* draft) {
   }
   table.name = draft->tables.declare(node);
   table.size = node.at("size").number(min_size, kMaxTableSize);
-  table.id = draft->idAt(draft->program.tables.size());
-  table.handle = (static_cast<uint32_t>(table.type) + 1) << 28 | table.id;
+  const size_t index = draft->program.tables.size();
+  table.id = idAt(draft->program.id, index);
+  table.handle = tableHandleAt(draft->program.id, table.type, index);
+  addIndexKey(&table);
+  layOutKey(&table);
   return table;
 }
 
@@ -222,7 +191,6 @@ void readMatch(const Node& node, const Draft& draft, Table* table) {
 }
 
 void readSelector(const Node& node, const Draft& draft, Table* table) {
-  appendIndexKey(JX_RT_FIELD_GROUP_ID, table);
   table->action_data_table =
       resolveTable(node.at("action_data"), JX_RT_TABLE_ACTION_DATA, "action_data", draft);
   table->max_members = node.at("max_members").number(1, kMaxGroupMembers);
@@ -243,14 +211,12 @@ void readDetails(const Node& node, const Draft& draft, Table* table) {
       readMatch(node, draft, table);
       break;
     case JX_RT_TABLE_ACTION_DATA:
-      appendIndexKey(JX_RT_FIELD_MEMBER_ID, table);
       readActionNames(node.at("actions"), draft, table);
       break;
     case JX_RT_TABLE_SELECTOR:
       readSelector(node, draft, table);
       break;
     case JX_RT_TABLE_COUNTER:
-      appendIndexKey(JX_RT_FIELD_COUNTER_INDEX, table);
       break;
   }
 }
