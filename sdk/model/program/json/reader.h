@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "model/program/load_failure.h"
+#include "model/program/program.h"
 
 namespace jxmodel {
 
