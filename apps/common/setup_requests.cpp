@@ -463,6 +463,10 @@ void Names::fillCall(const Program::Table& table, const Call& call, Request::Res
     const auto given =
         std::find_if(call.arguments.begin(), call.arguments.end(),
                      [&param](const Argument& argument) { return argument.name == param.name(); });
+    if (given == call.arguments.end() && param.has_default_value()) {
+      out->add_params(param.default_value());
+      continue;
+    }
     if (given == call.arguments.end()) {
       throw Error("action " + action.name() + ": a value for " + param.name() + " is missing");
     }

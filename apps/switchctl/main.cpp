@@ -217,13 +217,11 @@ int runTrace(const Options& options, Client& client) {
   };
   std::string digits;
   for (const std::string& word : options.words) digits += word;
-  const bool is_file = options.words.size() == 1 && std::filesystem::exists(digits);
-  const std::string bytes = is_file ? std::string() : packetBytes(digits);
-  if (!bytes.empty()) {
-    client.tracePacket(options.port, bytes, options.place, show);
+  const std::string bytes = std::filesystem::exists(digits) ? std::string() : packetBytes(digits);
+  if (bytes.empty()) {
+    client.trace(options.port, digits, options.place, show);
   } else {
-    client.trace(options.port, options.words.size() == 1 ? digits : options.words.front(),
-                 options.place, show);
+    client.tracePacket(options.port, bytes, options.place, show);
   }
   return EXIT_SUCCESS;
 }

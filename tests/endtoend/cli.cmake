@@ -15,7 +15,7 @@ add_executable(endtoend_cli_test cli_agent_start_test.cpp cli_agent_switchctl_te
                cli_control_service_test.cpp cli_descriptors_test.cpp cli_partner_events_test.cpp
                cli_partner_shell_interrupt_test.cpp cli_partner_shell_start_test.cpp
                cli_partner_shell_test.cpp
-               cli_run.cpp cli_switch_test.cpp cli_watch_test.cpp control_server_test.cpp
+               cli_run.cpp cli_stf_test.cpp cli_switch_test.cpp cli_watch_test.cpp control_server_test.cpp
                switch_run.cpp
                terminal.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE

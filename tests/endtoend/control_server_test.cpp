@@ -97,6 +97,7 @@ TEST(ControlServer, TellsGenericToolsWhatItServes) {
   const jextest::Finished listed = jextest::finish(Child(JEX_LIST_SERVICES, {"127.0.0.1:50053"}));
   EXPECT_TRUE(listed.endedWith(0)) << listed.error;
   EXPECT_THAT(listed.output, UnorderedElementsAre("grpc.health.v1.Health", "jx.control.v1.Switch",
+                                                  "jx.control.v1.Settings",
                                                   "grpc.reflection.v1alpha.ServerReflection"));
 }
 

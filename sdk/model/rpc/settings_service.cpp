@@ -85,6 +85,8 @@ void describe(const Action& action, pb::ProgramDescription::Action* out) {
     pb::ProgramDescription::Field* const added = out->add_params();
     added->set_name(param.name);
     added->set_width(param.width);
+    if (!param.default_value) continue;
+    added->set_default_value(param.default_value->data(), param.default_value->size());
   }
 }
 
