@@ -10,7 +10,7 @@ using Clock = std::chrono::steady_clock;
 // Most answers come at once; who waits longer is not in a hurry.
 constexpr std::chrono::microseconds kFirstPause{50};
 constexpr std::chrono::microseconds kLongPause{1000};
-constexpr std::chrono::milliseconds kAtOnce{20};
+constexpr std::chrono::milliseconds kAnsweredAtOnce{20};
 
 }  // namespace
 
@@ -36,7 +36,7 @@ Barriers::Outcome Barriers::run(Kind kind, PartnerCounterTableHandle counters,
     if (!go_on(outcome.waited)) outcome.end = End::kGivenUp;
     if (outcome.waited >= timeout) outcome.end = End::kTimedOut;
     if (outcome.end != End::kAnswered) return outcome;
-    std::this_thread::sleep_for(outcome.waited < kAtOnce ? kFirstPause : kLongPause);
+    std::this_thread::sleep_for(outcome.waited < kAnsweredAtOnce ? kFirstPause : kLongPause);
   }
 }
 

@@ -64,7 +64,7 @@ Json jsonOf(const TableLine& line) {
           {"entries", line.entries}};
 }
 
-std::string textOf(const TableLine& line, size_t name_width) {
+std::string listed(const TableLine& line, size_t name_width) {
   const std::string name = line.facts->program + "." + line.facts->name;
   std::vector<char> text(name_width + 128);
   const int length = std::snprintf(text.data(), text.size(), "%-*s  %-17s  %10u of %zu\n",
@@ -86,7 +86,7 @@ Result listTables(Shell& shell, Line& line) {
     if (shell.output().json()) {
       array.push_back(jsonOf(table));
     } else {
-      shell.output().listing(textOf(table, name_width));
+      shell.output().listing(listed(table, name_width));
     }
   }
   return ok(countText(lines.size(), "table", "tables"), {{"tables", std::move(array)}});
