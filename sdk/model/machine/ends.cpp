@@ -150,7 +150,7 @@ void MachineRun::egress(uint32_t port) {
   const StandardSlots& standard = machine_.standard;
   put(standard.egress_port, port);
   put(standard.egress_spec, 0);  // a drop that was taken back by multicast does not drop now
-  put(standard.packet_length, facts_.received - facts_.parsed_bytes + bytesOfHeaders());
+  put(standard.packet_length, facts_.received);  // whatever headers were added or removed
   put(standard.egress_rid, facts_.egress_rid);
   put(standard.instance_type, static_cast<uint64_t>(facts_.type));
   if (machine_.needs_time) put(standard.egress_timestamp, timestamp());

@@ -49,9 +49,8 @@ struct PacketRequests {
 struct PassFacts {
   InstanceType type = InstanceType::kNormal;
   uint32_t ingress_port = 0;
-  uint32_t received = 0;      // bytes that came in
-  uint32_t parsed_bytes = 0;  // of headers that leave, when the parser had ended
-  uint32_t payload = 0;       // offset of what the parser left
+  uint32_t received = 0;  // bytes that came in
+  uint32_t payload = 0;   // offset of what the parser left
   uint32_t generation = 0;
   uint32_t egress_port = 0, egress_rid = 0;
   uint32_t max_bytes = UINT32_MAX;  // asked for in ingress

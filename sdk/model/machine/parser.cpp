@@ -21,7 +21,6 @@ void MachineRun::parse() {
   input_.in_parser = false;
   input_.fault = ParserFault::kNone;
   facts_.payload = input_.offset;
-  facts_.parsed_bytes = bytesOfHeaders();
   verifyChecksums();
   put(standard.parser_error, error);
   if (error == machine_.machine.errors.no_error) return;
