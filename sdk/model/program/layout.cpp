@@ -138,9 +138,10 @@ class TableLayout {
     const KeyField* prefix = nullptr;
     for (const KeyField& field : table_.key) {
       if (field.width == 0) fail("key " + field.name + " has no width");
-      if (field.width > kMaxKeyWidth) {
+      const uint32_t most = field.match == JX_RT_MATCH_EXACT ? kMaxExactKeyWidth : kMaxKeyWidth;
+      if (field.width > most) {
         fail("key " + field.name + " has " + std::to_string(field.width) +
-             " bits; a key field has at most " + std::to_string(kMaxKeyWidth));
+             " bits; a key field of its kind has at most " + std::to_string(most));
       }
       if (field.match != JX_RT_MATCH_LPM) continue;
       if (prefix != nullptr) fail("keys " + prefix->name + " and " + field.name + " are both lpm");

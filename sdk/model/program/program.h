@@ -33,7 +33,8 @@ inline constexpr uint32_t kFieldTtl = 0x10006;
 inline constexpr uint32_t kFieldCounterPkts = 0x10007;
 inline constexpr uint32_t kFieldCounterBytes = 0x10008;
 
-inline constexpr uint32_t kMaxKeyWidth = 128;      // bits of one key field
+inline constexpr uint32_t kMaxKeyWidth = 128;  // bits of one key field of any kind but exact
+inline constexpr uint32_t kMaxExactKeyWidth = 2048;
 inline constexpr uint32_t kMaxParamWidth = 16384;  // bits of one action parameter
 
 /// Bytes of a value of `bits` bits.

@@ -6,7 +6,7 @@
 namespace jxmodel {
 namespace {
 
-constexpr uint32_t kMaxValueBytes = kMaxKeyWidth / 8;
+constexpr uint32_t kMaxValueBytes = kMaxExactKeyWidth / 8;
 
 bool allZero(const uint8_t* bytes, uint32_t count) {
   return std::all_of(bytes, bytes + count, [](uint8_t byte) { return byte == 0; });

@@ -61,7 +61,7 @@ std::string readKeyName(const Node& node, const FieldUse& use, const Machine& ma
 
 // Values of other kinds lie in room for an address.
 void checkKeyWidth(const Node& node, const KeyField& field) {
-  const uint32_t most = field.match == JX_RT_MATCH_EXACT ? kMaxArithmeticWidth : kMaxKeyWidth;
+  const uint32_t most = field.match == JX_RT_MATCH_EXACT ? kMaxExactKeyWidth : kMaxKeyWidth;
   if (field.width <= most) return;
   node.fail("key " + shown(field.name) + " has " + std::to_string(field.width) + " bits; at most " +
             std::to_string(most) + " can be matched");
