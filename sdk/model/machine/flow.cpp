@@ -44,11 +44,9 @@ uint32_t MachineRun::applyTable(const CompiledTable& table, const CompiledNode& 
   for (size_t i = 0; i < table.mask.size(); ++i) key[i] &= table.mask[i];
   const MatchTable::Applied applied = machine_.reader.lookUp(*table.state->match, key);
   if (applied.hit) noteTableHit(table, applied.slot, applied.handle);
-  const TableReader::Found found =
-      machine_.reader.actionOf(*table.state, applied, table.default_action, [&] {
-        const uint64_t hash = table.selector == kNoIndex ? 0 : calculate(table.selector);
-        return static_cast<uint32_t>(hash ^ hash >> 32);
-      });
+  const TableReader::Found found = machine_.reader.actionOf(
+      *table.state, applied, table.default_action,
+      [&]() -> uint64_t { return table.selector == kNoIndex ? 0 : calculate(table.selector); });
   if (trace_ != nullptr) traceTable(table, node, applied, found);
   const CompiledTable::ActionOfTable* action = nullptr;
   for (const CompiledTable::ActionOfTable& one : table.actions) {

@@ -138,6 +138,7 @@ class MachineRun {
   uint32_t runState(const CompiledState& state);
   uint32_t runOp(const CompiledParserOp& op);
   uint32_t extract(uint32_t header, const CompiledExpression* varbit_bits);
+  std::optional<uint32_t> readLength(const CompiledExpression& expression, uint64_t* bits);
   uint32_t advance(const CompiledExpression& bits);
   const CompiledTransition* choose(const CompiledState& state);
   bool matches(const CompiledState& state, const CompiledTransition& transition, uint64_t key);

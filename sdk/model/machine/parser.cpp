@@ -98,16 +98,27 @@ uint32_t MachineRun::runOp(const CompiledParserOp& op) {
   return machine.errors.no_error;
 }
 
+/// Reads a number of bits that lie ahead in the packet: whole bytes, and not more than are left.
+std::optional<uint32_t> MachineRun::readLength(const CompiledExpression& expression,
+                                               uint64_t* bits) {
+  const ParserErrors& errors = machine_.machine.errors;
+  *bits = evaluator_.low64(expression, input_);
+  if (input_.fault != ParserFault::kNone) return errorOf(input_.fault);
+  if (*bits % 8 != 0) return errors.parser_invalid_argument;
+  // A negative number is a huge one here. What has more than 64 bits needs a second look.
+  const bool narrow = expression.arithmetic == CompiledExpression::Arithmetic::k64;
+  if (!narrow) *bits = evaluator_.index(expression, input_);
+  if (*bits / 8 > input_.size - input_.offset) return errors.packet_too_short;
+  return std::nullopt;
+}
+
 uint32_t MachineRun::extract(uint32_t header, const CompiledExpression* varbit_bits) {
   const ParserErrors& errors = machine_.machine.errors;
   const MachineHeader& description = machine_.machine.headers[header];
   const uint64_t left = input_.size - input_.offset;
   uint64_t bits = 0;  // of the varbit
   if (varbit_bits != nullptr) {
-    bits = evaluator_.low64(*varbit_bits, input_);  // a negative length becomes a huge one
-    if (input_.fault != ParserFault::kNone) return errorOf(input_.fault);
-    if (bits % 8 != 0) return errors.parser_invalid_argument;
-    if (bits / 8 > left) return errors.packet_too_short;
+    if (const auto error = readLength(*varbit_bits, &bits)) return *error;
   }
   const uint64_t bytes = (description.fixed_bits + bits) / 8;
   if (bytes > left) return errors.packet_too_short;
@@ -124,13 +135,10 @@ uint32_t MachineRun::extract(uint32_t header, const CompiledExpression* varbit_b
 }
 
 uint32_t MachineRun::advance(const CompiledExpression& expression) {
-  const ParserErrors& errors = machine_.machine.errors;
-  const uint64_t bits = evaluator_.low64(expression, input_);
-  if (input_.fault != ParserFault::kNone) return errorOf(input_.fault);
-  if (bits % 8 != 0) return errors.parser_invalid_argument;
-  if (bits / 8 > input_.size - input_.offset) return errors.packet_too_short;
+  uint64_t bits = 0;
+  if (const auto error = readLength(expression, &bits)) return *error;
   input_.offset += static_cast<uint32_t>(bits / 8);
-  return errors.no_error;
+  return machine_.machine.errors.no_error;
 }
 
 /// The first transition that matches; null if there is none, or the key cannot be read.

@@ -153,24 +153,35 @@ jx_status_t SelectorTable::clearFallback() {
   return JX_SUCCESS;
 }
 
-SelectorTable::Choice SelectorTable::choose(uint32_t slot, uint32_t hash) const {
+/// The slot of the member that weighs most with this hash; there is one.
+uint32_t SelectorTable::heaviest(const Membership& membership, uint32_t hash) {
+  uint32_t slot = kNoSlot;
+  uint64_t most = 0;
+  for (const Membership::Active& member : membership.active) {
+    const uint64_t weight = weightOf(hash, member.handle);
+    if (slot != kNoSlot && weight <= most) continue;
+    slot = member.slot;
+    most = weight;
+  }
+  return slot;
+}
+
+SelectorTable::Choice SelectorTable::choose(uint32_t slot, uint64_t hash) const {
   const Membership& membership = *published_.get(slot);
   Choice choice;
   choice.group_handle = membership.group_handle;
-  uint64_t heaviest = 0;
-  for (const Membership::Active& member : membership.active) {
-    const uint64_t weight = weightOf(hash, member.handle);
-    if (choice.member != kNoSlot && weight <= heaviest) continue;
-    choice.member = member.slot;
-    heaviest = weight;
+  if (!membership.active.empty()) {
+    const bool weighed = !table_.hash_fields.empty();
+    choice.member = weighed ? heaviest(membership, static_cast<uint32_t>(hash))
+                            : membership.active[hash % membership.active.size()].slot;
+    return choice;
   }
-  if (choice.member != kNoSlot) return choice;
   choice.member = fallback();
   choice.fallback = choice.member != kNoSlot;
   return choice;
 }
 
-bool SelectorTable::tryChoose(uint32_t slot, uint32_t hash, Choice* choice) const {
+bool SelectorTable::tryChoose(uint32_t slot, uint64_t hash, Choice* choice) const {
   return sequence_.read([&] { *choice = choose(slot, hash); });
 }
 

@@ -68,12 +68,14 @@ class SelectorTable {
     uint32_t member = kNoSlot;  // in the action-data table; kNoSlot: none active, no fallback
     bool fallback = false;      // the member stands in for those of the group
   };
-  /// The member that packets with this hash take: always the same of the same active members. Each
-  /// member is weighed with the hash and the heaviest is taken (rendezvous hashing), so that
-  /// taking one away moves only the packets that took it. False if the table kept changing.
-  bool tryChoose(uint32_t slot, uint32_t hash, Choice* choice) const;
+  /// The member that packets with this hash take: always the same of the same active members. Where
+  /// the description names the fields to hash, each member is weighed with the hash and the
+  /// heaviest is taken (rendezvous hashing), so that taking one away moves only the packets that
+  /// took it. Where a machine computes the hash, the member is the one at hash modulo their number,
+  /// in the order in which they were added. False if the table kept changing.
+  bool tryChoose(uint32_t slot, uint64_t hash, Choice* choice) const;
   /// The same under the device's mutex.
-  Choice choose(uint32_t slot, uint32_t hash) const;
+  Choice choose(uint32_t slot, uint64_t hash) const;
 
   /// kNoSlot if there is none.
   uint32_t findHandle(uint32_t handle) const;
@@ -103,6 +105,7 @@ class SelectorTable {
     std::vector<Active> active;
   };
   void publish(uint32_t slot);
+  static uint32_t heaviest(const Membership& membership, uint32_t hash);
 
   const Table& table_;
   ActionDataTable* members_;

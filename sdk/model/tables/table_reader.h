@@ -25,7 +25,7 @@ class TableReader {
     return table.apply(values);
   }
 
-  SelectorTable::Choice choose(const SelectorTable& groups, uint32_t group, uint32_t hash) const {
+  SelectorTable::Choice choose(const SelectorTable& groups, uint32_t group, uint64_t hash) const {
     SelectorTable::Choice choice;
     if (groups.tryChoose(group, hash, &choice)) return choice;
     locked_lookups_.fetch_add(1, std::memory_order_relaxed);

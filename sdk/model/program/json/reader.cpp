@@ -269,6 +269,11 @@ uint32_t Node::number(uint32_t min, uint32_t max) const {
   return value_->get<uint32_t>();
 }
 
+uint64_t Node::count() const {
+  if (!value_->is_number_unsigned()) fail("must be a whole number from 0 on");
+  return value_->get<uint64_t>();
+}
+
 bool Node::boolean() const {
   if (!value_->is_boolean()) fail("must be true or false");
   return value_->get<bool>();

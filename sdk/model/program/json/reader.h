@@ -71,6 +71,8 @@ class Node {
   const std::string& name() const;
   /// A whole number from `min` to `max`.
   uint32_t number(uint32_t min, uint32_t max) const;
+  /// A whole number from 0 on.
+  uint64_t count() const;
   bool boolean() const;
 
   /// Index of the string in `choices`; `what` names them in the reason: "match kind".

@@ -122,6 +122,9 @@ void readStacks(const Node& root, Draft* draft) {
     stack.name = symbols.stacks.declare(node);
     const uint32_t type = symbols.header_types.names.resolve(node.at("header_type"));
     const Node list = node.at("header_ids");
+    if (list.isList() && list.items(0, kMaxItems).empty()) {
+      list.fail("header stack " + shown(stack.name) + " has no elements");
+    }
     for (const Node& element : list.items(1, kMaxItems)) {
       const uint32_t header = symbols.headers.ids.resolve(element);
       if (symbols.type_of[header] != type) element.fail("the header has another type");

@@ -11,10 +11,10 @@ constexpr uint64_t kMeterCellBytes = 128;  // rates, bursts, buckets
 uint32_t readSize(const Node& item, const std::string& construct, uint64_t cell_bytes,
                   Draft* draft) {
   const Node size = item.at("size");
-  const uint32_t cells = size.number(0, UINT32_MAX);
+  const uint64_t cells = size.count();
   if (cells == 0) size.fail(construct + ": size 0 is below 1");
   reserveState(size, construct, cells, cell_bytes, draft);
-  return cells;
+  return static_cast<uint32_t>(cells);
 }
 
 void readRegisters(const Node& root, Draft* draft) {
