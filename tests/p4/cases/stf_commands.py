@@ -422,10 +422,11 @@ def key_given_twice():
                                               expect(1, t()))
 
 
-@fails("table C.pick: key t.c is ternary, and 5 is decimal")
+@case
 def decimal_ternary_value():
-    return keyed(key("ternary", f("t.c"))).test("add pick 1 t.c:5 mark(v:1)", packet(1, t()),
-                                                expect(1, t()))
+    """A decimal number has no digits to leave open: all bits are compared."""
+    return keyed(key("ternary", f("t.c"))).test("add pick 1 t.c:5 mark(v:1)", packet(1, t(c=5)),
+                                                expect(1, t(a=1, c=5)), same(1, t(c=4), 1))
 
 
 @fails("table C.pick: key t.b: 0x123 does not fit 8 bits")

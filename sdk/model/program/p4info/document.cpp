@@ -37,6 +37,36 @@ std::string hexId(uint32_t id) {
   return text;
 }
 
+/// The text without the semicolons and commas that may stand behind a field: the parser takes none
+/// behind a field that it does not know. Commas of lists stay; nothing moves.
+std::string withoutSeparators(std::string_view text) {
+  std::string plain(text);
+  int list_depth = 0;
+  char quote = 0;
+  for (size_t i = 0; i < plain.size(); ++i) {
+    const char c = plain[i];
+    if (quote != 0) {
+      if (c == '\\') {
+        ++i;
+      } else if (c == quote || c == '\n') {
+        quote = 0;
+      }
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '#') {
+      i = plain.find('\n', i);
+      if (i == std::string::npos) break;
+    } else if (c == '[') {
+      ++list_depth;
+    } else if (c == ']') {
+      --list_depth;
+    } else if (c == ';' || (c == ',' && list_depth == 0)) {
+      plain[i] = ' ';
+    }
+  }
+  return plain;
+}
+
 }  // namespace
 
 Document::Document(std::string_view text) {
@@ -64,7 +94,8 @@ void Document::parse(std::string_view text) {
   parser.SetRecursionLimit(kMaxNesting);
   parser.RecordErrorsTo(&errors);
   parser.WriteLocationsTo(&places_);
-  google::protobuf::io::ArrayInputStream stream(text.data(), static_cast<int>(text.size()));
+  const std::string plain = withoutSeparators(text);
+  google::protobuf::io::ArrayInputStream stream(plain.data(), static_cast<int>(plain.size()));
   if (!parser.Parse(&stream, &info_)) throw errors.failure;
 }
 

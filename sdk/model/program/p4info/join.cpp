@@ -196,6 +196,7 @@ class Join {
   // Such a table can be programmed; a table of another program cannot be taken for one.
   bool removedByCompiler(uint32_t index) const {
     const jxmodel::Table& table = view_.program.tables[index];
+    if (table.type == JX_RT_TABLE_COUNTER && !table.counted_table) return false;
     const bool strangers =
         std::any_of(old_.tables.begin(), old_.tables.end(), [&](const auto& own) {
           return sameKind(own, table) && !own.key.empty() && !own.hidden &&
