@@ -197,13 +197,10 @@ void fillTernary(const KeyValue& given, uint32_t width, const std::string& what,
       break;
     case KeyValue::Form::kPlain: {
       if (given.value == "*") break;
-      const bool truth = given.value == "true" || given.value == "false";
       const Written written = readWritten(given.value);
-      if (written.bits_per_digit == 0 && !truth) {
-        throw wrongForm(what, given, "a number in 0x or 0b, whose digits say what is compared");
-      }
       value = starredValue(given.value, width, what);
-      mask = truth ? prefixMask(width, width) : writtenMask(written, width);
+      // A decimal number has no digits that could be left out.
+      mask = written.bits_per_digit == 0 ? prefixMask(width, width) : writtenMask(written, width);
       break;
     }
   }

@@ -7,8 +7,8 @@
 //
 // Keys: exact N; lpm V/LEN, 0x0a01**** (a prefix of the digits before the stars), 0x0a01 (a prefix
 // of the digits that are written); ternary 0x**25, 0b1**0 (stars, and digits that are not written,
-// are any), V/LEN, V&&&M; range LO->HI, N; optional N; * is anything but an exact value. Left out,
-// an exact field is 0 and any other one matches anything.
+// are any), decimal (all of it), V/LEN, V&&&M; range LO->HI, N; optional N; * is anything but an
+// exact value. Left out, an exact field is 0 and any other one matches anything.
 #pragma once
 
 #include <cstdint>

@@ -270,7 +270,7 @@ TEST(Configure, RefusesLinesThatSetNothingUp) {
             "slice-agent: " + file + ":1: packet belongs to packet tests: it sets nothing up\n");
 }
 
-TEST(Switchctl, SetsUpARunningDevice) {
+TEST(Configure, WorksOnARunningDevice) {
   const Child agent = servingAgent();
   EXPECT_TRUE(switchctl({"set", "add", "dmac", "dst:0x09", "forward(port:", "6)"}).endedWith(0));
   EXPECT_TRUE(switchctl({"set", "counter_write", "port_counters", "4", "5", "6"}).endedWith(0));
@@ -288,7 +288,7 @@ TEST(Switchctl, SetsUpARunningDevice) {
   EXPECT_TRUE(switchctl({"clones"}).endedWith(1));
 }
 
-TEST(Switchctl, TracesATypedPacket) {
+TEST(Trace, TakesATypedPacket) {
   const Child agent = servingAgent();
   ASSERT_TRUE(switchctl({"set", "setdefault", "dmac", "forward(port:7)"}).endedWith(0));
   const Finished sut =

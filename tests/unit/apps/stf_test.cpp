@@ -248,9 +248,7 @@ TEST(StfKey, MasksTernaryDigitsThatAreStarsOrNotWritten) {
   expect("k:0x0aff&&&0xff0f", bytes({10, 15}), bytes({-1, 15}));
   expect("k:*", bytes({0, 0}), bytes({0, 0}));
   expect("", bytes({0, 0}), bytes({0, 0}));
-  EXPECT_EQ(keyError(Key::MATCH_TERNARY, 16, "k:25"),
-            "table t, key k takes a number in 0x or 0b, whose digits say what is compared, not "
-            "'25'");
+  expect("k:37", bytes({0, 0x25}), bytes({-1, -1}));
 }
 
 TEST(StfKey, CutsTheMaskToTheField) {
