@@ -38,6 +38,7 @@ AREAS = {
     "apps/slice-agent/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nanomsg/.*",
     # Needs no SDK, and looks into the shared segment itself.
     "apps/slice-counters/": r"JexHybridSlice/JexPartnerLib\.h|boost/interprocess/.*|CLI/.*|"
+                            r"model/program/load/load\.h|"
                             r"nlohmann/.*|prometheus/.*",
     "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
     "data/": r"(?!)",
@@ -49,8 +50,9 @@ SHARED = {"apps/": ("apps/common",), "apps/slice-agent/": ("apps/common",)}
 
 # The rooms of the model from the lowest layer to the highest: each includes itself and those before
 # it, and nothing else of the model.
-ROOMS = ("base", "packet", "program", "program/json", "program/p4info", "program/v1model", "program/load", "port", "tables", "notify", "placement",
-         "runtime", "machine", "pipeline", "switch", "device", "rpc", "api")
+ROOMS = ("base", "packet", "program", "program/json", "program/p4info", "program/v1model",
+         "program/load", "port", "tables", "notify", "placement", "runtime", "machine", "pipeline",
+         "switch", "device", "rpc", "api")
 MODEL = "sdk/model/"
 
 

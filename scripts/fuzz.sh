@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Fuzzes, for SECONDS each (default 600), what reads bytes that others sent: the decoder of
-# placement data (placement_fuzz), and the packet parser with the rewriting of fields (packet_fuzz),
+# placement data (placement_fuzz), the packet parser with the rewriting of fields (packet_fuzz), and
+# the loader of P4Info text (p4info_fuzz).
 #
 #   scripts/fuzz.sh [SECONDS [TARGET...]]
 #
