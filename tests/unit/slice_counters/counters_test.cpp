@@ -142,6 +142,19 @@ class CounterNames : public testing::Test {
     return error;
   }
 
+  /// A description with counter tables of those names.
+  static std::string programWith(uint32_t id, const std::vector<std::string>& tables) {
+    json program = {{"name", "n"},
+                    {"id", id},
+                    {"fields", json::array()},
+                    {"actions", json::array()},
+                    {"control", json::array()}};
+    for (const std::string& table : tables) {
+      program["tables"].push_back({{"name", table}, {"kind", "counter"}, {"size", 1}});
+    }
+    return program.dump();
+  }
+
   TableNames sut_;
 };
 
@@ -173,8 +186,8 @@ TEST_F(CounterNames, AreThoseOfTheLoader) {
 }
 
 TEST_F(CounterNames, ANameOfTwoProgramsIsNoName) {
-  EXPECT_EQ(errorOf(R"({"id":1,"tables":[{"name":"a"},{"name":"b"}]})"), "none");
-  EXPECT_EQ(errorOf(R"({"id":2,"tables":[{"name":"c"},{"name":"b"}]})"), "none");
+  EXPECT_EQ(errorOf(programWith(1, {"a", "b"})), "none");
+  EXPECT_EQ(errorOf(programWith(2, {"c", "b"})), "none");
   EXPECT_EQ(sut_.resolve("c"), 2u << 16 | 1);
   EXPECT_THROW(sut_.resolve("b"), std::runtime_error);
 }
@@ -184,12 +197,8 @@ TEST_F(CounterNames, SayWhatIsWrongWithADescription) {
             "line 1, column 2: syntax error while parsing object key - unexpected end of input; "
             "expected string literal");
   EXPECT_EQ(errorOf("[]"), "/: must be an object");
-  const auto program = [](const std::string& table) {
-    return R"({"name":"n","id":2,"fields":[],"actions":[],"control":[],"tables":[{"name":")" +
-           table + R"(","kind":"counter","size":1}]})";
-  };
-  EXPECT_EQ(errorOf(program("a")), "none");
-  EXPECT_EQ(errorOf(program("b")), "table b: another program has the id 131073");
+  EXPECT_EQ(errorOf(programWith(2, {"a"})), "none");
+  EXPECT_EQ(errorOf(programWith(2, {"b"})), "table b: another program has the id 131073");
 }
 
 TEST_F(CounterNames, AreThoseOfTheCompiler) {
