@@ -12,7 +12,7 @@ target_compile_definitions(endtoend_counters_test PRIVATE
   JEX_SLICE_COUNTERS="$<TARGET_FILE:slice-counters>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
   JEX_PROMETHEUS="${JEX_PROMETHEUS}" JEX_PROMTOOL="${JEX_PROMTOOL}" JEX_CURL="${JEX_CURL}"
   JEX_PROGRAMS_DIR="${PROJECT_SOURCE_DIR}/programs")
-target_link_libraries(endtoend_counters_test PRIVATE jex_flags jex_test_support slice_counters_core
+target_link_libraries(endtoend_counters_test PRIVATE jex_flags jex_test_support slice_counters_segment
                       Boost::headers nlohmann_json::nlohmann_json)
 add_dependencies(endtoend_counters_test slice-counters)
 gtest_discover_tests(endtoend_counters_test TEST_PREFIX endtoend. DISCOVERY_TIMEOUT 600 PROPERTIES TIMEOUT 600)
