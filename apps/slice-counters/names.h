@@ -9,7 +9,7 @@
 
 namespace slice_counters {
 
-/// Where a table's name stands. Ids depend on the description alone (docs/programs.md, "Ids stay"):
+/// Where a table's name stands. Ids depend on the description alone (docs/descriptions.md, "Ids stay"):
 /// program id << 16 | position from 1. That rule and the names are all that is taken from a
 /// description; whether it is right otherwise is for a device to say.
 class TableNames {
