@@ -38,6 +38,7 @@ AREAS = {
     "apps/slice-agent/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*|CLI/.*|nanomsg/.*",
     # Needs no SDK, and looks into the shared segment itself.
     "apps/slice-counters/": r"JexHybridSlice/JexPartnerLib\.h|boost/interprocess/.*|CLI/.*|"
+                            r"model/program/load/load\.h|"
                             r"nlohmann/.*|prometheus/.*",
     "examples/": r"JexHybridSlice/JexPartnerLib\.h|jxsdk/.*|jxmodel/.*",
     "data/": r"(?!)",

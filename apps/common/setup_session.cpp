@@ -1,5 +1,6 @@
 #include "setup_session.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace stf {
@@ -65,7 +66,11 @@ void SetupSession::note(const Command& command, const pb::ApplyRequest& request,
                         const pb::ApplyReply& reply) {
   if (request.has_create_node()) created_nodes_.push_back(reply.node());
   const std::string* const table = addedTo(request);
-  if (table != nullptr) added_.emplace_back(*table, reply.handle());
+  // Of two entries that differ in priority only, the device keeps one.
+  if (table != nullptr) {
+    const std::pair added(*table, reply.handle());
+    if (std::find(added_.begin(), added_.end(), added) == added_.end()) added_.push_back(added);
+  }
   const auto* const add = std::get_if<Add>(&command);
   if (add != nullptr && !add->id.empty()) ids_[add->id] = reply.handle();
 }

@@ -58,7 +58,9 @@ std::optional<int> parseOptions(int argc, char** argv, Options* options) {
   CLI::App app("Programs tables of a slice of a switch, line by line.", "partner-shell");
   app.footer(kFooter);
   app.set_version_flag("--version", "partner-shell " JEX_VERSION);
-  app.add_option("--program", options->program_files, "P4 program description; may be repeated")
+  app.add_option("--program", options->program_files,
+                 "P4 program: a description, the compiler's JSON (with its P4Info beside it, or as "
+                 "JSON,P4INFO), or P4Info alone; may be repeated")
       ->required()
       ->allow_extra_args(false)
       ->type_name("FILE");

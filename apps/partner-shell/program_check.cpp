@@ -15,8 +15,16 @@
 namespace jexapps {
 namespace {
 
-bool isReadable(const std::string& path) {
-  if (access(path.c_str(), R_OK) == 0) return true;
+bool isFile(const std::string& path) { return access(path.c_str(), R_OK) == 0; }
+
+// `program` is a file, or JSON,P4INFO; a file may have a comma in its name.
+bool isReadable(const std::string& program) {
+  if (isFile(program)) return true;
+  const size_t comma = program.rfind(',');
+  if (comma != std::string::npos && isFile(program.substr(0, comma))) {
+    return isReadable(program.substr(comma + 1));
+  }
+  const std::string path = program.substr(0, comma);
   std::fprintf(stderr, "partner-shell: %s: %s\n", path.c_str(), std::strerror(errno));
   return false;
 }

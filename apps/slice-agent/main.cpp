@@ -59,7 +59,10 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
       "Serves partners on ipc:///tmp/Partner0 until SIGINT, SIGTERM or SIGHUP.",
       "slice-agent"};
   app.set_version_flag("--version", "slice-agent " JEX_VERSION);
-  app.add_option("--program", options->programs, "P4 program to load; repeatable")
+  app.add_option(
+         "--program", options->programs,
+         "P4 program to load: a description, the compiler's JSON (with its P4Info beside it, "
+         "or as JSON,P4INFO), or P4Info alone; repeatable")
       ->required()
       ->type_name("FILE")
       ->allow_extra_args(false);  // one file an option

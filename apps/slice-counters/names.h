@@ -1,4 +1,4 @@
-// Names of tables, from program descriptions.
+// Names of tables, from programs.
 #pragma once
 
 #include <map>
@@ -9,20 +9,18 @@
 
 namespace slice_counters {
 
-/// Where a table's name stands. Ids depend on the description alone (docs/descriptions.md, "Ids stay"):
-/// program id << 16 | position from 1. That rule and the names are all that is taken from a
-/// description; whether it is right otherwise is for a device to say.
+/// Where a table's name stands. Ids depend on the program alone (docs/programs.md, "Ids and handles").
 class TableNames {
  public:
-  /// Takes the names of a description. Throws std::runtime_error, "FILE: reason", if it cannot be
-  /// read, has no names and ids, or has an id of one that was added before.
-  void add(const std::string& file);
+  /// Takes the names of a program, in any form that devices take. Throws std::runtime_error,
+  /// "FILE: place: reason", if it cannot be loaded or has an id of one that was added before.
+  void add(const std::string& program);
 
-  /// Null if no description has the id.
+  /// Null if no program has the id.
   const std::string* find(uint32_t table_id) const;
 
   /// Id of a table that is given as its id or by its name. Throws std::runtime_error for a name
-  /// that no description has, or that two have.
+  /// that no program has, or that two have.
   uint32_t resolve(const std::string& table) const;
 
  private:

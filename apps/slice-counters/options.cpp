@@ -102,7 +102,9 @@ std::optional<int> parse(int argc, char** argv, Options* options) {
   bool json = false;
   app.add_option("TABLE", options->tables, "Tables to show, by id, or by name with --program");
   app.add_flag("--all", options->all, "Show the counters of all tables");
-  app.add_option("--program", options->programs, "Program descriptions that have the tables' names")
+  app.add_option("--program", options->programs,
+                 "Programs that have the tables' names: descriptions, the compiler's JSON (or "
+                 "JSON,P4INFO), or P4Info")
       ->allow_extra_args(false);
   app.add_option("--watch", interval,
                  "Show the tables (all without TABLE) again and again, with rates; 500ms, 1s, 2m")

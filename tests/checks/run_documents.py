@@ -36,6 +36,8 @@ DOCUMENTS = [README, OPERATIONS, PROGRAM_PAGE, DESCRIPTIONS, *PAGES]
 
 # What is not run: document, how the block begins, the reason.
 BLOCKS_NOT_RUN = (
+    (PAGES[2], "packet PORT HEX...", "the forms of commands of packet tests"),
+    (PAGES[2], "add TABLE [PRIORITY]", "the forms of commands that set something up"),
     (README, "scripts/demo.sh", "builds, and runs this test; checks.demo runs the demo"),
     (PROGRAM_PAGE, "p4c-bm2-ss", "is the P4 compiler, which Debian does not have"),
     (DESCRIPTIONS, '"entries": [{', "is part of a description; unit/program/entries_test.cpp reads it"),
@@ -497,6 +499,14 @@ def _(world, block):
         wait_until(block.lines[0], age)
         waiting.finish()
         require("02:00:00:00:00:01" in waiting.lines[0], waiting.lines)
+
+
+@runs(PAGES[2], "switchctl trace --port 1")
+def _(world, block):
+    with world.beside_programs() as session:
+        session.start("slice-agent --program l2_switch.json")
+        traced = session.run(block.lines[0])
+        require("dmac: miss" in traced and "flooded" in traced, traced)
 
 
 # ---- commands within sentences -----------------------------------------------------------------

@@ -12,13 +12,15 @@ add_executable(list-services list_services.cpp)
 target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
 add_executable(endtoend_cli_test cli_agent_start_test.cpp cli_agent_switchctl_test.cpp
-               cli_control_service_test.cpp cli_descriptors_test.cpp cli_partner_events_test.cpp
+               cli_control_service_test.cpp cli_descriptors_test.cpp cli_p4_forms_test.cpp
+               cli_partner_events_test.cpp
                cli_partner_shell_interrupt_test.cpp cli_partner_shell_start_test.cpp
                cli_partner_shell_test.cpp
                cli_run.cpp cli_stf_test.cpp cli_switch_test.cpp cli_watch_test.cpp control_server_test.cpp
                switch_run.cpp
                terminal.cpp ../support/test_main.cpp)
 target_compile_definitions(endtoend_cli_test PRIVATE
+  JEX_P4_PROGRAMS_DIR="${PROJECT_SOURCE_DIR}/tests/p4/programs"
   JEX_SLICE_AGENT="$<TARGET_FILE:slice-agent>" JEX_SWITCHCTL="$<TARGET_FILE:switchctl>"
   JEX_PARTNER_SHELL="$<TARGET_FILE:partner-shell>"
   JEX_SLICE_COUNTERS="$<TARGET_FILE:slice-counters>"

@@ -77,7 +77,8 @@ typedef struct jx_dev_target {
 /** What a device carries. Read during the call that it is given to; the caller keeps it. */
 typedef struct jx_device_profile {
   uint32_t num_programs;            /* length of program_files */
-  const char* const* program_files; /* paths of the P4 program descriptions to load, in order */
+  const char* const* program_files; /* the P4 programs to load, in order: paths of descriptions, of
+                                       the compiler's JSON (or "JSON,P4INFO") or of P4Info */
   uint32_t handle_base;             /* virtual devices: the first entry and group handle given
                                        out; partners that share a table take ranges that are
                                        disjoint. 0 takes the driver's default, 1. Entries that a

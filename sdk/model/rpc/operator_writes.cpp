@@ -305,6 +305,22 @@ grpc::Status onlyOne(const Entries& entries, IdOf id_of, const char* kind, const
   return grpc::Status::OK;
 }
 
+/// A table holds one entry per key. Of two with different priorities only the greater can match, so
+/// the entry at `slot` becomes that one.
+grpc::Status outrank(TableState& state, uint32_t slot, uint32_t priority,
+                     const PackedResult& result) {
+  const MatchTable& match = *state.match;
+  if (priority < match.priorityOf(slot)) return grpc::Status::OK;
+  const Table& table = *state.table;
+  const uint32_t handle = match.handleOf(slot);
+  const auto modified =
+      processPlacement(state, operation(table, PlcmtOp::kMatModify, handle, result));
+  if (modified != JX_SUCCESS) return explain(table, "this entry", modified);
+  pipe_plcmt_info move = operation(table, PlcmtOp::kMatMove, handle, result);
+  move.priority = priority;
+  return explain(table, "this priority", processPlacement(state, move));
+}
+
 }  // namespace
 
 grpc::Status memberOf(const TableState& members, uint32_t id, uint32_t* handle) {
@@ -341,6 +357,13 @@ grpc::Status OperatorWrites::add(const Change::AddEntry& change, uint32_t* handl
   PackedResult result;
   packed = packResult(state_, change.result(), &result);
   if (!packed.ok()) return packed;
+  const uint32_t slot = state_.match->findKey(key.data());
+  const uint32_t first = change.first_handle() == 0 ? kFirstOperatorHandle : change.first_handle();
+  if (slot != kNoSlot && state_.match->priorityOf(slot) != change.priority() &&
+      state_.match->handleOf(slot) >= first) {
+    *handle = state_.match->handleOf(slot);
+    return outrank(state_, slot, change.priority(), result);
+  }
   *handle = freeHandle(*state_.match, change.first_handle());
   pipe_plcmt_info info = operation(table, PlcmtOp::kMatAdd, *handle, result);
   info.priority = change.priority();

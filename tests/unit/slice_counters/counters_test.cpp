@@ -142,6 +142,19 @@ class CounterNames : public testing::Test {
     return error;
   }
 
+  /// A description with counter tables of those names.
+  static std::string programWith(uint32_t id, const std::vector<std::string>& tables) {
+    json program = {{"name", "n"},
+                    {"id", id},
+                    {"fields", json::array()},
+                    {"actions", json::array()},
+                    {"control", json::array()}};
+    for (const std::string& table : tables) {
+      program["tables"].push_back({{"name", table}, {"kind", "counter"}, {"size", 1}});
+    }
+    return program.dump();
+  }
+
   TableNames sut_;
 };
 
@@ -173,21 +186,26 @@ TEST_F(CounterNames, AreThoseOfTheLoader) {
 }
 
 TEST_F(CounterNames, ANameOfTwoProgramsIsNoName) {
-  EXPECT_EQ(errorOf(R"({"id":1,"tables":[{"name":"a"},{"name":"b"}]})"), "none");
-  EXPECT_EQ(errorOf(R"({"id":2,"tables":[{"name":"c"},{"name":"b"}]})"), "none");
+  EXPECT_EQ(errorOf(programWith(1, {"a", "b"})), "none");
+  EXPECT_EQ(errorOf(programWith(2, {"c", "b"})), "none");
   EXPECT_EQ(sut_.resolve("c"), 2u << 16 | 1);
   EXPECT_THROW(sut_.resolve("b"), std::runtime_error);
 }
 
 TEST_F(CounterNames, SayWhatIsWrongWithADescription) {
-  EXPECT_EQ(errorOf("{"), "is not JSON");
-  EXPECT_EQ(errorOf("[]"), "/id: is not a number from 1 to 4095");
-  EXPECT_EQ(errorOf(R"({"id":4096})"), "/id: is not a number from 1 to 4095");
-  EXPECT_EQ(errorOf(R"({"id":1})"), "/tables: is not an array");
-  EXPECT_EQ(errorOf(R"({"id":1,"tables":[{"name":"a"},{"name":7}]})"),
-            "/tables/1/name: is not a string");
-  EXPECT_EQ(errorOf(R"({"id":2,"tables":[{"name":"a"}]})"), "none");
-  EXPECT_EQ(errorOf(R"({"id":2,"tables":[{"name":"b"}]})"), "/id: another program has the id 2");
+  EXPECT_EQ(errorOf("{"),
+            "line 1, column 2: syntax error while parsing object key - unexpected end of input; "
+            "expected string literal");
+  EXPECT_EQ(errorOf("[]"), "/: must be an object");
+  EXPECT_EQ(errorOf(programWith(2, {"a"})), "none");
+  EXPECT_EQ(errorOf(programWith(2, {"b"})), "table b: another program has the id 131073");
+}
+
+TEST_F(CounterNames, AreThoseOfTheCompiler) {
+  const std::string program = JEX_P4_PROGRAMS_DIR "/l2_learn";
+  sut_.add(program + ".json");
+  EXPECT_EQ(*sut_.find(307059620), "BridgeIngress.port_rx");
+  EXPECT_EQ(sut_.resolve("BridgeIngress.station_hits"), 323169891u);
 }
 
 TEST(CounterText, SaysWhenAndWhat) {
