@@ -50,6 +50,11 @@ SPANS_NOT_RUN = (
     (README, "(cd build/release && cpack)", "packs for half a minute; .ci/run package does it"),
     (README, "cmake -DJEX_SDK_ROOT=DIR", "builds all anew; checks.sdk_from_elsewhere does it"),
     (README, "cmake --install", "stands with its arguments in a block, which is run"),
+    (PROGRAM_PAGE, "switchctl port-add", "stands with its arguments in a block of the README"),
+    (PROGRAM_PAGE, "switchctl trace", "stands with its arguments in a block, which is run"),
+    (PROGRAM_PAGE, "switchctl stf FILE --program PROGRAM", "is run in the walk"),
+    (PROGRAM_PAGE, "switchctl configure FILE", "is a form; endtoend/cli_stf_test.cpp runs it"),
+    (PROGRAM_PAGE, "switchctl set COMMAND", "is a form; endtoend/cli_stf_test.cpp runs it"),
 )
 
 
@@ -164,6 +169,13 @@ def _(world, block):
         shell.popen.stdin.write(block.lines[-1] + "\n")
         shell.popen.stdin.flush()
         shell.finish()
+
+
+@runs(README, "switchctl stf examples/p4/l2_learn.stf")
+def _(world, block):
+    with world.in_checkout() as session:
+        said = session.run(block.lines[0])
+        require("as expected" in said, said)
 
 
 @runs(README, "cmake --install build/release --prefix DIR")
