@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs what README, manual pages and two pages of docs/ tell their readers to run, word for word.
+"""Runs what README, manual pages and three pages of docs/ tell their readers to run, word for word.
 
     run_documents.py ROOT BUILD-FOLDER [DOCUMENT]...      within private namespaces
 
@@ -25,19 +25,22 @@ import urllib.request
 sys.dont_write_bytecode = True
 import documents  # noqa: E402
 from reader import PATIENCE, PROGRAMS, Failure, Running, Session  # noqa: E402
-from reader import program_of, require, require_own_world, wait_until  # noqa: E402
+from reader import program_of, require, require_own_world, runs_until_ended, wait_until  # noqa: E402
 
 ADD_A_MEMBER = ("member-add nexthops member=1 -> set_nexthop port=2 dmac=02:00:00:00:00:01 "
                 "smac=02:00:00:00:00:02")
 README, OPERATIONS, PROGRAM_PAGE = "README.md", "docs/operations.md", "docs/programs.md"
+DESCRIPTIONS = "docs/descriptions.md"
 PAGES = [f"packaging/man/{name}.1" for name in PROGRAMS[:4]]
-DOCUMENTS = [README, OPERATIONS, PROGRAM_PAGE, *PAGES]
+DOCUMENTS = [README, OPERATIONS, PROGRAM_PAGE, DESCRIPTIONS, *PAGES]
 
 # What is not run: document, how the block begins, the reason.
 BLOCKS_NOT_RUN = (
     (PAGES[2], "packet PORT HEX...", "the forms of commands of packet tests"),
     (PAGES[2], "add TABLE [PRIORITY]", "the forms of commands that set something up"),
     (README, "scripts/demo.sh", "builds, and runs this test; checks.demo runs the demo"),
+    (PROGRAM_PAGE, "p4c-bm2-ss", "is the P4 compiler, which Debian does not have"),
+    (DESCRIPTIONS, '"entries": [{', "is part of a description; unit/program/entries_test.cpp reads it"),
     (PAGES[1], "exact      V", "is a table of notations; unit/apps/value_test.cpp reads each"),
     (PAGES[1], "idle smac #7", "is output; endtoend.PartnerEvents compares it"),
 )
@@ -47,6 +50,11 @@ SPANS_NOT_RUN = (
     (README, "(cd build/release && cpack)", "packs for half a minute; .ci/run package does it"),
     (README, "cmake -DJEX_SDK_ROOT=DIR", "builds all anew; checks.sdk_from_elsewhere does it"),
     (README, "cmake --install", "stands with its arguments in a block, which is run"),
+    (PROGRAM_PAGE, "switchctl port-add", "stands with its arguments in a block of the README"),
+    (PROGRAM_PAGE, "switchctl trace", "stands with its arguments in a block, which is run"),
+    (PROGRAM_PAGE, "switchctl stf FILE --program PROGRAM", "is run in the walk"),
+    (PROGRAM_PAGE, "switchctl configure FILE", "is a form; endtoend/cli_stf_test.cpp runs it"),
+    (PROGRAM_PAGE, "switchctl set COMMAND", "is a form; endtoend/cli_stf_test.cpp runs it"),
 )
 
 
@@ -56,6 +64,7 @@ class World:
     def __init__(self, root, build, scratch):
         self.root, self.build, self.scratch = root, build, scratch
         self.count = 0
+        self.walk = None  # that goes on from block to block
         self.env = {**os.environ, "PATH": f"{build}/bin:{os.environ['PATH']}"}
         self.checkout = scratch / "checkout"
         (self.checkout / "build").mkdir(parents=True)
@@ -162,6 +171,13 @@ def _(world, block):
         shell.finish()
 
 
+@runs(README, "switchctl stf examples/p4/l2_learn.stf")
+def _(world, block):
+    with world.in_checkout() as session:
+        said = session.run(block.lines[0])
+        require("as expected" in said, said)
+
+
 @runs(README, "cmake --install build/release --prefix DIR")
 def _(world, block):
     with world.in_checkout() as session:
@@ -255,7 +271,7 @@ runs(OPERATIONS, "slice-counters --program router.json")(show_counters)
 runs(PAGES[3], "slice-counters --program router.json")(show_counters)
 
 
-@runs(PROGRAM_PAGE, "router.json: /tables/0/key/0/match")
+@runs(DESCRIPTIONS, "router.json: /tables/0/key/0/match")
 def _(world, block):
     """Each line is what an agent says of a description that is wrong in this way."""
     with world.beside_programs() as session:
@@ -271,11 +287,16 @@ def _(world, block):
             description.unlink(missing_ok=True)
             if make() is not None:
                 description.write_text(make())
-            said = subprocess.run(["slice-agent", "--program", "router.json"], cwd=session.folder,
-                                  env=session.env, capture_output=True, text=True,
-                                  timeout=PATIENCE, check=False)
-            require(said.returncode == 1 and line.removesuffix(" ...") in said.stderr,
-                    f"instead of `{line}`:", said.stderr)
+            require_refusal(session, "router.json", line)
+
+
+def require_refusal(session, program, line):
+    """An agent does not start with this program, and says this line or more of it."""
+    said = subprocess.run(["slice-agent", "--program", program], cwd=session.folder,
+                          env=session.env, capture_output=True, text=True, timeout=PATIENCE,
+                          check=False)
+    require(said.returncode == 1 and line.removesuffix(" ...") in said.stderr,
+            f"instead of `{line}`:", said.stderr)
 
 
 def with_match_kind(text, kind):
@@ -283,6 +304,125 @@ def with_match_kind(text, kind):
     description = json.loads(text)
     description["tables"][0]["key"][0]["match"] = kind
     return json.dumps(description)
+
+
+# ---- the walk with a P4 program ----------------------------------------------------------------
+
+ANSWERS_THAT_DIFFER = (r"age=\d+ms", r"barrier \d+, round trip [\d.]+ ms", r"synced \d+ ms ago")
+
+
+class Walk:
+    """The blocks of the walk, one after the other, in one session that the last one ends.
+
+    `$` stands before a line of a shell, `>` before one of the partner shell; the others are their
+    output, which ends at `...` if not all of it is shown.
+    """
+
+    def __init__(self, world):
+        folder = world.scratch / "walk"
+        shutil.copytree(world.root / "examples/p4", folder)
+        self.stack = contextlib.ExitStack()
+        self.session = self.stack.enter_context(Session(folder, world.env))
+        self.shell = None
+
+    def run(self, block):
+        at = 0
+        while at < len(block.lines):
+            typed, at = block.lines[at], at + 1
+            shown = []
+            while at < len(block.lines) and block.lines[at][:2] not in ("$ ", "> "):
+                shown.append(block.lines[at])
+                at += 1
+            said = self.answer(typed)
+            if shown and shown[-1].strip() == "...":
+                said = said[:len(shown) - 1]
+                shown.pop()
+            require([unified(line) for line in said] == [unified(line) for line in shown],
+                    f"`{typed}` says", said)
+
+    def answer(self, typed):
+        if typed.startswith("> "):
+            return self.shell.type(typed[2:])
+        require(typed.startswith("$ "), f"nobody types `{typed}`")
+        command = typed[2:]
+        if not runs_until_ended(command):
+            return self.session.run(command).splitlines()
+        started = self.session.start(command)
+        if program_of(command) == "partner-shell":
+            self.shell = started
+        return list(started.lines)
+
+
+def unified(line):
+    for pattern in ANSWERS_THAT_DIFFER:
+        line = re.sub(pattern, "#", line)
+    return line
+
+
+def walks(prefix, first=False, last=False):
+    def step(world, block):
+        if first:
+            world.walk = Walk(world)
+        require(world.walk, "the walk has not begun")
+        world.walk.run(block)
+        if last:
+            world.walk.stack.close()
+            world.walk = None
+    runs(PROGRAM_PAGE, prefix)(step)
+
+
+walks("$ switchctl stf l2_learn.stf --program", first=True)
+walks("$ slice-agent --program l2_learn.json --configure")
+walks("$ switchctl tables")
+walks("$ partner-shell --program l2_learn.json")
+walks("$ switchctl trace --port 1")
+
+
+@runs(PROGRAM_PAGE, "packet 1 ffffffffffff 02000000000a 88b5 0001\n")
+def _(world, block):
+    """The file that the next block runs."""
+    require(world.walk, "the walk has not begun")
+    (world.walk.session.folder / "first.stf").write_text("\n".join(block.lines) + "\n")
+
+
+walks("$ switchctl stf first.stf")
+walks("> idle-register", last=True)
+
+
+@runs(PROGRAM_PAGE, "packet 1 ffffffffffff 02000000000a 88b5 0001      #")
+def _(world, block):
+    """Behind the example's set-up and entries for its VLAN."""
+    folder = world.scratch / "test"
+    shutil.copytree(world.root / "examples/p4", folder)
+    set_up = (folder / "l2_learn.stf").read_text().partition("packet ")[0]
+    # Port 3, which the block leaves out, has no part in the VLAN.
+    set_up = "\n".join(line for line in set_up.splitlines() if not line.startswith("add egress_tag port:3"))
+    (folder / "test.stf").write_text(set_up + "\n" + "\n".join(block.lines) + "\n")
+    with Session(folder, world.env) as session:
+        said = session.run("switchctl stf test.stf --program l2_learn.json")
+        require("as expected, 1 packets in, 1 out" in said, said)
+
+
+@runs(PROGRAM_PAGE, "l2_learn.json: /__meta__/version")
+def _(world, block):
+    """Each line is what an agent says of a program that is wrong in this way."""
+    folder = world.scratch / "wrong"
+    shutil.copytree(world.root / "examples/p4", folder)
+    compiled = (folder / "l2_learn.json").read_text()
+    wrong = {
+        "version 3.0": lambda program: program["__meta__"].update(version=[3, 0]),
+        "extern x": lambda program: program["extern_instances"].append({"name": "x", "type": "y"}),
+        "teleport": lambda program: program["actions"][2]["primitives"][0].update(op="teleport"),
+        "is exact but": lambda program: program["pipelines"][0]["tables"][3]["key"][0].update(
+            match_type="ternary"),
+        "is P4 source": lambda program: None,
+    }
+    with Session(folder, world.env) as session:
+        for line in block.lines:
+            program = json.loads(compiled)
+            next(change for part, change in wrong.items() if part in line)(program)
+            (folder / "l2_learn.json").write_text(json.dumps(program))
+            require_refusal(session, line.partition(":")[0], line)
 
 
 @runs(PAGES[1], "partner-shell --program router.json")

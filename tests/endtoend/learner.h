@@ -19,8 +19,8 @@ constexpr int kLongAge = 1'000'000;
 
 class Learner {
  public:
-  explicit Learner(int age_s)
-      : process_(JEX_L2_LEARNING, {programFile("l2_switch"), std::to_string(age_s)}) {
+  explicit Learner(int age_s, const std::string& program = programFile("l2_switch"))
+      : process_(JEX_L2_LEARNING, {program, std::to_string(age_s)}) {
     EXPECT_EQ(process_.readLine(), "l2_learning: ready") << process_.standardError();
   }
 

@@ -349,6 +349,13 @@ TEST(P4Forms, TellsFormsApartByContent) {
   EXPECT_EQ(loadErrorOf("/"), "/: cannot be read: Is a directory");
 }
 
+TEST(P4Forms, SayThatSourceIsToBeCompiled) {
+  const Folder folder;
+  const std::string source = folder.write("x.p4", "// a bridge\n#include <core.p4>\n");
+  EXPECT_EQ(loadErrorOf(source),
+            source + ": /: is P4 source, which the P4 compiler turns into the JSON to give here");
+}
+
 TEST(P4Forms, ReadsP4InfoBesideTheJson) {
   for (const char* extension : {".p4info.txtpb", ".p4info.txt", ".p4info"}) {
     const Folder folder;

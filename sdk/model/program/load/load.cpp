@@ -101,6 +101,11 @@ std::shared_ptr<const Program> loadPair(const std::pair<std::string, std::string
 }
 
 std::shared_ptr<const Program> loadP4Info(const Source& source, LoadError* error) {
+  if (endsWith(source.path, ".p4")) {
+    fillError(error, source.path, "",
+              "is P4 source, which the P4 compiler turns into the JSON to give here");
+    return nullptr;
+  }
   UnpackedProgram unpacked;
   if (!programFromP4Info(source.text, source.path, &unpacked, error)) return nullptr;
   return settled(&unpacked, source.path, error);
