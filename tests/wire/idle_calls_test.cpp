@@ -86,6 +86,16 @@ TEST_F(IdleCalls, ArmWithWhatTheRequestSays) {
   handle(request);
 }
 
+TEST_F(IdleCalls, NameThePipeOfTheRequest) {
+  IdleRequest request;
+  request.pipe = 0;
+  handle(request);
+  expectSetOnce(0);
+  request.enable = 0;
+  handle(request);
+  expectSetOnce(0);
+}
+
 TEST_F(IdleCalls, DisarmInTheSameWayWithoutACookie) {
   handle(IdleRequest());
   IdleRequest request;

@@ -104,6 +104,14 @@ TEST(PartnerSocket, PartnerInitIsFalseWhenItCannotConnect) {
   EXPECT_EQ(sut.clientThread, nullptr);
 }
 
+TEST(PartnerSocket, HasNoDescriptorWithoutAnEndpoint) {
+  PartnerSocket sut(kAgent);
+  sut.socket_ = nn_socket(AF_SP, NN_PULL);
+  ASSERT_GE(sut.socket_, 0);
+  EXPECT_EQ(sut.getFd(), -1);
+  nn_close(sut.socket_);
+}
+
 TEST(PartnerSocket, ReceivesWithoutWaiting) {
   PartnerSocket sut(kAgent);
   ASSERT_TRUE(sut.init(kAddress, false));
