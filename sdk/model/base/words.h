@@ -10,6 +10,35 @@ namespace jxmodel {
 
 constexpr size_t wordsOf(size_t bytes) { return (bytes + 7) / 8; }
 
+/// 1 to 7 bytes as a word: its first ones, zeros behind them. Without a call for a copy of a length
+/// that is not known: the first and the last bytes are read together, those in both come twice.
+inline uint64_t shortWord(const uint8_t* bytes, size_t count) {
+  if (count >= 4) {
+    uint32_t first = 0, last = 0;
+    std::memcpy(&first, bytes, sizeof first);
+    std::memcpy(&last, bytes + count - sizeof last, sizeof last);
+    return first | uint64_t{last} << 8 * (count - sizeof last);
+  }
+  if (count == 1) return *bytes;
+  uint16_t first = 0, last = 0;
+  std::memcpy(&first, bytes, sizeof first);
+  std::memcpy(&last, bytes + count - sizeof last, sizeof last);
+  return first | uint64_t{last} << 8 * (count - sizeof last);
+}
+
+/// Whether bytes are the same, word by word: for few bytes, where a call costs more.
+inline bool sameBytes(const uint8_t* one, const uint8_t* other, size_t count) {
+  for (; count >= sizeof(uint64_t); count -= sizeof(uint64_t)) {
+    uint64_t words[2];
+    std::memcpy(&words[0], one, sizeof(uint64_t));
+    std::memcpy(&words[1], other, sizeof(uint64_t));
+    if (words[0] != words[1]) return false;
+    one += sizeof(uint64_t);
+    other += sizeof(uint64_t);
+  }
+  return count == 0 || shortWord(one, count) == shortWord(other, count);
+}
+
 /// The hash that slots are found by, word by word. All bits of a word reach all bits of the value:
 /// a multiplication carries them up, a shift brings them down for the next.
 class WordHash {
@@ -43,10 +72,7 @@ inline uint32_t slotHashOf(const uint8_t* bytes, size_t count) {
     std::memcpy(&word, bytes, sizeof word);
     hash.add(word);
   }
-  if (count == 0) return hash.value();
-  word = 0;
-  std::memcpy(&word, bytes, count);
-  hash.add(word);
+  if (count != 0) hash.add(shortWord(bytes, count));
   return hash.value();
 }
 

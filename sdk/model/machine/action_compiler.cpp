@@ -72,6 +72,12 @@ void ActionCompiler::add(const AssignStep& step) {
     return;
   }
   if (slot.limbs != 1 || made_.x->arithmetic != CompiledExpression::Arithmetic::k64) return;
+  if (made_.x->shape == CompiledExpression::Shape::kWord) {
+    made_.op = Op::kCopyWord;
+    made_.c = made_.x->code.front().a;
+    made_.x = nullptr;
+    return;
+  }
   const CompiledExpression::Instruction& first = made_.x->code.front();
   if (first.code == CompiledExpression::Code::kImmediate && made_.x->code.size() == 2) {
     made_.op = Op::kSetWord;

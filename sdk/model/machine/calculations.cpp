@@ -1,40 +1,39 @@
 // Hashes and checksums over fields.
+#include <algorithm>
+#include <cstring>
+
 #include "model/machine/hash.h"
 #include "model/machine/machine_run.h"
 
 namespace jxmodel {
 namespace {
 
-/// Puts values one behind the other, bit by bit.
+/// Puts values one behind the other, bit by bit, where there is room for them.
 class BitWriter {
  public:
-  explicit BitWriter(std::vector<uint8_t>& bytes) : bytes_(bytes) { bytes_.clear(); }
+  explicit BitWriter(uint8_t* bytes) : at_(bytes) {}
 
-  /// Up to 64 bits.
-  void add(uint64_t value, uint32_t bits) {
-    if (bits > 32) {
-      addFew(value >> 32, bits - 32);
-      addFew(value & 0xFFFF'FFFF, 32);
-    } else {
-      addFew(value, bits);
-    }
-  }
   void add(const uint64_t* limbs, uint32_t width) {
     for (uint32_t i = limbsOf(width); i-- > 0;) {
       const uint32_t bits = std::min(width - i * 64, 64U);
-      add(limbs[i], bits);
+      if (bits > 32) addFew(limbs[i] >> 32, bits - 32);
+      addFew(limbs[i] & 0xFFFF'FFFF, std::min(bits, 32U));
     }
   }
   void addBytes(const uint8_t* bytes, size_t count) {
-    if (pending_ == 0) {
-      bytes_.insert(bytes_.end(), bytes, bytes + count);
-      return;
+    if (pending_ != 0) {
+      for (size_t i = 0; i < count; ++i) addFew(bytes[i], 8);
+    } else if (count != 0) {
+      std::memcpy(at_, bytes, count);
+      at_ += count;
     }
-    for (size_t i = 0; i < count; ++i) addFew(bytes[i], 8);
   }
-  /// Fills the last byte up with zeros.
-  void end() {
+  /// Bytes that are written already.
+  void skip(size_t count) { at_ += count; }
+  /// Fills the last byte up with zeros. Returns where they end.
+  uint8_t* end() {
     if (pending_ != 0) addFew(0, 8 - pending_);
+    return at_;
   }
 
  private:
@@ -42,13 +41,14 @@ class BitWriter {
   void addFew(uint64_t value, uint32_t bits) {
     word_ = word_ << bits | value;
     pending_ += bits;
-    while (pending_ >= 8) {
-      pending_ -= 8;
-      bytes_.push_back(static_cast<uint8_t>(word_ >> pending_));
-    }
+    const uint32_t whole = pending_ / 8;
+    if (whole == 0) return;
+    pending_ %= 8;
+    storeBig(word_ >> pending_, at_, whole);
+    at_ += whole;
   }
 
-  std::vector<uint8_t>& bytes_;
+  uint8_t* at_;
   uint64_t word_ = 0;     // the bits that are no whole byte yet are its last ones
   uint32_t pending_ = 0;  // how many
 };
@@ -93,16 +93,24 @@ uint64_t MachineRun::calculate(uint32_t number) {
   if (calculation.algorithm == HashAlgorithm::kRandom) {
     return asked_random_ ? asked_random_->next() : settings_.random.next();
   }
-  BitWriter writer(scratch_.bytes);
-  const InputWriter inputs{layout_, state_, writer};
-  bool payload = false;
-  for (const auto& input : calculation.inputs) {
-    std::visit(inputs, input);
-    payload = payload || std::holds_alternative<PayloadInput>(input);
+  const CompiledCalculation& compiled = machine_.calculations[number];
+  const size_t payload = compiled.payload ? frame_.size() - facts_.payload : 0;
+  if (scratch_.bytes.size() < compiled.max_bytes + payload) {
+    scratch_.bytes.resize(compiled.max_bytes + payload);
   }
-  if (payload) writer.addBytes(frame_.data() + facts_.payload, frame_.size() - facts_.payload);
-  writer.end();
-  return hashOf(calculation.algorithm, scratch_.bytes.data(), scratch_.bytes.size());
+  uint8_t* const bytes = scratch_.bytes.data();
+  BitWriter writer(bytes);
+  const auto isValid = [this](uint32_t header) { return state_.valid[header] != 0; };
+  if (compiled.pieces.planned() &&
+      std::all_of(compiled.headers.begin(), compiled.headers.end(), isValid)) {
+    compiled.pieces.write(state_.limbs.data(), bytes);
+    writer.skip(compiled.pieces.bytes());
+  } else {
+    const InputWriter inputs{layout_, state_, writer};
+    for (const auto& input : calculation.inputs) std::visit(inputs, input);
+  }
+  if (payload != 0) writer.addBytes(frame_.data() + facts_.payload, payload);
+  return hashOf(calculation.algorithm, bytes, static_cast<size_t>(writer.end() - bytes));
 }
 
 void MachineRun::verifyChecksums() {

@@ -1,6 +1,7 @@
 #include "model/machine/compiled_machine.h"
 
 #include <algorithm>
+#include <set>
 
 #include "model/base/clock.h"
 #include "model/base/wire_value.h"
@@ -13,6 +14,41 @@ uint64_t nextId() {
   static std::atomic<uint64_t> last{0};
   return ++last;
 }
+
+/// What the inputs of a calculation are made of.
+struct CalculationInputs {
+  const StateLayout& layout;
+  std::vector<FieldPieces::Item> items;
+  std::set<uint32_t> headers;
+  uint32_t max_bits = 0;
+  bool known = true;  // how many bits there are, where the headers are valid
+  bool payload = false;
+
+  explicit CalculationInputs(const StateLayout& of) : layout(of) {}
+
+  void operator()(const FieldInput& input) { add(layout.fields[input.field]); }
+  void operator()(const HeaderInput& input) {
+    const MachineHeader& header = layout.machine.headers[input.header];
+    for (uint32_t i = 0; i < header.field_count; ++i) add(layout.fields[header.first_field + i]);
+    headers.insert(input.header);
+  }
+  void operator()(const ConstantInput& input) {
+    max_bits += input.width;
+    const std::vector<uint8_t>& value = input.value.magnitude;
+    known = known && input.width <= 64;
+    uint64_t fixed = 0;
+    bytesToLimbs(value.data(), static_cast<uint32_t>(value.size()), &fixed, 1);
+    items.push_back({input.width, kNoIndex, fixed & maskOf(input.width)});
+  }
+  void operator()(const PayloadInput&) { payload = true; }
+
+  void add(const FieldSlot& slot) {
+    max_bits += slot.width;
+    known = known && slot.varbit == kNoIndex;
+    items.push_back({slot.width, slot.limb, 0});
+    headers.insert(slot.header);
+  }
+};
 
 uint32_t orNone(const std::optional<uint32_t>& index) { return index.value_or(kNoIndex); }
 
@@ -46,6 +82,7 @@ CompiledMachine::CompiledMachine(const Program& described, const std::vector<Tab
   }
   compileParser();
   compileNodes(states);
+  for (const Calculation& source : machine.calculations) compileCalculation(source);
   for (const Checksum& source : machine.checksums) {
     checksums.push_back({&source, source.condition ? expression(*source.condition) : nullptr});
   }
@@ -103,12 +140,16 @@ CompiledKeyPart CompiledMachine::keyPart(const Expression& source, uint32_t widt
   part.width = width;
   part.bytes = bytesOf(width);
   max_limbs = std::max(max_limbs, limbsOf(width));
+  using Kind = CompiledKeyPart::Kind;
+  if (part.x->shape == CompiledExpression::Shape::kHeaderValid) {
+    part.kind = Kind::kHeaderValid;
+    part.place = part.x->code.front().a;
+  }
   if (source.size() != 1 || source.front().op != ExprOp::kField) return part;
   const FieldSlot& slot = layout.fields[source.front().a];
   if (slot.width != width) return part;
-  part.field = source.front().a;
-  part.limb = slot.limb;
-  part.word = slot.limbs == 1;
+  part.kind = slot.limbs == 1 ? Kind::kWord : Kind::kField;
+  part.place = slot.limbs == 1 ? slot.limb : source.front().a;
   return part;
 }
 
@@ -235,6 +276,7 @@ void CompiledMachine::compileTable(const TableNode& source,
     made.actions.push_back({&program.actions[table.actions[i]], &actions[source.actions[i].action],
                             orNone(source.actions[i].next)});
   }
+  made.ages = table.idle_timeout;
   made.by_hit = source.by_hit;
   made.on_hit = orNone(source.on_hit);
   made.on_miss = orNone(source.on_miss);
@@ -255,6 +297,19 @@ void CompiledMachine::compileCall(const CallNode& source) {
   for (const std::vector<uint8_t>& param : source.params) {
     made.params.insert(made.params.end(), param.begin(), param.end());
   }
+}
+
+// --- calculations
+
+void CompiledMachine::compileCalculation(const Calculation& source) {
+  CompiledCalculation& made = calculations.emplace_back();
+  CalculationInputs inputs(layout);
+  for (const auto& input : source.inputs) std::visit(inputs, input);
+  // The payload follows behind the last bit, not behind padding.
+  if (inputs.known) made.pieces = FieldPieces(inputs.items, !inputs.payload);
+  made.headers.assign(inputs.headers.begin(), inputs.headers.end());
+  made.max_bytes = (inputs.max_bits + 7) / 8;
+  made.payload = inputs.payload;
 }
 
 /// Asking for the time costs as much as several steps, so packets do it only for somebody.

@@ -71,6 +71,7 @@ struct CompiledActionStep {
     kLog,
     kAssert,
   };
+  static constexpr Op kLastOfWords = Op::kStoreWord;
   Op op = Op::kExit;
   uint32_t cost = 1;  // of the steps that a packet may take
   uint32_t a = 0, b = 0, c = 0, d = 0;
@@ -96,11 +97,16 @@ struct CompiledParserOp {
 };
 /// A part of a key: of a table or of a parser state.
 struct CompiledKeyPart {
-  const CompiledExpression* x = nullptr;
-  uint32_t field = kNoIndex;  // where the value is one field that is as wide
-  uint32_t limb = 0;          // where that has one word; `bytes` are at most 8 then
-  bool word = false;
+  enum class Kind : uint8_t {
+    kWord,         // word `place`, of at most 8 bytes
+    kHeaderValid,  // header `place`
+    kField,        // field `place`, which is as wide
+    kExpression,
+  };
+  Kind kind = Kind::kExpression;
+  uint32_t place = 0;
   uint32_t width = 0, bytes = 0;
+  const CompiledExpression* x = nullptr;
 };
 struct CompiledTransition {
   Transition::Kind kind = Transition::Kind::kDefault;
@@ -130,6 +136,7 @@ struct CompiledTable {
   std::vector<ActionOfTable> actions;
   bool by_hit = false;
   uint32_t on_hit = kNoIndex, on_miss = kNoIndex, base_next = kNoIndex;
+  bool ages = false;
   uint32_t direct_meter = kNoIndex;
   uint32_t meter_target = kNoIndex;  // into CompiledMachine::targets
   uint32_t selector = kNoIndex;      // calculation
@@ -150,6 +157,13 @@ struct CompiledNode {
   const MachineNode* source = nullptr;
 };
 
+/// The inputs of a calculation.
+struct CompiledCalculation {
+  FieldPieces pieces;             // of all but the payload; for packets with all of these headers
+  std::vector<uint32_t> headers;  // each once
+  uint32_t max_bytes = 0;         // without the payload
+  bool payload = false;
+};
 struct CompiledChecksum {
   const Checksum* source = nullptr;
   const CompiledExpression* x = nullptr;  // null: always
@@ -189,7 +203,8 @@ class CompiledMachine {
   std::vector<CompiledTable> tables;
   std::vector<CompiledCall> calls;
   std::vector<CompiledCondition> conditions;
-  std::vector<CompiledNode> nodes;  // as Machine::nodes
+  std::vector<CompiledNode> nodes;                // as Machine::nodes
+  std::vector<CompiledCalculation> calculations;  // as Machine::calculations
   std::vector<CompiledChecksum> checksums;
   std::vector<CounterTable*> counters;  // as Machine::counters; null elements do not count
   StandardSlots standard;
@@ -216,6 +231,7 @@ class CompiledMachine {
   void compileNodes(const std::vector<TableState*>& states);
   void compileTable(const TableNode& source, const std::vector<TableState*>& states);
   void compileCall(const CallNode& source);
+  void compileCalculation(const Calculation& source);
   void findTimeReaders();
 
   std::deque<CompiledExpression> expressions_;

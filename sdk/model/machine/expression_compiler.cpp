@@ -114,6 +114,15 @@ Wide numberOf(const Number& number) {
   return number.negative ? Wide(-value) : value;
 }
 
+CompiledExpression::Shape shapeOf(const Instruction& only) {
+  using Shape = CompiledExpression::Shape;
+  if (only.code == Code::kWord) return Shape::kWord;
+  if (only.code == Code::kHeaderValid) return Shape::kHeaderValid;
+  if (only.b != CompiledExpression::kWordImmediate || only.immediate < 0) return Shape::kCode;
+  if (only.code == Code::kEqual) return Shape::kEqual;
+  return only.code == Code::kNotEqual ? Shape::kNotEqual : Shape::kCode;
+}
+
 /// One expression on its way to code.
 class Compilation {
  public:
@@ -130,6 +139,7 @@ class Compilation {
       place_behind_.push_back(static_cast<uint32_t>(made_.code.size()));
       last_label_ = labels_.count(at) != 0 ? made_.code.size() : last_label_;
     }
+    if (made_.code.size() == 1) made_.shape = shapeOf(made_.code.front());
     emit({Code::kEnd, 0, 0, 0});
     for (Instruction& instruction : made_.code) {
       if (isJump(instruction.code)) instruction.a = targetOf(instruction);
@@ -279,6 +289,8 @@ class Compilation {
   void addUnary(const ExprCode& code) {
     const NumberRange value = pop();
     if (code.op == ExprOp::kLogicalNot || code.op == ExprOp::kToBool) {
+      const bool is_bool = value.low >= 0 && value.high <= 1;
+      if (code.op == ExprOp::kToBool && is_bool) return push(value);
       emit({codeOf(code.op), 0, 0, 0});
       return push(NumberRange::ofBool());
     }
@@ -287,15 +299,46 @@ class Compilation {
     push(std::move(range));
   }
 
+  /// The last instruction, unless a jump leads behind it; null then, and where there is none.
+  Instruction* lastUnlabelled() {
+    return made_.code.empty() || last_label_ == made_.code.size() ? nullptr : &made_.code.back();
+  }
+  /// Words and constants go into their operator, unless a jump leads to what stands between.
+  void emitBinary(Code code) {
+    Instruction* last = lastUnlabelled();
+    if (last != nullptr && last->code == Code::kWord) {
+      *last = {code, last->a, CompiledExpression::kWordRight, 0};
+      return;
+    }
+    if (last == nullptr || last->code != Code::kImmediate) return emit({code, 0, 0, 0});
+    const int64_t immediate = last->immediate;
+    made_.code.pop_back();
+    last = lastUnlabelled();
+    if (last != nullptr && last->code == Code::kWord) {
+      *last = {code, last->a, CompiledExpression::kWordImmediate, immediate};
+    } else {
+      emit({code, 0, CompiledExpression::kImmediateRight, immediate});
+    }
+  }
+
+  /// Whether `and` with the right number, which is one only, leaves each left number as it is.
+  static bool isNoCut(const NumberRange& left, const NumberRange& right) {
+    const Wide& mask = right.low;
+    return mask == right.high && left.low >= 0 && left.high <= mask && (mask & (mask + 1)) == 0;
+  }
+  /// Takes back the immediate that is the last instruction; false if the last one is another.
+  bool dropImmediate() {
+    const Instruction* const last = lastUnlabelled();
+    if (last == nullptr || last->code != Code::kImmediate) return false;
+    made_.code.pop_back();
+    return true;
+  }
+
   void addBinary(const ExprCode& code) {
     const NumberRange right = pop();
     const NumberRange left = pop();
-    // A constant goes into its operator, unless a jump leads to what stands between.
-    if (made_.code.back().code == Code::kImmediate && last_label_ != made_.code.size()) {
-      made_.code.back() = {codeOf(code.op), 0, 1, made_.code.back().immediate};
-    } else {
-      emit({codeOf(code.op), 0, 0, 0});
-    }
+    if (code.op == ExprOp::kAnd && isNoCut(left, right) && dropImmediate()) return push(left);
+    emitBinary(codeOf(code.op));
     const bool compares = code.op >= ExprOp::kEqual;
     push(compares ? NumberRange::ofBool() : rangeOfBinary(code.op, left, right));
   }

@@ -103,7 +103,8 @@ Number clampTo(const Number& value, uint32_t bits, bool is_signed) {
 }
 
 template <typename Number>
-Number binary(Code code, const Number& left, const Number& right, MachineTally& tally) {
+[[gnu::always_inline]] inline Number binary(Code code, const Number& left, const Number& right,
+                                            MachineTally& tally) {
   switch (code) {
     case Code::kAdd:
       return left + right;
@@ -300,6 +301,7 @@ template <typename Number>
 Number Evaluator::run(const CompiledExpression& expression, ExpressionInput& input, Number* stack) {
   Number* top = stack - 1;  // the last number
   const Instruction* const code = expression.code.data();
+  Number right = 0;  // of an operator
   for (const Instruction* at = code;; ++at) {
     switch (at->code) {
       case Code::kImmediate:
@@ -362,22 +364,28 @@ Number Evaluator::run(const CompiledExpression& expression, ExpressionInput& inp
       case Code::kEnd:
         return *top;
       default:  // operators of two numbers
-        if (at->b != 0) {
-          *top = binary<Number>(at->code, *top, Number(at->immediate), *input.tally);
-        } else {
-          --top;
-          *top = binary<Number>(at->code, top[0], top[1], *input.tally);
+        switch (at->b) {
+          case CompiledExpression::kImmediateRight:
+            right = Number(at->immediate);
+            break;
+          case CompiledExpression::kWordRight:
+            right = static_cast<Number>(input.state->limbs[at->a]);
+            break;
+          case CompiledExpression::kWordImmediate:
+            *++top = static_cast<Number>(input.state->limbs[at->a]);
+            right = Number(at->immediate);
+            break;
+          default:
+            right = *top--;
+            break;
         }
+        *top = binary<Number>(at->code, *top, right, *input.tally);
         break;
     }
   }
 }
 
-bool Evaluator::isTrue(const CompiledExpression& expression, ExpressionInput& input) {
-  return low64(expression, input) != 0;
-}
-
-uint64_t Evaluator::low64(const CompiledExpression& expression, ExpressionInput& input) {
+uint64_t Evaluator::low64Of(const CompiledExpression& expression, ExpressionInput& input) {
   switch (expression.arithmetic) {
     case CompiledExpression::Arithmetic::k64:
       return static_cast<uint64_t>(run<int64_t>(expression, input, narrow_.data()));
@@ -392,6 +400,9 @@ uint64_t Evaluator::low64(const CompiledExpression& expression, ExpressionInput&
 }
 
 uint64_t Evaluator::index(const CompiledExpression& expression, ExpressionInput& input) {
+  if (expression.shape == CompiledExpression::Shape::kWord) {
+    return indexOf(Int128(input.state->limbs[expression.code.front().a]));
+  }
   switch (expression.arithmetic) {
     case CompiledExpression::Arithmetic::k64:
       return indexOf(run<int64_t>(expression, input, narrow_.data()));

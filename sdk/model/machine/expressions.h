@@ -55,7 +55,7 @@ struct CompiledExpression {
     kUnionElementField,
     kHeadersEqual,
     kRegister,
-    // Of two numbers; the right one is `immediate` where `b` is 1.
+    // Of two numbers; see Operands.
     kAdd,
     kSubtract,
     kMultiply,
@@ -86,6 +86,13 @@ struct CompiledExpression {
     kJumpIfTrueKeep,
     kEnd,
   };
+  /// What the two numbers of an operator are: `b` of the instruction.
+  enum Operands : uint32_t {
+    kBothOnStack,
+    kImmediateRight,  // `immediate`
+    kWordRight,       // word `a`
+    kWordImmediate,   // word `a`, then `immediate`; nothing is taken from the stack
+  };
   struct Instruction {
     Code code = Code::kEnd;
     uint32_t a = 0, b = 0;
@@ -93,6 +100,15 @@ struct CompiledExpression {
   };
 
   std::vector<Instruction> code;  // ends with kEnd
+  /// What many expressions are: computed without a stack.
+  enum class Shape : uint8_t {
+    kCode,
+    kWord,         // word `a` of the only instruction
+    kHeaderValid,  // header `a`
+    kEqual,        // word `a` is `immediate`, which is not negative
+    kNotEqual,
+  };
+  Shape shape = Shape::kCode;
   Arithmetic arithmetic = Arithmetic::k64;
   uint32_t depth = 1;  // numbers on the stack at most
 };
@@ -122,9 +138,28 @@ class Evaluator {
   /// Room for stacks; to be called with the greatest CompiledExpression::depth.
   void reserve(uint32_t depth);
 
-  bool isTrue(const CompiledExpression& expression, ExpressionInput& input);
+  bool isTrue(const CompiledExpression& expression, ExpressionInput& input) {
+    return low64(expression, input) != 0;
+  }
   /// The value modulo 2^64.
-  uint64_t low64(const CompiledExpression& expression, ExpressionInput& input);
+  uint64_t low64(const CompiledExpression& expression, ExpressionInput& input) {
+    using Shape = CompiledExpression::Shape;
+    const CompiledExpression::Instruction& only = expression.code.front();
+    const PacketState& state = *input.state;
+    switch (expression.shape) {
+      case Shape::kWord:
+        return state.limbs[only.a];
+      case Shape::kHeaderValid:
+        return state.valid[only.a];
+      case Shape::kEqual:
+        return state.limbs[only.a] == static_cast<uint64_t>(only.immediate) ? 1 : 0;
+      case Shape::kNotEqual:
+        return state.limbs[only.a] != static_cast<uint64_t>(only.immediate) ? 1 : 0;
+      case Shape::kCode:
+        break;
+    }
+    return low64Of(expression, input);
+  }
   /// The value; UINT64_MAX where it is negative or greater.
   uint64_t index(const CompiledExpression& expression, ExpressionInput& input);
   /// The value modulo 2^width as words.
@@ -133,6 +168,7 @@ class Evaluator {
   Wide wide(const CompiledExpression& expression, ExpressionInput& input);
 
  private:
+  uint64_t low64Of(const CompiledExpression& expression, ExpressionInput& input);
   template <typename Number>
   Number run(const CompiledExpression& expression, ExpressionInput& input, Number* stack);
   template <typename Number>

@@ -25,14 +25,22 @@ void MachineRun::runNodes(uint32_t first) {
 
 void MachineRun::writeKey(const std::vector<CompiledKeyPart>& parts, uint8_t* out) {
   for (const CompiledKeyPart& part : parts) {
-    if (part.word) {
-      storeBig(state_.limbs[part.limb], out, part.bytes);
-    } else if (part.field != kNoIndex) {
-      const FieldSlot& slot = layout_.fields[part.field];
-      limbsToBytes(state_.limbs.data() + slot.limb, slot.limbs, out, part.bytes);
-    } else {
-      evaluator_.value(*part.x, input_, part.width, scratch_.limbs.data());
-      limbsToBytes(scratch_.limbs.data(), limbsOf(part.width), out, part.bytes);
+    switch (part.kind) {
+      case CompiledKeyPart::Kind::kWord:
+        storeBig(state_.limbs[part.place], out, part.bytes);
+        break;
+      case CompiledKeyPart::Kind::kHeaderValid:
+        storeBig(state_.valid[part.place], out, part.bytes);
+        break;
+      case CompiledKeyPart::Kind::kField: {
+        const FieldSlot& slot = layout_.fields[part.place];
+        limbsToBytes(state_.limbs.data() + slot.limb, slot.limbs, out, part.bytes);
+        break;
+      }
+      case CompiledKeyPart::Kind::kExpression:
+        evaluator_.value(*part.x, input_, part.width, scratch_.limbs.data());
+        limbsToBytes(scratch_.limbs.data(), limbsOf(part.width), out, part.bytes);
+        break;
     }
     out += part.bytes;
   }
@@ -43,7 +51,9 @@ uint32_t MachineRun::applyTable(const CompiledTable& table, const CompiledNode& 
   writeKey(table.key, key);
   for (size_t i = 0; i < table.mask.size(); ++i) key[i] &= table.mask[i];
   const MatchTable::Applied applied = machine_.reader.lookUp(*table.state->match, key);
-  if (applied.hit) noteTableHit(table, applied.slot, applied.handle);
+  const bool noted =
+      table.ages || table.direct_meter != kNoIndex || table.state->direct_counters != nullptr;
+  if (noted && applied.hit) noteTableHit(table, applied.slot, applied.handle);
   const TableReader::Found found = machine_.reader.actionOf(
       *table.state, applied, table.default_action,
       [&]() -> uint64_t { return table.selector == kNoIndex ? 0 : calculate(table.selector); });

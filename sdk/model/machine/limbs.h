@@ -21,27 +21,54 @@ inline void cutTop(uint64_t* limbs, uint32_t width) {
   if (width % 64 != 0) limbs[width / 64] &= maskOf(width % 64);
 }
 
-/// Eight bytes in network byte order.
+/// Numbers in network byte order, without a call for a copy of a length that is not known.
 inline uint64_t loadBig64(const uint8_t* at) {
   uint64_t value = 0;
   std::memcpy(&value, at, sizeof value);
   return __builtin_bswap64(value);
 }
+inline uint32_t loadBig32(const uint8_t* at) {
+  uint32_t value = 0;
+  std::memcpy(&value, at, sizeof value);
+  return __builtin_bswap32(value);
+}
+inline uint16_t loadBig16(const uint8_t* at) {
+  uint16_t value = 0;
+  std::memcpy(&value, at, sizeof value);
+  return __builtin_bswap16(value);
+}
 inline void storeBig64(uint64_t value, uint8_t* at) {
   value = __builtin_bswap64(value);
   std::memcpy(at, &value, sizeof value);
 }
-
-/// Writes the low `bytes` bytes of the value, 1 to 8, in network byte order.
-inline void storeBig(uint64_t value, uint8_t* at, uint32_t bytes) {
-  value = __builtin_bswap64(value << (64 - 8 * bytes));
-  std::memcpy(at, &value, bytes);
+inline void storeBig32(uint32_t value, uint8_t* at) {
+  value = __builtin_bswap32(value);
+  std::memcpy(at, &value, sizeof value);
 }
-/// Reads 1 to 8 bytes in network byte order.
+inline void storeBig16(uint16_t value, uint8_t* at) {
+  value = __builtin_bswap16(value);
+  std::memcpy(at, &value, sizeof value);
+}
+
+/// Writes the low `bytes` bytes of the value, 1 to 8, in network byte order. The first and the last
+/// of them are written together; what lies in both is written twice.
+inline void storeBig(uint64_t value, uint8_t* at, uint32_t bytes) {
+  if (bytes == 8) return storeBig64(value, at);
+  if (bytes >= 4) {
+    storeBig32(static_cast<uint32_t>(value >> 8 * (bytes - 4)), at);
+    return storeBig32(static_cast<uint32_t>(value), at + bytes - 4);
+  }
+  if (bytes >= 2) storeBig16(static_cast<uint16_t>(value >> 8 * (bytes - 2)), at);
+  at[bytes - 1] = static_cast<uint8_t>(value);
+}
+/// Reads 1 to 8 bytes in network byte order; likewise.
 inline uint64_t loadBig(const uint8_t* at, uint32_t bytes) {
-  uint64_t value = 0;
-  std::memcpy(&value, at, bytes);
-  return __builtin_bswap64(value) >> (64 - 8 * bytes);
+  if (bytes == 8) return loadBig64(at);
+  if (bytes >= 4) {
+    return uint64_t{loadBig32(at)} << 8 * (bytes - 4) | loadBig32(at + bytes - 4);
+  }
+  if (bytes == 1) return *at;
+  return uint64_t{loadBig16(at)} << 8 * (bytes - 2) | loadBig16(at + bytes - 2);
 }
 
 /// Reads 1 to 64 bits; bit 0 is the top bit of the first byte.

@@ -147,6 +147,7 @@ class MachineRun {
 
   // steps.cpp
   void runAction(const CompiledAction& action, const uint8_t* params);
+  void runWordStep(const CompiledActionStep& step);
   /// The next step; the number of steps at the end.
   uint32_t runStep(const CompiledActionStep& step, uint32_t at);
   void assign(const CompiledActionStep& step);

@@ -148,8 +148,9 @@ const CompiledTransition* MachineRun::choose(const CompiledState& state) {
     writeKey(state.key, scratch_.key.data());
   } else {
     for (const CompiledKeyPart& part : state.key) {
-      const uint64_t value = part.word ? state_.limbs[part.limb]
-                                       : evaluator_.low64(*part.x, input_) & maskOf(part.width);
+      const uint64_t value = part.kind == CompiledKeyPart::Kind::kWord
+                                 ? state_.limbs[part.place]
+                                 : evaluator_.low64(*part.x, input_) & maskOf(part.width);
       key = part.bytes == 8 ? value : key << 8 * part.bytes | value;
     }
   }

@@ -5,9 +5,10 @@ namespace jxmodel {
 
 void MachineRun::runAction(const CompiledAction& action, const uint8_t* params) {
   input_.params = params;
+  const CompiledActionStep* const steps = action.steps.data();
   const auto end = static_cast<uint32_t>(action.steps.size());
-  for (uint32_t at = 0; at < end && !exited_;) {
-    const CompiledActionStep& step = action.steps[at];
+  for (uint32_t at = 0; at < end;) {
+    const CompiledActionStep& step = steps[at];
     cost_left_ -= step.cost;
     if (cost_left_ < 0) {
       tally_.add(MachineEvent::kTooManySteps);
@@ -15,8 +16,36 @@ void MachineRun::runAction(const CompiledAction& action, const uint8_t* params) 
       return;
     }
     if (trace_ != nullptr) traceStep(step);
+    if (step.op <= CompiledActionStep::kLastOfWords) {
+      runWordStep(step);
+      ++at;
+      continue;
+    }
     at = runStep(step, at);
+    if (exited_) return;
   }
+}
+
+/// An assignment of the usual kind. A write to a field of an invalid header is lost.
+inline void MachineRun::runWordStep(const CompiledActionStep& step) {
+  using Op = CompiledActionStep::Op;
+  uint64_t value = 0;
+  switch (step.op) {
+    case Op::kCopyWord:
+      value = state_.limbs[step.c];
+      break;
+    case Op::kParamWord:
+      value = loadBig(input_.params + step.c, step.d);
+      break;
+    case Op::kStoreWord:
+      value = evaluator_.low64(*step.x, input_);
+      if (input_.fault != ParserFault::kNone) return;
+      break;
+    default:  // kSetWord
+      value = step.mask;
+      break;
+  }
+  if (state_.valid[step.b] != 0) state_.limbs[step.a] = value & step.mask;
 }
 
 uint32_t MachineRun::runStep(const CompiledActionStep& step, uint32_t at) {
@@ -24,23 +53,12 @@ uint32_t MachineRun::runStep(const CompiledActionStep& step, uint32_t at) {
   uint64_t* const limbs = state_.limbs.data();
   const uint32_t next = at + 1;
   switch (step.op) {
-    // A write to a field of an invalid header is lost.
     case Op::kSetWord:
-      if (state_.valid[step.b] != 0) limbs[step.a] = step.mask;
-      return next;
     case Op::kCopyWord:
-      if (state_.valid[step.b] != 0) limbs[step.a] = limbs[step.c] & step.mask;
-      return next;
     case Op::kParamWord:
-      if (state_.valid[step.b] != 0) {
-        limbs[step.a] = loadBig(input_.params + step.c, step.d) & step.mask;
-      }
+    case Op::kStoreWord:
+      runWordStep(step);
       return next;
-    case Op::kStoreWord: {
-      const uint64_t value = evaluator_.low64(*step.x, input_) & step.mask;
-      if (state_.valid[step.b] != 0 && input_.fault == ParserFault::kNone) limbs[step.a] = value;
-      return next;
-    }
     case Op::kCopyField: {
       const FieldSlot& slot = layout_.fields[step.a];
       if (state_.valid[slot.header] == 0) return next;

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 
 #include "model/base/words.h"
 #include "model/tables/slot_hash.h"
@@ -28,7 +27,7 @@ class KeySet {
   void prefetch(uint32_t hash) const { slots_.prefetch(hash); }
   uint32_t find(uint32_t hash, const uint8_t* key) const {
     return slots_.find(hash, [this, key](uint32_t slot) {
-      return std::memcmp(store_.at(slot) + offset_, key, bytes_) == 0;
+      return sameBytes(store_.at(slot) + offset_, key, bytes_);
     });
   }
 

@@ -50,7 +50,7 @@ uint32_t TupleSpace::hashOf(const uint8_t* masked) const {
 
 uint32_t TupleSpace::firstOf(const Tuple& tuple, uint32_t hash, const uint8_t* masked) const {
   return tuple.chains.find(hash, [this, masked](uint32_t slot) {
-    return std::memcmp(valuesOf(slot), masked, codec_.valueBytes()) == 0;
+    return sameBytes(valuesOf(slot), masked, codec_.valueBytes());
   });
 }
 
