@@ -9,7 +9,8 @@
 
 namespace slice_counters {
 
-/// Where a table's name stands. Ids depend on the program alone (docs/programs.md, "Ids and handles").
+/// Where a table's name stands. Ids depend on the program alone (docs/programs.md, "Ids and
+/// handles").
 class TableNames {
  public:
   /// Takes the names of a program, in any form that devices take. Throws std::runtime_error,

@@ -84,15 +84,19 @@ Json jsonOf(const pb::Port& port) {
 Json jsonOf(const pb::PacketCounts& counts) {
   Json reasons = Json::object();
   for (const auto& reason : counts.drop_reasons()) reasons[reason.reason()] = reason.packets();
-  return {{"program", counts.program()},
-          {"received", counts.received()},
-          {"received_bytes", counts.received_bytes()},
-          {"forwarded", counts.forwarded()},
-          {"flooded", counts.flooded()},
-          {"dropped", counts.dropped()},
-          {"drop_reasons", reasons},
-          {"sent_nowhere", counts.sent_nowhere()},
-          {"bad_counter_indices", counts.bad_counter_indices()}};
+  Json json = {{"program", counts.program()},
+               {"received", counts.received()},
+               {"received_bytes", counts.received_bytes()},
+               {"forwarded", counts.forwarded()},
+               {"flooded", counts.flooded()},
+               {"dropped", counts.dropped()},
+               {"drop_reasons", reasons},
+               {"sent_nowhere", counts.sent_nowhere()},
+               {"bad_counter_indices", counts.bad_counter_indices()}};
+  for (const auto& happened : counts.happened()) {
+    json["happened"][happened.what()] = happened.times();
+  }
+  return json;
 }
 
 const char* linkOf(const pb::Port& port) {
@@ -115,6 +119,9 @@ std::string summaryOf(const pb::PacketCounts& counts) {
   }
   if (counts.bad_counter_indices() != 0) {
     text += "  " + number(counts.bad_counter_indices()) + " counts beyond the end of a table\n";
+  }
+  for (const auto& happened : counts.happened()) {
+    text += "  " + number(happened.times()) + " times: " + happened.what() + '\n';
   }
   return text;
 }

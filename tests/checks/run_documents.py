@@ -321,8 +321,7 @@ class Walk:
     def __init__(self, world):
         folder = world.scratch / "walk"
         shutil.copytree(world.root / "examples/p4", folder)
-        self.stack = contextlib.ExitStack()
-        self.session = self.stack.enter_context(Session(folder, world.env))
+        self.session = Session(folder, world.env)
         self.shell = None
 
     def run(self, block):
@@ -363,11 +362,14 @@ def walks(prefix, first=False, last=False):
     def step(world, block):
         if first:
             world.walk = Walk(world)
-        require(world.walk, "the walk has not begun")
-        world.walk.run(block)
-        if last:
-            world.walk.stack.close()
-            world.walk = None
+        walk, world.walk = world.walk, None
+        require(walk, "the walk has ended before")
+        with contextlib.ExitStack() as at_failure:
+            at_failure.enter_context(walk.session)
+            walk.run(block)
+            if not last:
+                at_failure.pop_all()
+                world.walk = walk
     runs(PROGRAM_PAGE, prefix)(step)
 
 
@@ -381,12 +383,13 @@ walks("$ switchctl trace --port 1")
 @runs(PROGRAM_PAGE, "packet 1 ffffffffffff 02000000000a 88b5 0001\n")
 def _(world, block):
     """The file that the next block runs."""
-    require(world.walk, "the walk has not begun")
+    require(world.walk, "the walk has ended before")
     (world.walk.session.folder / "first.stf").write_text("\n".join(block.lines) + "\n")
 
 
 walks("$ switchctl stf first.stf")
-walks("> idle-register", last=True)
+walks("> idle-register")
+walks("$ switchctl ports", last=True)
 
 
 @runs(PROGRAM_PAGE, "packet 1 ffffffffffff 02000000000a 88b5 0001      #")

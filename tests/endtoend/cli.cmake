@@ -12,7 +12,7 @@ add_executable(list-services list_services.cpp)
 target_link_libraries(list-services PRIVATE jex_flags reflection_client)
 
 add_executable(endtoend_cli_test cli_agent_start_test.cpp cli_agent_switchctl_test.cpp
-               cli_control_service_test.cpp cli_descriptors_test.cpp cli_p4_forms_test.cpp
+               cli_control_service_test.cpp cli_descriptors_test.cpp cli_p4_counts_test.cpp cli_p4_forms_test.cpp
                cli_partner_events_test.cpp
                cli_partner_shell_interrupt_test.cpp cli_partner_shell_start_test.cpp
                cli_partner_shell_test.cpp

@@ -215,7 +215,7 @@ TEST(Stf, SaysInJsonWhatDiffers) {
 // --- against an agent
 
 /// An agent that serves, with what it was started with.
-Child agentToTest(const Words& more = {}) {
+Child agentToSetUp(const Words& more = {}) {
   Words arguments = {"--program", programFile("l2_switch")};
   arguments.insert(arguments.end(), more.begin(), more.end());
   Child agent(JEX_SLICE_AGENT, arguments);
@@ -224,7 +224,7 @@ Child agentToTest(const Words& more = {}) {
 }
 
 TEST(Stf, RunsOnARunningAgent) {
-  const Child agent = agentToTest();
+  const Child agent = agentToSetUp();
   const Finished sut = switchctl({"stf", fileOf("good.stf", kGood)});
   EXPECT_TRUE(sut.endedWith(0)) << sut.error;
   EXPECT_THAT(switchctl({"count", "dmac"}).output, ElementsAre("2"));
@@ -241,7 +241,7 @@ TEST(Configure, IsCarriedOutBeforeTheAgentIsReady) {
                                   "# what the operator sets\n"
                                   "add dmac dst:0x020000000002 forward(port:2)\n"
                                   "setdefault dmac forward(port:7)\n");
-  const Child agent = agentToTest({"--configure", file});
+  const Child agent = agentToSetUp({"--configure", file});
   EXPECT_THAT(switchctl({"entries", "dmac"}).output,
               ElementsAre("#2147483648 ethernet.dst=02:00:00:00:00:02 -> forward port=2",
                           "default -> forward port=7"));
@@ -271,7 +271,7 @@ TEST(Configure, RefusesLinesThatSetNothingUp) {
 }
 
 TEST(Configure, WorksOnARunningDevice) {
-  const Child agent = agentToTest();
+  const Child agent = agentToSetUp();
   EXPECT_TRUE(switchctl({"set", "add", "dmac", "dst:0x09", "forward(port:", "6)"}).endedWith(0));
   EXPECT_TRUE(switchctl({"set", "counter_write", "port_counters", "4", "5", "6"}).endedWith(0));
   EXPECT_TRUE(
@@ -289,7 +289,7 @@ TEST(Configure, WorksOnARunningDevice) {
 }
 
 TEST(Trace, TakesATypedPacket) {
-  const Child agent = agentToTest();
+  const Child agent = agentToSetUp();
   ASSERT_TRUE(switchctl({"set", "setdefault", "dmac", "forward(port:7)"}).endedWith(0));
   const Finished sut =
       switchctl({"trace", "--port", "1", "020000000003", "020000000001", "88b5", "0001"});

@@ -92,6 +92,11 @@ void describe(const Switch& from, pb::PacketCounts* out) {
   }
   out->set_sent_nowhere(from.sentNowhere());
   out->set_bad_counter_indices(counts.bad_counter_indices);
+  for (const PipelineCounts::Happened& happened : counts.happened) {
+    pb::PacketCounts::Happened* const added = out->add_happened();
+    added->set_what(happened.what);
+    added->set_times(happened.times);
+  }
 }
 
 /// A capture that comes over the wire, kept in a file without a name.

@@ -185,9 +185,7 @@ Json parseDocument(std::string_view text, uint32_t max_nesting) {
   return Json::parse(text);
 }
 
-void Node::fail(std::string reason) const {
-  throw LoadFailure{place(), std::move(reason)};
-}
+void Node::fail(std::string reason) const { throw LoadFailure{place(), std::move(reason)}; }
 
 std::string Node::place() const { return PlaceSearch(*document_, *value_).run(); }
 

@@ -16,8 +16,8 @@
 
 namespace jxmodel {
 
-/// Members are in the order of their names. The kind that keeps the order of the file copies what is
-/// nested in a member, at any depth, whenever a further member arrives.
+/// Members are in the order of their names. The kind that keeps the order of the file copies what
+/// is nested in a member, at any depth, whenever a further member arrives.
 using Json = nlohmann::json;
 
 inline constexpr uint32_t kMaxNesting = 64;      // levels of lists and objects of a description
