@@ -67,6 +67,11 @@ class CheckExamples(unittest.TestCase):
         self.assertIn("split: has more than its main.cpp: more.cpp\n", text)
         self.assertIn("twins: has more than its main.c: main.cpp\n", text)
 
+    def test_passes_over_p4_programs(self):
+        self.example("small", PLUMBING)
+        self.example("p4", ["x"], "bridge.p4")
+        self.assertEqual(self.check(), (0, "1 examples, 0 faults\n"))
+
     def test_finds_that_there_is_nothing(self):
         self.assertEqual(self.check()[0], 1)
         (self.root / "empty").mkdir()

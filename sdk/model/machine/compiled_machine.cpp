@@ -232,6 +232,20 @@ void CompiledMachine::compileTransition(const Transition& source, CompiledState*
 
 // --- control flow
 
+FieldPieces CompiledMachine::keyPieces(const std::vector<CompiledKeyPart>& key) const {
+  std::vector<FieldPieces::Item> items;
+  for (const CompiledKeyPart& part : key) {
+    if (part.kind == CompiledKeyPart::Kind::kWord) {
+      items.push_back({part.bytes * 8, part.place, 0});
+    } else if (part.kind == CompiledKeyPart::Kind::kField) {
+      items.push_back({part.bytes * 8, layout.fields[part.place].limb, 0});
+    } else {
+      return {};
+    }
+  }
+  return {items, false};
+}
+
 void CompiledMachine::compileNodes(const std::vector<TableState*>& states) {
   for (const MachineNode& source : machine.nodes) {
     CompiledNode& node = nodes.emplace_back();
@@ -271,6 +285,7 @@ void CompiledMachine::compileTable(const TableNode& source,
     made.mask.insert(made.mask.end(), mask.begin(), mask.end());
   }
   if (!masked) made.mask.clear();
+  made.key_pieces = keyPieces(made.key);
   max_key_bytes = std::max(max_key_bytes, made.key_bytes);
   for (size_t i = 0; i < source.actions.size(); ++i) {
     made.actions.push_back({&program.actions[table.actions[i]], &actions[source.actions[i].action],

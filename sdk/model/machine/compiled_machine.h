@@ -126,6 +126,7 @@ struct CompiledTable {
   const TableState* state = nullptr;
   const ActionCall* default_action = nullptr;  // the description's, null if it has none
   std::vector<CompiledKeyPart> key;
+  FieldPieces key_pieces;  // of all parts; not planned: part by part
   uint32_t key_bytes = 0;
   std::vector<uint8_t> mask;  // of the key; empty: none
   struct ActionOfTable {
@@ -222,6 +223,7 @@ class CompiledMachine {
                                        const std::vector<uint32_t>& params = {});
   uint32_t target(const Target& source, const std::vector<uint32_t>& params = {});
   uint32_t ref(const HeaderRef& source, const std::vector<uint32_t>& params);
+  FieldPieces keyPieces(const std::vector<CompiledKeyPart>& key) const;
   CompiledKeyPart keyPart(const Expression& source, uint32_t width);
   StandardSlot slotOf(const std::optional<uint32_t>& field) const;
   void bindStandard();

@@ -13,28 +13,26 @@ uint32_t MachineRun::bytesOfHeaders() const {
   return bytes;
 }
 
-/// The headers, then what the parser left. The frame is used up: where there is room, headers are
-/// written in front of the payload, which stays where it is.
-PacketBuffer MachineRun::deparse(uint32_t max_bytes) {
+/// Makes the frame the headers, then what the parser left. Where there is room, headers are written
+/// in front of the payload, which stays where it is.
+void MachineRun::deparse(uint32_t max_bytes) {
   const uint32_t bytes = bytesOfHeaders();
-  PacketBuffer packet = std::move(frame_);
-  packet.trimFront(facts_.payload);
-  if (bytes <= packet.headroom()) {
-    packet.prepend(bytes);
+  frame_.trimFront(facts_.payload);
+  if (bytes <= frame_.headroom()) {
+    frame_.prepend(bytes);
   } else {
-    PacketBuffer longer(bytes + packet.size());
-    if (!packet.empty()) std::memcpy(longer.data() + bytes, packet.data(), packet.size());
-    longer.setTime(packet.timeNs(), packet.resolution());
-    packet = std::move(longer);
+    PacketBuffer longer(bytes + frame_.size());
+    if (!frame_.empty()) std::memcpy(longer.data() + bytes, frame_.data(), frame_.size());
+    longer.setTime(frame_.timeNs(), frame_.resolution());
+    frame_ = std::move(longer);
   }
-  uint8_t* at = packet.data();
+  uint8_t* at = frame_.data();
   for (const uint32_t header : machine_.machine.deparser) {
     if (state_.valid[header] == 0) continue;
     machine_.plans[header].write(state_, at);
     at += state_.bytesOfHeader(layout_, header);
   }
-  packet.trimBack(max_bytes);
-  return packet;
+  frame_.trimBack(max_bytes);
 }
 
 }  // namespace jxmodel

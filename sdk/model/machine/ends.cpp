@@ -162,7 +162,7 @@ void MachineRun::egress(uint32_t port) {
   if (requests_.clone) cloneEgress(*requests_.clone);
   if (get(standard.egress_spec) == kDropPort) return drop(DropReason::kDropAction);
   updateChecksums();
-  frame_ = deparse(std::min(facts_.max_bytes, requests_.max_bytes));
+  deparse(std::min(facts_.max_bytes, requests_.max_bytes));
   if (requests_.recirculate) return recirculate(*requests_.recirculate);
   if (trace_ != nullptr) traceEvent("leaves through port " + std::to_string(port));
   scratch_.leaving.push_back({port, std::move(frame_)});

@@ -114,8 +114,15 @@ Wide numberOf(const Number& number) {
   return number.negative ? Wide(-value) : value;
 }
 
-CompiledExpression::Shape shapeOf(const Instruction& only) {
+/// Of code without its end.
+CompiledExpression::Shape shapeOf(const std::vector<Instruction>& code) {
   using Shape = CompiledExpression::Shape;
+  const Instruction& only = code.front();
+  if (code.size() == 2 && only.code == Code::kWord && code[1].b == CompiledExpression::kWordRight) {
+    if (code[1].code == Code::kEqual) return Shape::kWordsEqual;
+    return code[1].code == Code::kNotEqual ? Shape::kWordsDiffer : Shape::kCode;
+  }
+  if (code.size() != 1) return Shape::kCode;
   if (only.code == Code::kWord) return Shape::kWord;
   if (only.code == Code::kHeaderValid) return Shape::kHeaderValid;
   if (only.b != CompiledExpression::kWordImmediate || only.immediate < 0) return Shape::kCode;
@@ -139,7 +146,7 @@ class Compilation {
       place_behind_.push_back(static_cast<uint32_t>(made_.code.size()));
       last_label_ = labels_.count(at) != 0 ? made_.code.size() : last_label_;
     }
-    if (made_.code.size() == 1) made_.shape = shapeOf(made_.code.front());
+    made_.shape = shapeOf(made_.code);
     emit({Code::kEnd, 0, 0, 0});
     for (Instruction& instruction : made_.code) {
       if (isJump(instruction.code)) instruction.a = targetOf(instruction);

@@ -107,6 +107,8 @@ struct CompiledExpression {
     kHeaderValid,  // header `a`
     kEqual,        // word `a` is `immediate`, which is not negative
     kNotEqual,
+    kWordsEqual,  // word `a` of the first instruction, and of the second
+    kWordsDiffer,
   };
   Shape shape = Shape::kCode;
   Arithmetic arithmetic = Arithmetic::k64;
@@ -144,17 +146,21 @@ class Evaluator {
   /// The value modulo 2^64.
   uint64_t low64(const CompiledExpression& expression, ExpressionInput& input) {
     using Shape = CompiledExpression::Shape;
-    const CompiledExpression::Instruction& only = expression.code.front();
+    const CompiledExpression::Instruction& first = expression.code.front();
     const PacketState& state = *input.state;
     switch (expression.shape) {
       case Shape::kWord:
-        return state.limbs[only.a];
+        return state.limbs[first.a];
       case Shape::kHeaderValid:
-        return state.valid[only.a];
+        return state.valid[first.a];
       case Shape::kEqual:
-        return state.limbs[only.a] == static_cast<uint64_t>(only.immediate) ? 1 : 0;
+        return state.limbs[first.a] == static_cast<uint64_t>(first.immediate) ? 1 : 0;
       case Shape::kNotEqual:
-        return state.limbs[only.a] != static_cast<uint64_t>(only.immediate) ? 1 : 0;
+        return state.limbs[first.a] != static_cast<uint64_t>(first.immediate) ? 1 : 0;
+      case Shape::kWordsEqual:
+        return state.limbs[first.a] == state.limbs[expression.code[1].a] ? 1 : 0;
+      case Shape::kWordsDiffer:
+        return state.limbs[first.a] != state.limbs[expression.code[1].a] ? 1 : 0;
       case Shape::kCode:
         break;
     }

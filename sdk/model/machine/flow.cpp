@@ -48,7 +48,11 @@ void MachineRun::writeKey(const std::vector<CompiledKeyPart>& parts, uint8_t* ou
 
 uint32_t MachineRun::applyTable(const CompiledTable& table, const CompiledNode& node) {
   uint8_t* const key = scratch_.key.data();
-  writeKey(table.key, key);
+  if (table.key_pieces.planned()) {
+    table.key_pieces.write(state_.limbs.data(), key);
+  } else {
+    writeKey(table.key, key);
+  }
   for (size_t i = 0; i < table.mask.size(); ++i) key[i] &= table.mask[i];
   const MatchTable::Applied applied = machine_.reader.lookUp(*table.state->match, key);
   const bool noted =

@@ -182,7 +182,7 @@ class MachineRun {
 
   // deparser.cpp
   uint32_t bytesOfHeaders() const;
-  PacketBuffer deparse(uint32_t max_bytes);
+  void deparse(uint32_t max_bytes);
 
   // run_trace.cpp: all of them only where somebody asks.
   void traceState(const CompiledState& state);

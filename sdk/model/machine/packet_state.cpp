@@ -53,7 +53,7 @@ void PacketState::makeOthersInvalid(const StateLayout& layout, uint32_t header) 
 void PacketState::add(const StateLayout& layout, uint32_t header) {
   if (valid[header] != 0) return;
   valid[header] = 1;  // the fields are 0 already
-  makeOthersInvalid(layout, header);
+  if (layout.headers[header].in_union != kNoIndex) makeOthersInvalid(layout, header);
 }
 
 void PacketState::copy(const StateLayout& layout, uint32_t target, uint32_t source) {

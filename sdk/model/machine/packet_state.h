@@ -46,9 +46,9 @@ struct PacketState {
 
   /// Bytes that a header takes in the packet.
   uint32_t bytesOfHeader(const StateLayout& layout, uint32_t header) const {
-    const uint32_t varbit = layout.headers[header].varbit;
-    const uint32_t fixed = layout.machine.headers[header].fixed_bits;
-    return (fixed + (varbit == kNoIndex ? 0 : varbit_bits[varbit])) / 8;
+    const HeaderSlot& slot = layout.headers[header];
+    const uint32_t varbit = slot.varbit == kNoIndex ? 0 : varbit_bits[slot.varbit];
+    return (slot.fixed_bits + varbit) / 8;
   }
 
  private:

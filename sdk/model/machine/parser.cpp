@@ -114,18 +114,17 @@ std::optional<uint32_t> MachineRun::readLength(const CompiledExpression& express
 
 uint32_t MachineRun::extract(uint32_t header, const CompiledExpression* varbit_bits) {
   const ParserErrors& errors = machine_.machine.errors;
-  const MachineHeader& description = machine_.machine.headers[header];
+  const HeaderSlot& slot = layout_.headers[header];
   const uint64_t left = input_.size - input_.offset;
   uint64_t bits = 0;  // of the varbit
   if (varbit_bits != nullptr) {
     if (const auto error = readLength(*varbit_bits, &bits)) return *error;
   }
-  const uint64_t bytes = (description.fixed_bits + bits) / 8;
+  const uint64_t bytes = (slot.fixed_bits + bits) / 8;
   if (bytes > left) return errors.packet_too_short;
-  const uint32_t varbit = layout_.headers[header].varbit;
   if (varbit_bits != nullptr) {
-    const bool fits = varbit != kNoIndex && bits / 8 <= layout_.varbits[varbit].max_bytes;
-    if (!fits || bytes > description.max_bytes) return errors.header_too_short;
+    const bool fits = slot.varbit != kNoIndex && bits / 8 <= layout_.varbits[slot.varbit].max_bytes;
+    if (!fits || bytes > machine_.machine.headers[header].max_bytes) return errors.header_too_short;
   }
   state_.add(layout_, header);
   machine_.plans[header].read(input_.data + input_.offset, static_cast<uint32_t>(bits), state_);

@@ -22,6 +22,7 @@ void StateLayout::place(uint32_t header) {
   const MachineHeader& description = machine.headers[header];
   HeaderSlot& slot = headers[header];
   slot.metadata = description.metadata;
+  slot.fixed_bits = description.fixed_bits;
   slot.in_union = description.in_union.value_or(kNoIndex);
   slot.first_limb = limbs;
   for (uint32_t i = 0; i < description.field_count; ++i) {

@@ -21,6 +21,7 @@ struct FieldSlot {
 };
 struct HeaderSlot {
   uint32_t first_limb = 0, limbs = 0;  // of all its fields
+  uint32_t fixed_bits = 0;             // without its varbit
   uint32_t varbit = kNoIndex;          // index into StateLayout::varbits
   uint32_t in_union = kNoIndex;
   bool metadata = false;

@@ -60,9 +60,17 @@ bool canonicalField(const KeyField& field, const uint8_t* packed) {
   }
 }
 
+/// Of numbers in network byte order; they have few bytes, most of them differ in the first.
+bool isLess(const uint8_t* one, const uint8_t* other, uint32_t bytes) {
+  for (uint32_t i = 0; i < bytes; ++i) {
+    if (one[i] != other[i]) return one[i] < other[i];
+  }
+  return false;
+}
+
 bool inRange(const KeyField& field, const uint8_t* packed, const uint8_t* value) {
-  return std::memcmp(packed, value, field.value_bytes) <= 0 &&
-         std::memcmp(value, packed + field.value_bytes, field.value_bytes) <= 0;
+  return !isLess(value, packed, field.value_bytes) &&
+         !isLess(packed + field.value_bytes, value, field.value_bytes);
 }
 
 }  // namespace
