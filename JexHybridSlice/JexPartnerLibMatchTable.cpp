@@ -51,20 +51,28 @@ void writeElementsPointer(const UpdateHeader_t* record, const UpdateRow& row) {
   memcpy(pointerWord, &address, sizeof(address));
 }
 
-/// Makes the placement info of one update, and sets its one operation. `data` is null for an update
-/// without placement data.
-void makeStep(const UpdateHeader_t* record, const UpdateRow& row, uint8_t** data,
-              pipe_plcmt_info** info, const StopPlace& at) {
-  if (row.tail == Tail::kPacked) {
-    *data = unpack(record, row, at);
-  } else if (row.tail == Tail::kElements) {
-    writeElementsPointer(record, row);
-  }
+/// Makes the placement info of one update, and sets its one operation.
+void place(const UpdateHeader_t* record, const UpdateRow& row, const uint8_t* data,
+           pipe_plcmt_info** info, const StopPlace& at) {
   *info = pipe_create_plcmt_info();
-  const pipe_status_t status = row.operation(
-      {*info, bodyOf(record), record->dev_tgt.dev_pipe_id, data == nullptr ? nullptr : *data});
+  const pipe_status_t status =
+      row.operation({*info, bodyOf(record), record->dev_tgt.dev_pipe_id, data});
   PARTNER_REQUIRE_AT(at, status == PIPE_SUCCESS, "status == JX_SUCCESS", row.operationText,
                      statusText(status));
+}
+
+/// A step without placement data.
+void makeStep(const UpdateHeader_t* record, const UpdateRow& row, pipe_plcmt_info** info,
+              const StopPlace& at) {
+  if (row.tail == Tail::kElements) writeElementsPointer(record, row);
+  place(record, row, nullptr, info, at);
+}
+
+/// A step with placement data.
+void makeStep(const UpdateHeader_t* record, const UpdateRow& row, uint8_t** data,
+              pipe_plcmt_info** info, const StopPlace& at) {
+  *data = unpack(record, row, at);
+  place(record, row, *data, info, at);
 }
 
 /// Processes the info on the device, destroys it, then frees the data that it refers to. Without an
@@ -143,7 +151,7 @@ void selDeserialize(uint8_t dev_id, uint32_t sess_hdl, const void* record, size_
 
 #define MATCH_STEP_PLAIN(type, step)                                            \
   void step(const MatStruct_Header_t* record, pipe_plcmt_info** info, size_t) { \
-    makeStep(record, kMatchUpdates[type], nullptr, info, PARTNER_HERE);         \
+    makeStep(record, kMatchUpdates[type], info, PARTNER_HERE);                  \
   }
 #define MATCH_STEP_DATA(type, step)                                                             \
   void step(const MatStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info, size_t) { \
@@ -153,7 +161,7 @@ PARTNER_MATCH_STEPS(MATCH_STEP_PLAIN, MATCH_STEP_DATA)
 
 #define ADT_STEP_PLAIN(type, step)                                      \
   void step(const AdtStruct_Header_t* record, pipe_plcmt_info** info) { \
-    makeStep(record, kAdtUpdates[type], nullptr, info, PARTNER_HERE);   \
+    makeStep(record, kAdtUpdates[type], info, PARTNER_HERE);            \
   }
 #define ADT_STEP_DATA(type, step)                                                       \
   void step(const AdtStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info) { \
@@ -163,7 +171,7 @@ PARTNER_ADT_STEPS(ADT_STEP_PLAIN, ADT_STEP_DATA)
 
 #define SEL_STEP_PLAIN(type, step)                                      \
   void step(const SelStruct_Header_t* record, pipe_plcmt_info** info) { \
-    makeStep(record, kSelUpdates[type], nullptr, info, PARTNER_HERE);   \
+    makeStep(record, kSelUpdates[type], info, PARTNER_HERE);            \
   }
 #define SEL_STEP_DATA(type, step)                                                       \
   void step(const SelStruct_Header_t* record, uint8_t** data, pipe_plcmt_info** info) { \

@@ -31,7 +31,7 @@ prepare "$PWD/build/lint" >"$log" 2>&1 || { cat "$log"; exit 1; }
 cp apps/.clang-tidy build/lint/apps/.clang-tidy
 look build/lint "^$PWD/JexHybridSlice/"
 look build/lint -checks='-clang-analyzer-*' \
-  "^$PWD/build/lint/(sdk|apps)/(?!.*(jx_control_proto|switchctl_health)).*/Unity/"
+  "^$PWD/build/lint/(sdk|apps)/(?!.*(jx_[a-z0-9_]*_(proto|client)|switchctl_health)).*/Unity/"
 if [[ ${1:-} == all ]]; then
   prepare "$PWD/build/lint-each" -DCMAKE_UNITY_BUILD=OFF -DJEX_BUILD_APPS=OFF >>"$log" 2>&1 || status=1
   look build/lint-each "^$PWD/sdk/model/"

@@ -46,7 +46,7 @@ NumberRange rangeOfAnd(const NumberRange& left, const NumberRange& right) {
 }
 
 NumberRange rangeOfOr(const NumberRange& left, const NumberRange& right) {
-  const NumberRange range = signedRange(std::max(bitsOf(left), bitsOf(right)));
+  NumberRange range = signedRange(std::max(bitsOf(left), bitsOf(right)));
   if (left.low >= 0 && right.low >= 0) return {0, range.high};
   return range;
 }

@@ -204,9 +204,9 @@ void Node::expectObject(std::string_view what, std::initializer_list<const char*
 }
 
 Node Node::at(const char* member) const {
-  std::optional<Node> node = find(member);
+  const std::optional<Node> node = find(member);
   if (!node) fail("member " + inQuotes(member) + " is missing");
-  return *std::move(node);
+  return *node;
 }
 
 std::optional<Node> Node::find(const char* member) const {

@@ -56,8 +56,9 @@ HashAlgorithm readAlgorithm(const Node& node, const std::string& construct, Draf
   for (const AlgorithmRow& row : kAlgorithms) {
     if (name != row.name) continue;
     if (row.fixed) {
-      draft->notices.push_back(construct + ": " + name +
-                               " has the parameters of the plain algorithm, which are fixed");
+      std::string notice = construct + ": " + name;
+      notice += " has the parameters of the plain algorithm, which are fixed";
+      draft->notices.push_back(std::move(notice));
     }
     return row.algorithm;
   }

@@ -169,7 +169,7 @@ HeaderUse unionMemberUse(const Node& operand, const Draft& draft) {
 FieldUse useOfNumber(HeaderUse header, const Node& number, const Draft& draft) {
   const uint32_t count = draft.machine.headers[header.like].field_count;
   FieldUse use;
-  use.header = std::move(header);
+  use.header = header;
   // The hidden field comes behind those of the header type.
   use.number = readPlainNumber(number, "field", size_t{count} + 1);
   use.validity = use.number == count;
@@ -179,7 +179,7 @@ FieldUse useOfNumber(HeaderUse header, const Node& number, const Draft& draft) {
 // Behind the header that is named: "field" of it.
 FieldUse useOfName(HeaderUse header, const Node& name, const Draft& draft) {
   FieldUse use;
-  use.header = std::move(header);
+  use.header = header;
   use.validity = name.string() == "$valid$";
   if (use.validity) return use;
   const uint32_t type = draft.symbols.type_of[use.header.like];
@@ -230,7 +230,7 @@ class ExpressionReader {
   Expression run(bool truth) {
     tasks_.push_back({whole_, truth, true, std::nullopt, false});
     while (!tasks_.empty()) {
-      const Task task = std::move(tasks_.back());
+      const Task task = tasks_.back();
       tasks_.pop_back();
       if (task.code) {
         emit(*task.code, task.gives_truth, task.truth);
