@@ -22,6 +22,11 @@ bool endsWith(std::string_view text, std::string_view end) {
 }
 
 /// The one of the list that has the name, or else the only one whose name ends with it.
+Error twoFit(const std::string& what, const std::string& one, const std::string& other,
+             const std::string& where) {
+  return Error(what + " can be " + one + " or " + other + where + ": write more of the name");
+}
+
 template <typename List>
 const typename List::value_type& lookUp(const List& list, const std::string& kind,
                                         const std::string& name, const std::string& where) {
@@ -32,8 +37,7 @@ const typename List::value_type& lookUp(const List& list, const std::string& kin
   for (const auto& item : list) {
     if (!endsWith(item.name(), name)) continue;
     if (found != nullptr) {
-      throw Error(kind + ' ' + name + " can be " + found->name() + " or " + item.name() + where +
-                  ": write more of the name");
+      throw twoFit(kind + ' ' + name, found->name(), item.name(), where);
     }
     found = &item;
   }
@@ -87,11 +91,12 @@ std::string starredValue(const std::string& text, uint32_t width, const std::str
   const Written written = readWritten(text);
   std::string bytes(bytesOf(width), '\0');
   bool fits = true;
-  if (written.digits.empty()) throw Error(what + ": '" + text + "' is not a number");
+  const Error no_number(what + ": '" + text + "' is not a number");
+  if (written.digits.empty()) throw no_number;
   for (const char c : written.digits) {
     if (c == '_') continue;
     const uint32_t digit = c == '*' && written.bits_per_digit != 0 ? 0 : digitOf(c);
-    if (digit >= written.base) throw Error(what + ": '" + text + "' is not a number");
+    if (digit >= written.base) throw no_number;
     fits = shiftIn(&bytes, written.base, digit) && fits;
   }
   if (!fits || (width != 0 && !withinWidth(bytes, width))) {

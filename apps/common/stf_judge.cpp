@@ -45,6 +45,10 @@ void judgeAny(const std::string& where, const AtPort& port, std::vector<Differen
   }
 }
 
+std::string differs(const Expect& expected, const std::string& got, const std::string& reason) {
+  return "expected " + written(expected) + ", got " + got + ": " + reason;
+}
+
 void judgePackets(const std::string& where, const AtPort& port, std::vector<Difference>* out) {
   const size_t pairs = std::min(port.expected.size(), port.left.size());
   for (size_t i = 0; i < pairs; ++i) {
@@ -52,8 +56,7 @@ void judgePackets(const std::string& where, const AtPort& port, std::vector<Diff
     const std::string& got = port.left[i]->digits;
     const std::string reason = mismatch(*expected.what, got);
     if (reason.empty()) continue;
-    out->push_back({expected.line, where + "expected " + written(*expected.what) + ", got " + got +
-                                       ": " + reason});
+    out->push_back({expected.line, where + differs(*expected.what, got, reason)});
   }
   for (size_t i = pairs; i < port.expected.size(); ++i) {
     const Expected& expected = port.expected[i];

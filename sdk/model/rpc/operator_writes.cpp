@@ -76,7 +76,7 @@ void keepMasked(const uint8_t* mask, uint32_t bytes, uint8_t* value) {
   for (uint32_t i = 0; i < bytes; ++i) value[i] &= mask[i];
 }
 
-void copyTo(uint8_t* to, const std::string& value) { std::memcpy(to, value.data(), value.size()); }
+void copyTo(uint8_t* to, const std::string& value) { std::copy(value.begin(), value.end(), to); }
 
 grpc::Status packLpm(const std::string& what, const KeyField& field, const pb::KeyField::Lpm& lpm,
                      uint8_t* packed) {

@@ -49,6 +49,10 @@ Checksum readChecksum(const Node& node, const std::string& name, Draft* draft) {
   return checksum;
 }
 
+std::string fixedParameters(const std::string& construct, const std::string& name) {
+  return construct + ": " + name + " has the parameters of the plain algorithm, which are fixed";
+}
+
 }  // namespace
 
 HashAlgorithm readAlgorithm(const Node& node, const std::string& construct, Draft* draft) {
@@ -56,9 +60,7 @@ HashAlgorithm readAlgorithm(const Node& node, const std::string& construct, Draf
   for (const AlgorithmRow& row : kAlgorithms) {
     if (name != row.name) continue;
     if (row.fixed) {
-      std::string notice = construct + ": " + name;
-      notice += " has the parameters of the plain algorithm, which are fixed";
-      draft->notices.push_back(std::move(notice));
+      draft->notices.push_back(fixedParameters(construct, name));
     }
     return row.algorithm;
   }
