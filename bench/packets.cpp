@@ -1,6 +1,7 @@
 // packets: packets a second through the delivered programs on one core, from packets in memory: of
 // a slice agent's device alone, beside a thread of the same process that updates it at full speed,
-// and beside a partner that does so over the socket. All are measured in turn, round by round, so
+// and beside a partner that does so over the socket; and of programs compiled from P4, alone,
+// beside the same described by hand, and as they grow. All are measured in turn, round by round, so
 // that the machine's moods meet all. No ports: what is measured is parser, tables and actions.
 //
 // Starts processes that use the agent's fixed socket name: run it through scripts/bench.sh.
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "both_ways.h"
 #include "child.h"
 #include "forwarding.h"
 #include "scenario.h"
@@ -49,6 +51,16 @@ void addCases(const Options& options, const Case& one, Json* cases) {
   child.finish();
 }
 
+/// Programs compiled from P4, in a process of their own.
+Json measureCompiled(const Effort& effort) {
+  Child child("compiled", {"--packets", std::to_string(effort.packets), "--rounds",
+                           std::to_string(effort.rounds)});
+  Json done = child.readLine();
+  std::fprintf(stderr, "compiled programs: done\n");
+  child.finish();
+  return done;
+}
+
 Json measureAll(const Options& options) {
   const Traffic captures = Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap");
   Json cases = Json::array();
@@ -64,6 +76,21 @@ Json measureAll(const Options& options) {
       {"captured_packets", captures.frames().size()},
       {"captured_bytes", captures.bytes()},
       {"cases", cases},
+      {"compiled", measureCompiled(options.effort)},
+      {"compiled_method",
+       "How: each packet comes in a buffer of its own and goes to one that keeps it; what that "
+       "costs\n"
+       "is not measured. Both forms of a program know the same stations or routes, all packets "
+       "are\n"
+       "known and leave; the forms are measured in turn. The compiled learning switch has VLANs "
+       "as\n"
+       "well: six tables instead of two. The compiled router has ports, its own addresses, checks "
+       "of\n"
+       "headers and neighbours as well, five tables that each packet passes instead of two, and\n"
+       "verifies the checksum of each packet. tables, headers: what one more of them costs, of\n"
+       "exact tables with one entry and of headers of 4 bytes. Loading is from the file to a "
+       "device\n"
+       "that is ready for packets."},
       {"method",
        "How: one thread runs packets from memory through parser, tables and actions of a slice\n"
        "agent's device, and is measured by its CPU clock; nothing is received or sent.\n"
@@ -99,6 +126,32 @@ void printRow(const char* what, const Json& row, bool updated) {
               row["running"]["median"].get<double>() * 100);
 }
 
+void printCompiled(const Json& compiled) {
+  std::printf("\n%-34s%26s%26s%21s\n", "", "by hand, ns a packet", "compiled, ns a packet",
+              "ratio of speed");
+  std::printf("%-34s%8s%9s%9s%8s%9s%9s%7s%7s%7s\n", "", "median", "p10", "p90", "median", "p10",
+              "p90", "median", "p10", "p90");
+  for (const Json& pair : compiled["pairs"]) {
+    std::printf("%-33s", pair["program"].get<std::string>().c_str());
+    printSpread(pair["by_hand"], 9, 0, 1);
+    printSpread(pair["compiled"], 9, 0, 1);
+    printSpread(pair["ratio"], 7, 2, 1);
+    std::printf("\n");
+  }
+  for (const Json& growth : compiled["growth"]) {
+    for (const Json& row : growth["rows"]) {
+      std::printf("%3d %-56s", row["number"].get<int>(), growth["what"].get<std::string>().c_str());
+      printSpread(row["cost"], 9, 0, 1);
+      std::printf("\n");
+    }
+  }
+  const Json& loading = compiled["loading"];
+  std::printf("loading %s, %llu bytes, ms: ", loading["program"].get<std::string>().c_str(),
+              static_cast<unsigned long long>(loading["bytes"].get<uint64_t>()));
+  printSpread(loading["milliseconds"], 9, 2, 1);
+  std::printf("\n");
+}
+
 void print(const Json& result) {
   std::printf("%llu packets a run, %d rounds; captures: %llu packets of %llu bytes\n\n",
               static_cast<unsigned long long>(result["packets"].get<uint64_t>()),
@@ -120,12 +173,15 @@ void print(const Json& result) {
       "\nlocked: look-ups of a million packets that waited for an update. out: part that was\n"
       "forwarded; a packet without a route, withdrawn for a moment, is dropped.\n%s\n",
       result["method"].get<std::string>().c_str());
+  printCompiled(result["compiled"]);
+  std::printf("%s\n", result["compiled_method"].get<std::string>().c_str());
 }
 
 [[noreturn]] void runRole(const Options& options) {
   prctl(PR_SET_NAME, ("b-" + options.role).c_str());
   const Case one{options.program, options.routes, options.rules};
   if (options.role == "switch") forwarding(one, options.effort);
+  if (options.role == "compiled") compiledPrograms(options.effort);
   if (options.role != "partner") throw std::runtime_error("no role " + options.role);
   slicePartner(one,
                scenarioOf(one, Traffic::captures(std::string(JEX_TEST_DATA) + "/pcap").macs()));
