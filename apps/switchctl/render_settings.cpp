@@ -94,7 +94,7 @@ std::string renderValueSets(const pb::SettingsReply& reply, Format format) {
       const std::string value = stf::valueText(member.value());
       const std::string mask = stf::valueText(member.mask());
       members.push_back({{"value", value}, {"mask", mask}});
-      text += "  " + value + " &&& " + mask + '\n';
+      text.append("  ").append(value).append(" &&& ").append(mask) += '\n';
     }
     json.push_back({{"value_set", set.name()},
                     {"size", set.size()},
