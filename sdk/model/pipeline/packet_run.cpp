@@ -110,6 +110,9 @@ uint32_t PacketRun::hashOf(const CompiledApply& apply) {
 
 BoundAction PacketRun::actionOf(const CompiledApply& apply, const MatchTable::Applied& applied,
                                 Trace::Step* step) {
+  // Most entries have an action of their own: there is nothing to find, unless a trace shows it.
+  const bool own = applied.slot != kNoSlot && applied.result.kind == MatchResult::Kind::kAction;
+  if (own && step == nullptr) return applied.result.action;
   const TableReader::Found found = pipeline_.reader_.actionOf(
       *apply.state, applied, apply.default_action, [&] { return hashOf(apply); });
   if (step != nullptr) {
