@@ -52,18 +52,18 @@ class Check(unittest.TestCase):
         self.assertIn(wanted, failures[0])
 
     def test_accepts_a_page_whose_blocks_all_work(self):
-        self.assertEqual(self.failures_of(sut.PROGRAM_PAGE), [])
+        self.assertEqual(self.failures_of(sut.DESCRIPTIONS), [])
 
     def test_finds_a_block_that_is_neither_run_nor_listed(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text + "\nTry:\n\n    slice-agent --version\n",
+        self.finds(sut.DESCRIPTIONS, lambda text: text + "\nTry:\n\n    slice-agent --version\n",
                    "slice-agent --version: is neither run nor listed")
 
     def test_finds_that_a_block_has_gone(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("    router.json:", "router.json:"),
+        self.finds(sut.DESCRIPTIONS, lambda text: text.replace("    router.json:", "router.json:"),
                    "stands in the check alone")
 
     def test_finds_output_that_is_no_longer_printed(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text.replace("'lmp'", "lmp"),
+        self.finds(sut.DESCRIPTIONS, lambda text: text.replace("'lmp'", "lmp"),
                    "instead of `router.json: /tables/0/key/0/match: unknown match kind lmp`")
 
     def test_finds_a_command_that_fails(self):
@@ -75,7 +75,7 @@ class Check(unittest.TestCase):
                    "`print ipv4_lpm` is answered by error: ")
 
     def test_finds_an_option_that_a_program_does_not_know(self):
-        self.finds(sut.PROGRAM_PAGE, lambda text: text + "\nTry `slice-agent --loudly 1`.\n",
+        self.finds(sut.DESCRIPTIONS, lambda text: text + "\nTry `slice-agent --loudly 1`.\n",
                    "slice-agent --loudly 1: slice-agent does not know --loudly")
 
     def test_finds_an_option_and_a_command_without_explanation(self):
