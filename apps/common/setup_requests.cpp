@@ -22,9 +22,13 @@ bool endsWith(std::string_view text, std::string_view end) {
 }
 
 /// The one of the list that has the name, or else the only one whose name ends with it.
-Error twoFit(const std::string& what, const std::string& one, const std::string& other,
-             const std::string& where) {
-  return Error(what + " can be " + one + " or " + other + where + ": write more of the name");
+Error twoFit(const std::string& kind, const std::string& name, const std::string& one,
+             const std::string& other) {
+  return Error(kind + ' ' + name + " can be " + one + " or " + other + ": write more of the name");
+}
+
+Error noNumber(const std::string& what, const std::string& text) {
+  return Error(what + ": '" + text + "' is not a number");
 }
 
 template <typename List>
@@ -37,7 +41,7 @@ const typename List::value_type& lookUp(const List& list, const std::string& kin
   for (const auto& item : list) {
     if (!endsWith(item.name(), name)) continue;
     if (found != nullptr) {
-      throw twoFit(kind + ' ' + name, found->name(), item.name(), where);
+      throw twoFit(kind, name, found->name(), item.name() + where);
     }
     found = &item;
   }
@@ -91,12 +95,11 @@ std::string starredValue(const std::string& text, uint32_t width, const std::str
   const Written written = readWritten(text);
   std::string bytes(bytesOf(width), '\0');
   bool fits = true;
-  const Error no_number(what + ": '" + text + "' is not a number");
-  if (written.digits.empty()) throw no_number;
+  if (written.digits.empty()) throw noNumber(what, text);
   for (const char c : written.digits) {
     if (c == '_') continue;
     const uint32_t digit = c == '*' && written.bits_per_digit != 0 ? 0 : digitOf(c);
-    if (digit >= written.base) throw no_number;
+    if (digit >= written.base) throw noNumber(what, text);
     fits = shiftIn(&bytes, written.base, digit) && fits;
   }
   if (!fits || (width != 0 && !withinWidth(bytes, width))) {
@@ -372,7 +375,7 @@ const char* wordOf(const ReadMeter&) { return "meter_get_rates"; }
 }  // namespace
 
 std::string valueBytes(const std::string& text, uint32_t width, const std::string& what) {
-  if (hasStar(text)) throw Error(what + ": '" + text + "' is not a number");
+  if (hasStar(text)) throw noNumber(what, text);
   return starredValue(text, width, what);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "wire/counting_handlers.h"
@@ -116,6 +117,13 @@ TEST(CounterRace, EveryLoneBarrierIsAnswered) {
   agent.stop();
 }
 
+/// Lets some time pass without giving the core away, which may take long on a busy machine.
+void spin(std::chrono::microseconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  while (std::chrono::steady_clock::now() < end) {
+  }
+}
+
 // The end comes while syncs complete. A sync that is under way answers the barrier that waits for
 // it, and a second one the barrier behind it: once each, whenever the end comes.
 TEST(CounterRace, SyncsAnswerEachBarrierOnceWhileTheTableEnds) {
@@ -132,7 +140,7 @@ TEST(CounterRace, SyncsAnswerEachBarrierOnceWhileTheTableEnds) {
     if (two_syncs) PartnerLib::PeriodicHybridCounterUpdate();
     agent.handleBarrier(++name);
     agent.hold(false);
-    for (int pause = 0; pause < round % 64; ++pause) std::this_thread::yield();
+    spin(std::chrono::microseconds(round % 64));
     agent.stop();
     agent.becomeIdle();
     expected += two_syncs ? 2 : 1;
